@@ -1,0 +1,58 @@
+#include "Platform.h"
+
+#include <QDir>
+#include <QSettings>
+#include <QStandardPaths>
+
+#include <windows.h>
+#include <shlobj.h>
+
+namespace Velmora::WorkflowCore::Platform {
+
+QString ApplicationDataFolder()
+{
+    wchar_t buffer[MAX_PATH] = {};
+    if (!SHGetSpecialFolderPathW(nullptr, buffer, CSIDL_APPDATA, TRUE))
+        return QString();
+    const QString folder = QString::fromWCharArray(buffer);
+    if (folder.isEmpty())
+        return QString();
+    return QDir::cleanPath(QDir::fromNativeSeparators(folder));
+}
+
+std::unique_ptr<QSettings> MachineSettings(const QString& key)
+{
+    QString path = QStringLiteral("HKEY_LOCAL_MACHINE\\Software\\Velmora\\") + key;
+    path.replace(QLatin1Char('/'), QLatin1Char('\\'));
+    return std::make_unique<QSettings>(path, QSettings::NativeFormat);
+}
+
+bool IsProcessAlive(qint64 processId)
+{
+    if (processId <= 0)
+        return false;
+    HANDLE process = OpenProcess(PROCESS_QUERY_LIMITED_INFORMATION, FALSE, static_cast<DWORD>(processId));
+    if (!process)
+        return GetLastError() == ERROR_ACCESS_DENIED;
+    DWORD code = 0;
+    const bool running = GetExitCodeProcess(process, &code) && code == STILL_ACTIVE;
+    CloseHandle(process);
+    return running;
+}
+
+qint64 CurrentProcessId()
+{
+    return static_cast<qint64>(GetCurrentProcessId());
+}
+
+QString RuntimeFolder()
+{
+    // Named objects on this platform are private to the session already; a per-user folder
+    // under the local application data serves what needs a path.
+    const QString folder = QStandardPaths::writableLocation(QStandardPaths::AppLocalDataLocation);
+    if (folder.isEmpty() || !QDir().mkpath(folder))
+        return QString();
+    return QDir::cleanPath(folder);
+}
+
+} // namespace Velmora::WorkflowCore::Platform
