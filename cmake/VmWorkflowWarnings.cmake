@@ -8,12 +8,15 @@ if(VMWF_SANITIZE)
     add_link_options(-fsanitize=address,undefined)
 endif()
 
+set(VMWF_CMAKE_DIR ${CMAKE_CURRENT_LIST_DIR})
+
 # Adds one Qt Test executable and registers it with CTest.
 # vmwf_add_test(NAME tst_foo SOURCES a.cpp LIBS lib1 lib2)
 function(vmwf_add_test)
     cmake_parse_arguments(T "" "NAME;TIMEOUT" "SOURCES;LIBS" ${ARGN})
     add_executable(${T_NAME} ${T_SOURCES})
     target_link_libraries(${T_NAME} PRIVATE Qt6::Test ${T_LIBS})
+    target_include_directories(${T_NAME} PRIVATE ${VMWF_CMAKE_DIR}/../tests/common)
     add_test(NAME ${T_NAME} COMMAND ${T_NAME})
     if(NOT T_TIMEOUT)
         set(T_TIMEOUT 120)

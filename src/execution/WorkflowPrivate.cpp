@@ -1,0 +1,170 @@
+#include <VmWorkflowCore/WorkflowPrivate.h>
+
+#include "manager/WorkflowManagerImp.h"
+#include "notification/WorkflowNotificationManagerImp.h"
+#include "workflow/WorkflowArgumentsImp.h"
+#include "workflow/WorkflowImp.h"
+
+#include <QFile>
+
+namespace Velmora::WorkflowCore {
+
+namespace {
+
+WorkflowManagerImp* Manager()
+{
+    return WorkflowManagerImp::Instance();
+}
+
+WorkflowNotificationManagerImp* Notifications()
+{
+    WorkflowManagerImp* manager = Manager();
+    if (!manager || !manager->NotificationManager())
+        return nullptr;
+    return manager->NotificationManager()->GetImp();
+}
+
+} // namespace
+
+LinkStateListener::~LinkStateListener() = default;
+
+bool WorkflowPrivate::AddExecutingWorkflow(Workflow* workflow, int hostProcessId, int launcherProcessId)
+{
+    Q_UNUSED(workflow);
+    Q_UNUSED(hostProcessId);
+    Q_UNUSED(launcherProcessId);
+    return false;
+}
+
+bool WorkflowPrivate::RemoveExecutingWorkflow(Workflow* workflow)
+{
+    Q_UNUSED(workflow);
+    return false;
+}
+
+void WorkflowPrivate::AddLinkStateListener(LinkStateListener* listener)
+{
+    if (WorkflowNotificationManagerImp* notifications = Notifications())
+        notifications->AddLinkStateListener(listener);
+}
+
+void WorkflowPrivate::RemoveLinkStateListener(LinkStateListener* listener)
+{
+    if (WorkflowNotificationManagerImp* notifications = Notifications())
+        notifications->RemoveLinkStateListener(listener);
+}
+
+void WorkflowPrivate::AddWorkflow(Workflow* workflow)
+{
+    Manager()->AddWorkflow(workflow);
+}
+
+bool WorkflowPrivate::CanExecuteWorkflow(Workflow* workflow)
+{
+    Q_UNUSED(workflow);
+    return false;
+}
+
+void WorkflowPrivate::DeleteSourceFile(Workflow* workflow)
+{
+    if (!workflow)
+        return;
+    const QString& sourceFile = workflow->GetImp()->Fields().SourceFile;
+    if (!sourceFile.isEmpty())
+        QFile::remove(sourceFile);
+}
+
+Workflow* WorkflowPrivate::FindWorkflow(const QString& name)
+{
+    return Manager()->FindWorkflowByName(name);
+}
+
+QMap<QString, QString> WorkflowPrivate::GetArguments(WorkflowArguments* arguments)
+{
+    if (!arguments)
+        return {};
+    return arguments->GetImp()->values;
+}
+
+QString WorkflowPrivate::GetNewWorkflowName(const QString& base)
+{
+    // The host's temporary launch file is named after the workflow and may not grow longer.
+    constexpr qsizetype kLimit = 246;
+    for (int n = 1;; ++n)
+    {
+        const QString suffix = QStringLiteral(" (%1)").arg(n);
+        QString shortened = base;
+        if (shortened.size() + suffix.size() > kLimit)
+            shortened.chop(shortened.size() + suffix.size() - kLimit);
+        const QString candidate = shortened + suffix;
+        if (!Manager()->FindWorkflowByName(candidate))
+            return candidate;
+    }
+}
+
+QString WorkflowPrivate::GetRequiredProductsDisplayText(Workflow* workflow)
+{
+    return workflow ? workflow->GetImp()->Fields().RequiredProductsDisplayText : QString();
+}
+
+WorkflowUIState WorkflowPrivate::GetUIState(Workflow* workflow)
+{
+    WorkflowUIState state{true};
+    if (workflow)
+        state.ShowIntroductionOnExecute = workflow->GetImp()->Fields().ShowIntroductionOnExecute;
+    return state;
+}
+
+void WorkflowPrivate::SetUIState(Workflow* workflow, const WorkflowUIState& state)
+{
+    if (!workflow)
+        return;
+    WorkflowFields& fields = workflow->GetImp()->Fields();
+    fields.ShowIntroductionOnExecute = state.ShowIntroductionOnExecute;
+    fields.UIStateChanged = true;
+}
+
+Workflow* WorkflowPrivate::GetWorkflow(int index)
+{
+    const QList<Workflow*>& catalogue = Manager()->Catalogue();
+    if (index < 0 || index >= catalogue.size())
+        return nullptr;
+    return catalogue.at(index);
+}
+
+int WorkflowPrivate::IndexOfWorkflow(Workflow* workflow)
+{
+    return Manager()->IndexOfWorkflow(workflow);
+}
+
+bool WorkflowPrivate::GetWorkflowDirtyState(Workflow* workflow)
+{
+    return workflow && workflow->GetImp()->Fields().IsModified;
+}
+
+void WorkflowPrivate::SetWorkflowDirtyState(Workflow* workflow, bool dirty)
+{
+    if (workflow)
+        workflow->GetImp()->Fields().IsModified = dirty;
+}
+
+WorkflowEditorHandler* WorkflowPrivate::GetWorkflowEditorHandler(Workflow* workflow)
+{
+    Q_UNUSED(workflow);
+    return nullptr;
+}
+
+WorkflowExecutor* WorkflowPrivate::GetWorkflowExecuteHandler(Workflow* workflow)
+{
+    Q_UNUSED(workflow);
+    return nullptr;
+}
+
+QSortFilterProxyModel* WorkflowPrivate::GetWorkflowListModel(const QString& filter, const QString& sort)
+{
+    Q_UNUSED(filter);
+    Q_UNUSED(sort);
+    return nullptr;
+}
+
+} // namespace Velmora::WorkflowCore

@@ -1,0 +1,201 @@
+#include <VmWorkflowCore/WorkflowManager.h>
+
+#include "execution/ExecutingRegistry.h"
+#include "manager/WorkflowManagerImp.h"
+#include "notification/WorkflowNotificationManagerImp.h"
+#include "util/TextOut.h"
+#include "workflow/WorkflowIteratorImp.h"
+
+#include <OstrelAdapter/ApplicationManager.h>
+
+namespace Velmora::WorkflowCore {
+
+namespace {
+// One manager per process, set up and torn down from one thread; no reference count.
+bool s_initialized = false;
+WorkflowManager* s_instance = nullptr;
+} // namespace
+
+HostApplicationContext::~HostApplicationContext() = default;
+
+WorkflowManager::WorkflowManager() : m_imp(new WorkflowManagerImp) {}
+
+WorkflowManager::~WorkflowManager()
+{
+    delete m_imp;
+    m_imp = nullptr;
+}
+
+bool WorkflowManager::Initialize()
+{
+    if (s_initialized)
+        return true;
+    s_initialized = true;
+    if (!s_instance)
+        s_instance = new WorkflowManager;
+    OstrelAdapter::ApplicationManager::Initialize(QStringLiteral("VmWorkflowCore"));
+    s_instance->m_imp->SetNotificationManager(
+        new WorkflowNotificationManager(new WorkflowNotificationManagerImp));
+    return true;
+}
+
+bool WorkflowManager::Uninitialize()
+{
+    if (!s_initialized)
+        return true;
+    s_initialized = false;
+    if (s_instance)
+    {
+        delete s_instance;
+        s_instance = nullptr;
+    }
+    OstrelAdapter::ApplicationManager::Uninitialize();
+    return true;
+}
+
+WorkflowManager* WorkflowManager::GetInstance()
+{
+    return s_instance;
+}
+
+WorkflowIterator* WorkflowManager::GetWorkflows()
+{
+    m_imp->EnsureCatalogueLoaded();
+    return new WorkflowIterator(new WorkflowIteratorImp(m_imp->Catalogue()));
+}
+
+WorkflowIterator* WorkflowManager::GetWorkflows(const WideChar* filter, const WideChar* sort)
+{
+    // Filtering and sorting arrive with the catalogue queries; until then the whole catalogue.
+    Q_UNUSED(filter);
+    Q_UNUSED(sort);
+    return GetWorkflows();
+}
+
+Workflow* WorkflowManager::GetWorkflow(const WideChar* id, const WideChar* sourceFile)
+{
+    return m_imp->FindWorkflow(TextIn(id), TextIn(sourceFile));
+}
+
+ExecutingWorkflowIterator* WorkflowManager::GetExecutingWorkflows(bool includeFinished)
+{
+    return new ExecutingWorkflowIterator(
+        new ExecutingWorkflowIteratorImp(m_imp->Registry()->Snapshot(includeFinished)));
+}
+
+void WorkflowManager::SetWorkflowSearchPaths(const WideChar* paths)
+{
+    m_imp->SetWorkflowSearchPaths(TextIn(paths));
+}
+
+int WorkflowManager::GetWorkflowSearchPaths(WideChar* buffer, int size)
+{
+    return CopyTextOut(m_imp->WorkflowSearchPaths(), buffer, size);
+}
+
+void WorkflowManager::SetWorkflowPluginSearchPaths(const WideChar* paths)
+{
+    m_imp->SetWorkflowPluginSearchPaths(TextIn(paths));
+}
+
+int WorkflowManager::GetWorkflowPluginSearchPaths(WideChar* buffer, int size)
+{
+    return CopyTextOut(m_imp->WorkflowPluginSearchPaths(), buffer, size);
+}
+
+void WorkflowManager::SetCurrentLocale(const WideChar* locale)
+{
+    m_imp->SetCurrentLocale(TextIn(locale));
+}
+
+int WorkflowManager::GetCurrentLocale(WideChar* buffer, int size)
+{
+    return CopyTextOut(m_imp->CurrentLocale(), buffer, size);
+}
+
+bool WorkflowManager::ExecuteWorkflow(Workflow* workflow, WorkflowLaunchPoint launchPoint)
+{
+    Q_UNUSED(workflow);
+    Q_UNUSED(launchPoint);
+    return false;
+}
+
+bool WorkflowManager::DeleteWorkflow(const WideChar* id, const WideChar* sourceFile, bool removeFromFile)
+{
+    Q_UNUSED(id);
+    Q_UNUSED(sourceFile);
+    Q_UNUSED(removeFromFile);
+    return false;
+}
+
+bool WorkflowManager::WorkflowModifiedInPlugin(const WideChar* workflowId, const WideChar* sourceFile)
+{
+    Q_UNUSED(workflowId);
+    Q_UNUSED(sourceFile);
+    return true;
+}
+
+void WorkflowManager::SetHostApplicationContext(HostApplicationContext* context)
+{
+    m_imp->SetHostApplicationContext(context);
+}
+
+HostApplicationContext* WorkflowManager::GetHostApplicationContext() const
+{
+    return m_imp->GetHostApplicationContext();
+}
+
+WorkflowNotificationManager* WorkflowManager::GetNotificationManager()
+{
+    return m_imp->NotificationManager();
+}
+
+void WorkflowManager::WorkflowExecutionBeginningInApplication(Workflow* workflow, int processId)
+{
+    Q_UNUSED(workflow);
+    Q_UNUSED(processId);
+}
+
+void WorkflowManager::WorkflowExecutionFinishedInApplication(Workflow* workflow, int processId)
+{
+    Q_UNUSED(workflow);
+    Q_UNUSED(processId);
+}
+
+bool WorkflowManager::SetExecutingWorkflowExitStatus(Workflow* workflow, int status, const WideChar* message)
+{
+    Q_UNUSED(workflow);
+    Q_UNUSED(status);
+    Q_UNUSED(message);
+    return false;
+}
+
+int WorkflowManager::ProductIdsToNameList(const WideChar* ids, WideChar* buffer, int size) const
+{
+    Q_UNUSED(ids);
+    return CopyTextOut(QString(), buffer, size);
+}
+
+void WorkflowManager::ProductIdsToOstrelNameList(const WideChar* ids, WideChar* names, int namesSize,
+                                                 WideChar* second, int secondSize) const
+{
+    Q_UNUSED(ids);
+    CopyTextOut(QString(), names, namesSize);
+    CopyTextOut(QString(), second, secondSize);
+}
+
+int WorkflowManager::GetInstalledProducts(const WideChar* productIds, long long* ids, int size) const
+{
+    Q_UNUSED(productIds);
+    Q_UNUSED(ids);
+    Q_UNUSED(size);
+    return 0;
+}
+
+void WorkflowManager::GetWorkflowVersionInfo(int& major, int& minor) const
+{
+    major = 2015;
+    minor = 11;
+}
+
+} // namespace Velmora::WorkflowCore

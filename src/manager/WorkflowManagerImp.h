@@ -1,0 +1,76 @@
+#pragma once
+
+#include <VmWorkflowCore/WorkflowManager.h>
+
+#include <QList>
+#include <QMap>
+#include <QObject>
+#include <QString>
+
+#include <memory>
+
+namespace Velmora::WorkflowCore {
+
+class ExecutingRegistry;
+class Plugin;
+
+class WorkflowManagerImp : public QObject
+{
+    Q_OBJECT
+public:
+    WorkflowManagerImp();
+    ~WorkflowManagerImp() override;
+
+    // The implementation of the singleton, or null when there is none.
+    static WorkflowManagerImp* Instance();
+
+    void SetWorkflowSearchPaths(const QString& paths);
+    QString WorkflowSearchPaths() const { return m_searchPaths; }
+    QString UserWorkflowFolder() const { return m_userWorkflowFolder; }
+    void SetWorkflowPluginSearchPaths(const QString& paths);
+    QString WorkflowPluginSearchPaths() const { return m_pluginSearchPaths; }
+    void SetCurrentLocale(const QString& locale);
+    QString CurrentLocale() const { return m_currentLocale; }
+    void SetHostApplicationContext(HostApplicationContext* context) { m_context = context; }
+    HostApplicationContext* GetHostApplicationContext() const { return m_context; }
+    void SetNotificationManager(WorkflowNotificationManager* manager) { m_notificationManager = manager; }
+    WorkflowNotificationManager* NotificationManager() const { return m_notificationManager; }
+    ExecutingRegistry* Registry() const { return m_registry.get(); }
+
+    // The catalogue.
+    bool IsCatalogueLoaded() const { return m_catalogueLoaded; }
+    void EnsureCatalogueLoaded();
+    void ScanCatalogue();
+    void EmptyCatalogue();
+    bool AddWorkflow(Workflow* workflow);
+    const QList<Workflow*>& Catalogue() const { return m_catalogue; }
+    // The first workflow whose id equals id ignoring case and, for a non-empty sourceFile, that
+    // came from that same file. Loads the catalogue when needed.
+    Workflow* FindWorkflow(const QString& id, const QString& sourceFile);
+    // The first workflow whose name equals name ignoring case. Loads the catalogue when needed.
+    Workflow* FindWorkflowByName(const QString& name);
+    int IndexOfWorkflow(const Workflow* workflow) const;
+    // Tells the observers that the catalogue's entry for that id and file changed.
+    void NotifyWorkflowChanged(const QString& id, const QString& sourceFile);
+
+Q_SIGNALS:
+    void WorkflowAboutToBeInserted(int index);
+    void WorkflowAboutToBeRemoved(int index);
+    void WorkflowInserted(int count);
+    void WorkflowRemoved(int index);
+    void WorkflowModified(int index);
+
+private:
+    QString m_searchPaths;
+    QString m_userWorkflowFolder;
+    QString m_pluginSearchPaths;
+    QString m_currentLocale;
+    QList<Workflow*> m_catalogue;
+    QList<Plugin*> m_plugins;
+    bool m_catalogueLoaded = false;
+    HostApplicationContext* m_context = nullptr;
+    std::unique_ptr<ExecutingRegistry> m_registry;
+    WorkflowNotificationManager* m_notificationManager = nullptr;
+};
+
+} // namespace Velmora::WorkflowCore

@@ -1,0 +1,19 @@
+#pragma once
+
+#include <QString>
+
+namespace Velmora::WorkflowCore {
+
+class WorkflowImp;
+class XmlFiler;
+
+// Reads the record from the "Workflow" element the filer's cursor is on.
+void ReadWorkflow(XmlFiler& filer, WorkflowImp& record);
+
+// Reads the workflow of file whose Id equals id ignoring case (the first one for an empty id).
+bool LoadWorkflow(WorkflowImp& record, const QString& file, const QString& id);
+
+// Writes the record as a one-workflow file at target under the given name and id.
+bool WriteWorkflow(WorkflowImp& record, const QString& name, const QString& target, const QString& id);
+
+} // namespace Velmora::WorkflowCore
