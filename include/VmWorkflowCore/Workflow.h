@@ -19,8 +19,9 @@ class WorkflowIteratorImp;
 class ExecutingWorkflowIteratorImp;
 struct ExecutingWorkflowRecord;
 
-// Which image table GetImage and SetImage use. Any other value selects the template table.
-enum WorkflowImage
+// Which image table GetImage and SetImage use. Any other value selects the template table, so
+// the type is fixed to int to make every value a valid one.
+enum WorkflowImage : int
 {
     WorkflowImageAutomatic = 0, // the template table for a template, else the modified table
     WorkflowImageTemplate = 1,

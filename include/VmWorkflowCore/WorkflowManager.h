@@ -12,7 +12,7 @@ class WorkflowManagerImp;
 class WorkflowNotificationManagerImp;
 
 // Where a launch was asked from; reported with the launch.
-enum WorkflowLaunchPoint
+enum WorkflowLaunchPoint : int
 {
     ApplicationMenu = 0,
     WorkflowBrowser,
