@@ -1,0 +1,96 @@
+#include "FileUtil.h"
+
+#include "platform/Platform.h"
+
+#include <QCoreApplication>
+#include <QCryptographicHash>
+#include <QFileInfo>
+
+namespace Velmora::WorkflowCore {
+
+QStringList FindFiles(const QString& path, const QString& patterns, QDir::Filters filters, QDir::SortFlags sort,
+                      bool recursive)
+{
+    QStringList found;
+    if (path.isEmpty())
+        return found;
+
+    QString folder = path;
+    QStringList nameFilters;
+    const QFileInfo info(path);
+    if (info.exists() && !info.isDir()) {
+        folder = info.absolutePath();
+        nameFilters << info.fileName();
+    } else {
+        if (!info.isDir())
+            return found;
+        nameFilters = (patterns.isEmpty() ? QStringLiteral("*") : patterns).split(QLatin1Char('|'), Qt::SkipEmptyParts);
+    }
+
+    const QDir::Filters given = filters == QDir::NoFilter ? QDir::Filters(QDir::Files) : filters;
+    QDir::Filters listing = given | QDir::NoDotAndDotDot;
+    if (recursive)
+        listing &= ~(QDir::Dirs | QDir::AllDirs);
+
+    const QDir dir(folder);
+    const QFileInfoList entries = dir.entryInfoList(nameFilters, listing, sort);
+    found.reserve(entries.size());
+    for (const QFileInfo& entry : entries)
+        found << QDir::cleanPath(entry.absoluteFilePath());
+
+    if (recursive) {
+        QDir::Filters folderFilter = given;
+        folderFilter &= ~QDir::Files;
+        folderFilter |= QDir::AllDirs | QDir::NoDotAndDotDot;
+        const bool wantsFolders = given.testFlag(QDir::Dirs) || given.testFlag(QDir::AllDirs);
+        const QFileInfoList subfolders = dir.entryInfoList(QStringList(), folderFilter, sort);
+        for (const QFileInfo& sub : subfolders) {
+            // A symbolic link back up the tree would otherwise be followed for ever.
+            if (sub.isSymLink())
+                continue;
+            const QString subPath = QDir::cleanPath(sub.absoluteFilePath());
+            if (wantsFolders)
+                found << subPath;
+            found << FindFiles(subPath, patterns.isEmpty() ? QStringLiteral("*") : patterns, filters, sort, true);
+        }
+    }
+    return found;
+}
+
+QString ApplicationFolder()
+{
+    return QDir::cleanPath(QDir(QCoreApplication::applicationDirPath()).absolutePath());
+}
+
+QString ApplicationDataFolder()
+{
+    const QString folder = Platform::ApplicationDataFolder();
+    return folder.isEmpty() ? QString() : QDir::cleanPath(folder);
+}
+
+int MatchingParenthesis(const QString& text, int position)
+{
+    if (position < 0 || position >= text.size() || text.at(position) != QLatin1Char('('))
+        return -1;
+    int depth = 0;
+    for (int i = position; i < text.size(); ++i) {
+        const QChar c = text.at(i);
+        if (c == QLatin1Char('('))
+            ++depth;
+        else if (c == QLatin1Char(')') && --depth == 0)
+            return i;
+    }
+    return -1;
+}
+
+QString DigestText(const QString& text)
+{
+    return QString::fromLatin1(QCryptographicHash::hash(text.toUtf8(), QCryptographicHash::Md5).toHex());
+}
+
+QStringList SplitSearchPaths(const QString& searchPaths)
+{
+    return searchPaths.split(QLatin1Char(';'), Qt::SkipEmptyParts);
+}
+
+} // namespace Velmora::WorkflowCore

@@ -1,0 +1,34 @@
+#pragma once
+
+#include <QDir>
+#include <QString>
+#include <QStringList>
+
+// Small helpers that several subsystems share: listing files, the well-known folders, the
+// search-path split, parenthesis matching and the digest behind translation unit ids.
+namespace Velmora::WorkflowCore {
+
+// Lists the files (and, when the filter asks for them, folders) below path whose names match one
+// of the "|"-separated patterns, as absolute cleaned paths in the given sort order. A path naming a
+// file lists that file alone; a path that does not exist gives an empty list. With recursive set,
+// each subfolder comes before what is found inside it.
+QStringList FindFiles(const QString& path, const QString& patterns, QDir::Filters filters = QDir::NoFilter,
+                      QDir::SortFlags sort = QDir::NoSort, bool recursive = false);
+
+// The running application's folder, absolute and cleaned.
+QString ApplicationFolder();
+
+// The user's roaming application-data folder, cleaned; empty when the platform gives none.
+QString ApplicationDataFolder();
+
+// The position of the ")" that closes the "(" at position, or -1 when position holds no "(" or
+// the text ends before the parentheses balance.
+int MatchingParenthesis(const QString& text, int position);
+
+// Lower-case hexadecimal MD5 of the text's UTF-8 bytes: 32 characters.
+QString DigestText(const QString& text);
+
+// A ";"-separated list of folders, empty pieces dropped, order and repetitions kept.
+QStringList SplitSearchPaths(const QString& searchPaths);
+
+} // namespace Velmora::WorkflowCore

@@ -1,0 +1,334 @@
+#include "XmlFiler.h"
+
+#include "XlfCatalog.h"
+
+#include <QFile>
+#include <QFileInfo>
+#include <QLoggingCategory>
+#include <QSaveFile>
+#include <QTextStream>
+#include <QTimeZone>
+
+namespace Velmora::WorkflowCore {
+
+Q_LOGGING_CATEGORY(lcXml, "velmora.workflowcore.xml", QtWarningMsg)
+
+namespace {
+
+const int kIndent = 4;
+
+QStringList PathPieces(const QString& path)
+{
+    QString normal = path.trimmed();
+    normal.replace(QLatin1Char('\\'), QLatin1Char('/'));
+    return normal.split(QLatin1Char('/'), Qt::SkipEmptyParts);
+}
+
+bool IsAbsolutePath(const QString& path)
+{
+    const QString trimmed = path.trimmed();
+    return trimmed.startsWith(QLatin1Char('/')) || trimmed.startsWith(QLatin1Char('\\'));
+}
+
+} // namespace
+
+XmlFiler::XmlFiler(bool translate)
+    : m_translate(translate)
+{
+}
+
+bool XmlFiler::Open(const QString& path)
+{
+    if (path.isEmpty() || !QFileInfo::exists(path))
+        return false;
+
+    QFile file(path);
+    if (!file.open(QIODevice::ReadOnly)) {
+        const QString message = QStringLiteral("XmlFiler: Failed to open file %1. %2 (Error code: %3)")
+                                    .arg(path, file.errorString(), QString::number(int(file.error())));
+        qCDebug(lcXml).noquote() << message;
+        file.close();
+        return false;
+    }
+
+    QDomDocument document;
+    QString error;
+    int line = 0;
+    int column = 0;
+    if (!document.setContent(&file, &error, &line, &column)) {
+        qCDebug(lcXml).noquote() << QStringLiteral("XmlFiler: %1 in %2 at %3:%4")
+                                        .arg(error, path, QString::number(line), QString::number(column));
+        return false;
+    }
+
+    m_document = document;
+    m_current = m_document.documentElement();
+    m_savedPositions.clear();
+    m_fileName = path;
+    return true;
+}
+
+bool XmlFiler::Save(const QString& path)
+{
+    if (m_document.isNull() || m_document.documentElement().isNull())
+        return false;
+
+    // Replacing the file by renaming would slip past a file the user made read-only.
+    const QFileInfo existing(path);
+    if (existing.exists() && !existing.isWritable())
+        return false;
+
+    QSaveFile file(path);
+    if (!file.open(QIODevice::WriteOnly | QIODevice::Truncate)) {
+        qCDebug(lcXml).noquote() << QStringLiteral("XmlFiler: Failed to save file %1. %2")
+                                        .arg(path, file.errorString());
+        return false;
+    }
+    QTextStream stream(&file);
+    m_document.save(stream, kIndent);
+    stream.flush();
+    return file.commit();
+}
+
+void XmlFiler::Create(const QString& rootName)
+{
+    m_document = QDomDocument();
+    m_savedPositions.clear();
+    m_current = QDomNode();
+    GoToOrCreatePath(rootName, true, false);
+}
+
+void XmlFiler::EnsureXmlDeclaration()
+{
+    const QDomNode existing = m_document.namedItem(QStringLiteral("xml"));
+    if (existing.isProcessingInstruction() && existing.toProcessingInstruction().target() == QLatin1String("xml"))
+        return;
+    const QDomProcessingInstruction declaration =
+        m_document.createProcessingInstruction(QStringLiteral("xml"), QStringLiteral("version=\"1.0\""));
+    const QDomElement root = m_document.documentElement();
+    if (root.isNull())
+        m_document.appendChild(declaration);
+    else
+        m_document.insertBefore(declaration, root);
+}
+
+bool XmlFiler::GoToFirstChild()
+{
+    if (m_current.isNull())
+        return false;
+    const QDomElement child = m_current.firstChildElement();
+    if (child.isNull())
+        return false;
+    m_current = child;
+    return true;
+}
+
+bool XmlFiler::GoToNextSibling()
+{
+    if (m_current.isNull())
+        return false;
+    const QDomElement sibling = m_current.nextSiblingElement();
+    if (sibling.isNull())
+        return false;
+    m_current = sibling;
+    return true;
+}
+
+bool XmlFiler::GoToPath(const QString& path)
+{
+    return FollowPath(path, false, false);
+}
+
+bool XmlFiler::GoToOrCreatePath(const QString& path, bool create, bool appendNewLast)
+{
+    return FollowPath(path, create, appendNewLast);
+}
+
+bool XmlFiler::FollowPath(const QString& path, bool create, bool appendNewLast)
+{
+    if (path.trimmed().isEmpty())
+        return true;
+
+    const QDomNode start = m_current;
+    QStringList pieces = PathPieces(path);
+    if (IsAbsolutePath(path)) {
+        m_current = m_document.documentElement();
+        if (!pieces.isEmpty() && !m_current.isNull() && pieces.first() == m_current.toElement().tagName())
+            pieces.removeFirst();
+    }
+
+    for (int i = 0; i < pieces.size(); ++i) {
+        const QString& piece = pieces.at(i);
+        const bool last = i == pieces.size() - 1;
+        QDomElement child;
+        if (!m_current.isNull() && !(create && appendNewLast && last))
+            child = m_current.firstChildElement(piece);
+        if (child.isNull()) {
+            if (!create) {
+                m_current = start;
+                return false;
+            }
+            child = m_document.createElement(piece);
+            if (child.isNull()) {
+                m_current = start;
+                return false;
+            }
+            if (m_current.isNull()) {
+                // A document holds one element; with one already there, a new element goes below it.
+                if (m_document.documentElement().isNull())
+                    m_document.appendChild(child);
+                else
+                    m_document.documentElement().appendChild(child);
+            } else {
+                m_current.appendChild(child);
+            }
+        }
+        m_current = child;
+    }
+    return true;
+}
+
+void XmlFiler::RemoveElement(const QString& path)
+{
+    const QDomNode remembered = m_current;
+    QDomNode parent;
+    if (GoToPath(path)) {
+        const QDomNode doomed = m_current;
+        parent = doomed.parentNode();
+        if (!parent.isNull())
+            parent.removeChild(doomed);
+    }
+    m_current = remembered;
+    if (m_current.isNull())
+        m_current = parent;
+}
+
+QString XmlFiler::GetCurrentPath() const
+{
+    if (m_current.isNull())
+        return QString();
+    QStringList names;
+    const QDomElement root = m_document.documentElement();
+    for (QDomNode node = m_current; !node.isNull() && node.isElement(); node = node.parentNode()) {
+        names.prepend(node.toElement().tagName());
+        if (node == root)
+            break;
+    }
+    return QLatin1Char('/') + names.join(QLatin1Char('/'));
+}
+
+QString XmlFiler::GetAttribute(const QString& name, const QString& defaultValue) const
+{
+    const QDomElement element = m_current.toElement();
+    if (element.isNull() || !element.hasAttribute(name))
+        return defaultValue;
+    return TranslatedText(element.attribute(name));
+}
+
+bool XmlFiler::GetBoolAttribute(const QString& name, bool defaultValue) const
+{
+    const QDomElement element = m_current.toElement();
+    if (element.isNull())
+        return defaultValue;
+    const QString text = element.attribute(name);
+    if (text.isEmpty())
+        return defaultValue;
+    if (text.compare(QLatin1String("true"), Qt::CaseInsensitive) == 0)
+        return true;
+    if (text.compare(QLatin1String("false"), Qt::CaseInsensitive) == 0)
+        return false;
+    bool ok = false;
+    const qulonglong number = text.toULongLong(&ok, 10);
+    return ok ? number != 0 : defaultValue;
+}
+
+QDateTime XmlFiler::GetDateTimeAttribute(const QString& name, const QDateTime& defaultValue) const
+{
+    const QDomElement element = m_current.toElement();
+    if (element.isNull())
+        return defaultValue;
+    const QString text = element.attribute(name);
+    if (text.isEmpty())
+        return defaultValue;
+    QDateTime value = QDateTime::fromString(text, Qt::ISODate);
+    if (!value.isValid())
+        return defaultValue;
+    // The written time is UTC whatever offset the text carries; readers see it in local time.
+    value.setTimeZone(QTimeZone::utc());
+    return value.toLocalTime();
+}
+
+bool XmlFiler::SetAttribute(const QString& name, const QString& value)
+{
+    QDomElement element = m_current.toElement();
+    if (element.isNull())
+        return false;
+    element.setAttribute(name, value);
+    return true;
+}
+
+QString XmlFiler::GetText() const
+{
+    const QDomElement element = m_current.toElement();
+    if (element.isNull() || !element.hasChildNodes())
+        return QString();
+    const QDomNode first = element.firstChild();
+    if (!first.isText() && !first.isCDATASection())
+        return QString();
+    // nodeValue, not the character-data view: the latter loses CDATA content in this Qt.
+    return TranslatedText(first.nodeValue());
+}
+
+QString XmlFiler::GetInnerXml() const
+{
+    const QDomElement element = m_current.toElement();
+    if (element.isNull())
+        return QString();
+    QString xml;
+    QTextStream stream(&xml);
+    for (QDomNode child = element.firstChild(); !child.isNull(); child = child.nextSibling())
+        child.save(stream, kIndent);
+    stream.flush();
+    return xml;
+}
+
+bool XmlFiler::AppendXml(const QString& fragment)
+{
+    QDomDocument wrapper;
+    if (!wrapper.setContent(QStringLiteral("<Root>") + fragment + QStringLiteral("</Root>")))
+        return false;
+    const QDomElement wrapperRoot = wrapper.documentElement();
+    if (!wrapperRoot.hasChildNodes())
+        return false;
+    if (m_document.documentElement().isNull())
+        GoToOrCreatePath(QStringLiteral("Root"), true, false);
+    if (m_current.isNull())
+        return false;
+    const QDomNode imported = m_document.importNode(wrapperRoot, true);
+    while (imported.hasChildNodes())
+        m_current.appendChild(imported.firstChild());
+    return true;
+}
+
+void XmlFiler::PushPosition()
+{
+    m_savedPositions.push_back(m_current);
+}
+
+void XmlFiler::PopPosition()
+{
+    if (m_savedPositions.empty())
+        return;
+    m_current = m_savedPositions.back();
+    m_savedPositions.pop_back();
+}
+
+QString XmlFiler::TranslatedText(const QString& text) const
+{
+    if (!m_translate || !m_translator || !IsTranslatableText(text))
+        return text;
+    const QString translation = m_translator->Lookup(SourceFileKey(m_fileName), TranslationUnitId(text));
+    return translation.isNull() ? text : translation;
+}
+
+} // namespace Velmora::WorkflowCore
