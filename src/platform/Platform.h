@@ -23,6 +23,24 @@ bool IsProcessAlive(qint64 processId);
 
 qint64 CurrentProcessId();
 
+// What tells one version of a file from another without reading it: a file replaced by an
+// atomic save has a new identity even when its size and time look the same.
+struct FileIdentity
+{
+    bool exists = false;
+    quint64 device = 0;
+    quint64 inode = 0;
+    qint64 size = 0;
+    qint64 modifiedNs = 0;
+    bool operator==(const FileIdentity& other) const
+    {
+        return exists == other.exists && device == other.device && inode == other.inode && size == other.size &&
+               modifiedNs == other.modifiedNs;
+    }
+    bool operator!=(const FileIdentity& other) const { return !(*this == other); }
+};
+FileIdentity IdentifyFile(const QString& path);
+
 // A per-user folder for runtime objects (sockets, segments), private to the user (mode 0700).
 // Empty when none can be had.
 QString RuntimeFolder();

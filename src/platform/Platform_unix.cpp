@@ -17,7 +17,9 @@ QString ApplicationDataFolder()
     const QString folder = QStandardPaths::writableLocation(QStandardPaths::GenericDataLocation);
     if (folder.isEmpty())
         return QString();
-    QDir().mkpath(folder);
+    // Like the shell's folder call with creation allowed: a folder that cannot be made is none.
+    if (!QDir().mkpath(folder))
+        return QString();
     return QDir::cleanPath(folder);
 }
 
@@ -39,6 +41,20 @@ bool IsProcessAlive(qint64 processId)
 qint64 CurrentProcessId()
 {
     return static_cast<qint64>(::getpid());
+}
+
+FileIdentity IdentifyFile(const QString& path)
+{
+    FileIdentity identity;
+    struct stat info;
+    if (::stat(QFile::encodeName(path).constData(), &info) != 0)
+        return identity;
+    identity.exists = true;
+    identity.device = static_cast<quint64>(info.st_dev);
+    identity.inode = static_cast<quint64>(info.st_ino);
+    identity.size = static_cast<qint64>(info.st_size);
+    identity.modifiedNs = static_cast<qint64>(info.st_mtim.tv_sec) * 1000000000LL + info.st_mtim.tv_nsec;
+    return identity;
 }
 
 QString RuntimeFolder()

@@ -45,6 +45,21 @@ qint64 CurrentProcessId()
     return static_cast<qint64>(GetCurrentProcessId());
 }
 
+FileIdentity IdentifyFile(const QString& path)
+{
+    FileIdentity identity;
+    WIN32_FILE_ATTRIBUTE_DATA data;
+    if (!GetFileAttributesExW(reinterpret_cast<const wchar_t*>(QDir::toNativeSeparators(path).utf16()),
+                              GetFileExInfoStandard, &data))
+        return identity;
+    identity.exists = true;
+    identity.size = (static_cast<qint64>(data.nFileSizeHigh) << 32) | data.nFileSizeLow;
+    identity.modifiedNs = ((static_cast<qint64>(data.ftLastWriteTime.dwHighDateTime) << 32) |
+                           data.ftLastWriteTime.dwLowDateTime) * 100;
+    identity.inode = (static_cast<quint64>(data.ftCreationTime.dwHighDateTime) << 32) | data.ftCreationTime.dwLowDateTime;
+    return identity;
+}
+
 QString RuntimeFolder()
 {
     // Named objects on this platform are private to the session already; a per-user folder

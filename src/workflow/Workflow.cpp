@@ -8,11 +8,13 @@ namespace Velmora::WorkflowCore {
 namespace {
 
 // Compare-then-assign: a setter of the exported interface stores only a different value.
-void AssignIfDifferent(QString& field, const WideChar* value)
+bool AssignIfDifferent(QString& field, const WideChar* value)
 {
     const QString text = TextIn(value);
-    if (field != text)
-        field = text;
+    if (field == text)
+        return false;
+    field = text;
+    return true;
 }
 
 } // namespace
@@ -57,7 +59,8 @@ int Workflow::GetName(WideChar* buffer, int size)
 
 void Workflow::SetName(const WideChar* value)
 {
-    AssignIfDifferent(m_imp->Fields().Name, value);
+    if (AssignIfDifferent(m_imp->Fields().Name, value))
+        WorkflowImp::KeysChanged();
 }
 
 int Workflow::GetDescription(WideChar* buffer, int size)

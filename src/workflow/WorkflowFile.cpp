@@ -1,10 +1,158 @@
 #include "workflow/WorkflowFile.h"
 
+#include "manager/WorkflowManagerImp.h"
+#include "util/XmlFiler.h"
+#include "workflow/WorkflowImp.h"
+#include "workflow/WorkflowSettings.h"
+
+#include <QDir>
+
 namespace Velmora::WorkflowCore {
 
-// TEMPORARY until the XML filer lands in this tree.
-void ReadWorkflow(XmlFiler&, WorkflowImp&) {}
-bool LoadWorkflow(WorkflowImp&, const QString&, const QString&) { return false; }
-bool WriteWorkflow(WorkflowImp&, const QString&, const QString&, const QString&) { return false; }
+namespace {
+
+const QString kWorkflowsElement = QStringLiteral("Workflows");
+const QString kWorkflowElement = QStringLiteral("Workflow");
+const QString kXlfFile = QStringLiteral("XlfFile");
+
+QString BoolText(bool value)
+{
+    return value ? QStringLiteral("True") : QStringLiteral("False");
+}
+
+// Dates are written as UTC in the ISO form without a zone; a local time is converted first,
+// a value that already carries UTC or an offset is written as it stands.
+QString DateText(const QDateTime& date)
+{
+    if (!date.isValid())
+        return QString();
+    const QDateTime written = date.timeSpec() == Qt::LocalTime ? date.toUTC() : date;
+    return written.toString(QStringLiteral("yyyy-MM-ddTHH:mm:ss"));
+}
+
+QString ImageListText(const QMap<int, QString>& table, const QString& asRead)
+{
+    if (table.isEmpty())
+        return asRead;
+    return QStringList(table.values()).join(QLatin1Char('|'));
+}
+
+QDateTime EpochInLocalTime()
+{
+    return QDateTime(QDate(1970, 1, 1), QTime(0, 0, 0), Qt::UTC).toLocalTime();
+}
+
+} // namespace
+
+void ReadWorkflow(XmlFiler& filer, WorkflowImp& record)
+{
+    WorkflowFields& m = record.Fields();
+    m.SourceFile = QDir::cleanPath(filer.GetFileName());
+    m.Plugin = filer.GetAttribute(QStringLiteral("Plugin"), QString());
+    m.IsTemplate = filer.GetBoolAttribute(QStringLiteral("IsTemplate"), true);
+    m.IsReadOnly = filer.GetBoolAttribute(QStringLiteral("IsReadOnly"), false);
+    m.TemplateId = filer.GetAttribute(QStringLiteral("TemplateId"), QString());
+    m.Id = filer.GetAttribute(QStringLiteral("Id"), QString());
+    m.HelpId = filer.GetAttribute(QStringLiteral("HelpId"), QString());
+    m.Name = filer.GetAttribute(QStringLiteral("Name"), QString());
+    m.Description = filer.GetAttribute(QStringLiteral("Description"), QString());
+    m.Tooltip = filer.GetAttribute(QStringLiteral("Tooltip"), QString());
+    m.Tag = filer.GetAttribute(QStringLiteral("Tag"), QString());
+    m.Keywords = filer.GetAttribute(QStringLiteral("Keywords"), QString());
+    m.UIFile = filer.GetAttribute(QStringLiteral("UIFile"), QString());
+    m.PrimaryProduct = filer.GetAttribute(QStringLiteral("PrimaryProduct"), QString());
+    m.TargetProduct = filer.GetAttribute(QStringLiteral("TargetProduct"), QString());
+    m.RequiredProducts = filer.GetAttribute(QStringLiteral("RequiredProducts"), QString());
+    m.RequiredProductsDisplayText = filer.GetAttribute(QStringLiteral("RequiredProductsDisplayText"), QString());
+    WorkflowImp::KeysChanged();
+    m.CreatedDate = filer.GetDateTimeAttribute(QStringLiteral("CreatedDate"), EpochInLocalTime());
+    m.LastModifiedDate = filer.GetDateTimeAttribute(QStringLiteral("LastModifiedDate"), m.CreatedDate);
+    m.TemplateImage = filer.GetAttribute(QStringLiteral("TemplateImage"), QString());
+    m.ModifiedImage = filer.GetAttribute(QStringLiteral("ModifiedImage"), QString());
+    // The image tables follow the texts just read when they are next asked for.
+    m.TemplateImages.clear();
+    m.ModifiedImages.clear();
+    m.ImageTablesBuilt = false;
+
+    m.Introduction.clear();
+    filer.PushPosition();
+    if (filer.GoToPath(QStringLiteral("Introduction")))
+        m.Introduction = filer.GetText();
+    filer.PopPosition();
+
+    if (m.IsTemplate)
+    {
+        const QString show = ReadWorkflowSetting(m.Id, QStringLiteral("ShowIntroductionOnExecute"));
+        m.ShowIntroductionOnExecute = show.isEmpty() || show.compare(QLatin1String("true"), Qt::CaseInsensitive) == 0;
+    }
+    m.IsModified = false;
+
+    m.Settings.clear();
+    filer.PushPosition();
+    if (filer.GoToPath(QStringLiteral("Settings")))
+        m.Settings = filer.GetInnerXml();
+    filer.PopPosition();
+}
+
+bool LoadWorkflow(WorkflowImp& record, const QString& file, const QString& id)
+{
+    XmlFiler filer;
+    if (!filer.Open(file))
+        return false;
+    const QString xlfFile = filer.GetAttribute(kXlfFile, QString());
+    if (!xlfFile.isEmpty())
+    {
+        if (WorkflowManagerImp* manager = WorkflowManagerImp::Instance())
+            filer.SetTranslator(manager->TranslationCatalog(xlfFile));
+    }
+    if (!filer.GoToPath(kWorkflowElement))
+        return false;
+    if (!id.isEmpty())
+    {
+        while (filer.GetAttribute(QStringLiteral("Id"), QString()).compare(id, Qt::CaseInsensitive) != 0)
+        {
+            if (!filer.GoToNextSibling())
+                return false;
+        }
+    }
+    ReadWorkflow(filer, record);
+    return true;
+}
+
+bool WriteWorkflow(WorkflowImp& record, const QString& name, const QString& target, const QString& id)
+{
+    WorkflowFields& m = record.Fields();
+    XmlFiler filer(false);
+    filer.Create(kWorkflowsElement);
+    filer.SetAttribute(kXlfFile, m.XlfFile);
+    filer.GoToOrCreatePath(kWorkflowElement, true, false);
+    filer.SetAttribute(QStringLiteral("Plugin"), m.Plugin);
+    filer.SetAttribute(QStringLiteral("TemplateId"), m.TemplateId);
+    filer.SetAttribute(QStringLiteral("TemplateImage"), ImageListText(m.TemplateImages, m.TemplateImage));
+    filer.SetAttribute(QStringLiteral("ModifiedImage"), ImageListText(m.ModifiedImages, m.ModifiedImage));
+    filer.SetAttribute(QStringLiteral("Tooltip"), m.Tooltip);
+    filer.SetAttribute(QStringLiteral("Tag"), m.Tag);
+    filer.SetAttribute(QStringLiteral("UIFile"), m.UIFile);
+    filer.SetAttribute(QStringLiteral("PrimaryProduct"), m.PrimaryProduct);
+    filer.SetAttribute(QStringLiteral("RequiredProducts"), m.RequiredProducts);
+    filer.SetAttribute(QStringLiteral("TargetProduct"), m.TargetProduct);
+    filer.SetAttribute(QStringLiteral("RequiredProductsDisplayText"), m.RequiredProductsDisplayText);
+    filer.SetAttribute(QStringLiteral("CreatedDate"), DateText(m.CreatedDate));
+    // The modification time moves even when the save then fails.
+    m.LastModifiedDate = QDateTime::currentDateTime();
+    filer.SetAttribute(QStringLiteral("LastModifiedDate"), DateText(m.LastModifiedDate));
+    filer.SetAttribute(QStringLiteral("IsReadOnly"), BoolText(m.IsReadOnly));
+    // Every written file describes a user workflow: templates are only ever installed.
+    filer.SetAttribute(QStringLiteral("IsTemplate"), BoolText(false));
+    filer.SetAttribute(QStringLiteral("Id"), id);
+    filer.SetAttribute(QStringLiteral("HelpId"), m.HelpId);
+    filer.SetAttribute(QStringLiteral("Name"), name);
+    filer.SetAttribute(QStringLiteral("Description"), m.Description);
+    filer.SetAttribute(QStringLiteral("Keywords"), m.Keywords);
+    filer.GoToOrCreatePath(QStringLiteral("Settings"), true, false);
+    filer.AppendXml(m.Settings);
+    filer.EnsureXmlDeclaration();
+    return filer.Save(target);
+}
 
 } // namespace Velmora::WorkflowCore

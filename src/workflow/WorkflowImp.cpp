@@ -74,6 +74,20 @@ QString SafeFileName(const QString& name)
     return result;
 }
 
+namespace {
+quint64 s_keysGeneration = 1;
+}
+
+quint64 WorkflowImp::KeysGeneration()
+{
+    return s_keysGeneration;
+}
+
+void WorkflowImp::KeysChanged()
+{
+    ++s_keysGeneration;
+}
+
 WorkflowImp::WorkflowImp(Workflow* facade) : m_facade(facade) {}
 
 WorkflowImp::~WorkflowImp()
@@ -191,6 +205,7 @@ bool WorkflowImp::Save(const QString& path)
     m.SourceFile = QDir::cleanPath(target);
     m.Id = newId;
     m.Name = name;
+    KeysChanged();
     m.IsTemplate = false;
     m.IsModified = false;
     return true;
@@ -222,6 +237,7 @@ void WorkflowImp::CopyFrom(const WorkflowImp& other)
     const bool isModified = m.IsModified;
     m = other.m;
     m.IsModified = isModified;
+    KeysChanged();
     if (WorkflowManagerImp* manager = Manager())
         manager->NotifyWorkflowChanged(m.Id, m.SourceFile);
 }

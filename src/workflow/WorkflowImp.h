@@ -83,6 +83,11 @@ public:
 
     QString ResolveImagePath(const QString& path) const;
 
+    // Every change of a record's Id or Name anywhere moves this count on, so that indexes of
+    // those keys know when to rebuild.
+    static quint64 KeysGeneration();
+    static void KeysChanged();
+
     // The template this workflow was made from, from the manager's catalogue; null without one.
     Workflow* FindTemplate() const;
 

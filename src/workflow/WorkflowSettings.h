@@ -15,4 +15,16 @@ QString ReadWorkflowSetting(const QString& workflowId, const QString& key);
 // overwritten.
 void WriteWorkflowSetting(const QString& workflowId, const QString& key, const QString& value);
 
+// While one lives, writes of settings gather in memory and reach the file once, when the last
+// batch ends: destroying a catalogue of thousands of templates rewrites the file once, not once
+// per template. The file ends up exactly as the single writes would have left it.
+class WorkflowSettingsBatch
+{
+public:
+    WorkflowSettingsBatch();
+    ~WorkflowSettingsBatch();
+    WorkflowSettingsBatch(const WorkflowSettingsBatch&) = delete;
+    WorkflowSettingsBatch& operator=(const WorkflowSettingsBatch&) = delete;
+};
+
 } // namespace Velmora::WorkflowCore

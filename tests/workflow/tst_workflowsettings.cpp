@@ -1,0 +1,220 @@
+// The per-user settings file: where it lives, how it grows, what it never overwrites.
+
+#include <VmWorkflowCore/Workflow.h>
+#include <VmWorkflowCore/WorkflowManager.h>
+#include <VmWorkflowCore/WorkflowPrivate.h>
+
+#include "workflow/WorkflowImp.h"
+#include "workflow/WorkflowSettings.h"
+
+#include "FileFixtures.h"
+#include "TestEnvironment.h"
+#include "WideText.h"
+
+#include <QDomDocument>
+#include <QtTest>
+
+#include <memory>
+
+#include <unistd.h>
+
+using namespace Velmora::WorkflowCore;
+using namespace VmWorkflowTest;
+
+namespace {
+
+QString SettingOf(Workflow& workflow, const QString& key)
+{
+    const Wide wideKey(key);
+    return ReadText([&](WideChar* b, int s) { return workflow.GetUISetting(wideKey, b, s); });
+}
+
+std::unique_ptr<Workflow> UserWorkflow(const QString& id)
+{
+    auto workflow = std::make_unique<Workflow>();
+    workflow->GetImp()->Fields().IsTemplate = false;
+    workflow->GetImp()->Fields().Id = id;
+    return workflow;
+}
+
+// Elements do not keep their document alive, so the last document read is kept here.
+QDomElement SettingsRoot()
+{
+    static QDomDocument document;
+    document = QDomDocument();
+    document.setContent(ReadFile(WorkflowSettingsFile()));
+    return document.documentElement();
+}
+
+} // namespace
+
+class tst_WorkflowSettings : public QObject
+{
+    Q_OBJECT
+private:
+    TestEnvironment m_env;
+
+private slots:
+    void initTestCase() { QVERIFY(m_env.Setup()); }
+    void init()
+    {
+        QDir(m_env.DataHome() + QStringLiteral("/Velmora")).removeRecursively();
+        qputenv("XDG_DATA_HOME", QFile::encodeName(m_env.DataHome()));
+    }
+
+    void settingsFileIsUnderApplicationData()
+    {
+        QCOMPARE(WorkflowSettingsFolder(), m_env.DataHome() + QStringLiteral("/Velmora/WorkflowSettings"));
+        QCOMPARE(WorkflowSettingsFile(),
+                 m_env.DataHome() + QStringLiteral("/Velmora/WorkflowSettings/WorkflowSettings.xml"));
+    }
+
+    void firstWriteCreatesFolderFileAndElement()
+    {
+        QVERIFY(!QFileInfo::exists(WorkflowSettingsFolder()));
+        auto workflow = UserWorkflow(QStringLiteral("Id_One"));
+        workflow->SetUISetting(Wide(QStringLiteral("Layout")), Wide(QStringLiteral("Wide")));
+        QVERIFY(QFileInfo(WorkflowSettingsFile()).isFile());
+        const QDomElement root = SettingsRoot();
+        QCOMPARE(root.tagName(), QStringLiteral("WorkflowSettings"));
+        const QDomElement workflows = root.firstChildElement();
+        QCOMPARE(workflows.tagName(), QStringLiteral("Workflows"));
+        const QDomElement element = workflows.firstChildElement();
+        QCOMPARE(element.tagName(), QStringLiteral("Workflow"));
+        QCOMPARE(element.attribute(QStringLiteral("Id")), QStringLiteral("Id_One"));
+        QCOMPARE(element.attribute(QStringLiteral("Layout")), QStringLiteral("Wide"));
+        QCOMPARE(element.attributes().count(), 2);
+        QVERIFY(element.nextSiblingElement().isNull());
+        QCOMPARE(SettingOf(*workflow, QStringLiteral("Layout")), QStringLiteral("Wide"));
+    }
+
+    void secondKeyJoinsSameElementSecondWorkflowGetsItsOwn()
+    {
+        auto one = UserWorkflow(QStringLiteral("Id_One"));
+        auto two = UserWorkflow(QStringLiteral("Id_Two"));
+        one->SetUISetting(Wide(QStringLiteral("A")), Wide(QStringLiteral("1")));
+        one->SetUISetting(Wide(QStringLiteral("B")), Wide(QStringLiteral("2")));
+        two->SetUISetting(Wide(QStringLiteral("A")), Wide(QStringLiteral("3")));
+        one->SetUISetting(Wide(QStringLiteral("A")), Wide(QStringLiteral("4")));
+        const QDomElement first = SettingsRoot().firstChildElement().firstChildElement();
+        const QDomElement second = first.nextSiblingElement();
+        QCOMPARE(first.attribute(QStringLiteral("Id")), QStringLiteral("Id_One"));
+        QCOMPARE(first.attribute(QStringLiteral("A")), QStringLiteral("4"));
+        QCOMPARE(first.attribute(QStringLiteral("B")), QStringLiteral("2"));
+        QCOMPARE(second.attribute(QStringLiteral("Id")), QStringLiteral("Id_Two"));
+        QCOMPARE(second.attribute(QStringLiteral("A")), QStringLiteral("3"));
+        QVERIFY(second.nextSiblingElement().isNull());
+    }
+
+    void idsDifferingInCaseAreDifferentWorkflows()
+    {
+        auto upper = UserWorkflow(QStringLiteral("Id_Case"));
+        auto lower = UserWorkflow(QStringLiteral("id_case"));
+        upper->SetUISetting(Wide(QStringLiteral("K")), Wide(QStringLiteral("upper")));
+        lower->SetUISetting(Wide(QStringLiteral("K")), Wide(QStringLiteral("lower")));
+        QCOMPARE(SettingOf(*upper, QStringLiteral("K")), QStringLiteral("upper"));
+        QCOMPARE(SettingOf(*lower, QStringLiteral("K")), QStringLiteral("lower"));
+        QCOMPARE(SettingsRoot().firstChildElement().childNodes().count(), 2);
+    }
+
+    void missingThingsReadAsEmpty()
+    {
+        auto workflow = UserWorkflow(QStringLiteral("Id_Nothing"));
+        QCOMPARE(SettingOf(*workflow, QStringLiteral("K")), QString());
+        workflow->SetUISetting(Wide(QStringLiteral("K")), Wide(QStringLiteral("v")));
+        QCOMPARE(SettingOf(*workflow, QStringLiteral("Other")), QString());
+        auto other = UserWorkflow(QStringLiteral("Id_Other"));
+        QCOMPARE(SettingOf(*other, QStringLiteral("K")), QString());
+        QCOMPARE(SettingOf(*workflow, QString()), QString());
+    }
+
+    void emptyKeyWritesNothing()
+    {
+        auto workflow = UserWorkflow(QStringLiteral("Id_E"));
+        workflow->SetUISetting(Wide(QString()), Wide(QStringLiteral("v")));
+        QVERIFY(!QFileInfo::exists(WorkflowSettingsFile()));
+    }
+
+    void damagedFileIsNeverOverwritten()
+    {
+        const QByteArray damaged("<WorkflowSettings><Workflows><Workflow Id=\"Id_D\" K=\"v\"></Workflows>");
+        QVERIFY(WriteFile(WorkflowSettingsFile(), damaged));
+        auto workflow = UserWorkflow(QStringLiteral("Id_D"));
+        QCOMPARE(SettingOf(*workflow, QStringLiteral("K")), QString());
+        workflow->SetUISetting(Wide(QStringLiteral("K")), Wide(QStringLiteral("new")));
+        QCOMPARE(ReadFile(WorkflowSettingsFile()), damaged);
+        // A template record writes on destruction: that write is dropped as well.
+        {
+            Workflow templ;
+            templ.GetImp()->Fields().Id = QStringLiteral("Id_D");
+        }
+        QCOMPARE(ReadFile(WorkflowSettingsFile()), damaged);
+    }
+
+    void unreadableFileIsNeverOverwritten()
+    {
+        if (::geteuid() == 0)
+            QSKIP("root reads every file");
+        QVERIFY(WriteFile(WorkflowSettingsFile(), "<WorkflowSettings/>"));
+        QFile::setPermissions(WorkflowSettingsFile(), QFileDevice::WriteOwner);
+        auto workflow = UserWorkflow(QStringLiteral("Id_U"));
+        workflow->SetUISetting(Wide(QStringLiteral("K")), Wide(QStringLiteral("v")));
+        QFile::setPermissions(WorkflowSettingsFile(), QFileDevice::ReadOwner | QFileDevice::WriteOwner);
+        QCOMPARE(ReadFile(WorkflowSettingsFile()), QByteArray("<WorkflowSettings/>"));
+    }
+
+    void templateWritesShowIntroductionOnDestruction()
+    {
+        {
+            Workflow templ;
+            templ.GetImp()->Fields().Id = QStringLiteral("Id_T");
+            WorkflowPrivate::SetUIState(&templ, WorkflowUIState{false});
+        }
+        QCOMPARE(ReadWorkflowSetting(QStringLiteral("Id_T"), QStringLiteral("ShowIntroductionOnExecute")),
+                 QStringLiteral("False"));
+        {
+            Workflow templ;
+            templ.GetImp()->Fields().Id = QStringLiteral("Id_T");
+        }
+        QCOMPARE(ReadWorkflowSetting(QStringLiteral("Id_T"), QStringLiteral("ShowIntroductionOnExecute")),
+                 QStringLiteral("True"));
+    }
+
+    void nonTemplateNeverWritesShowIntroduction()
+    {
+        {
+            auto workflow = UserWorkflow(QStringLiteral("Id_N"));
+            WorkflowPrivate::SetUIState(workflow.get(), WorkflowUIState{false});
+        }
+        QVERIFY(!QFileInfo::exists(WorkflowSettingsFile()));
+    }
+
+    void untouchedTemplateShowsIntroduction()
+    {
+        const QString file = m_env.Root() + QStringLiteral("/untouched.workflow");
+        QVERIFY(WriteFile(file, WorkflowDocument(WorkflowElement(R"(Id="Id_Fresh" IsTemplate="True")"))));
+        QVERIFY(WorkflowManager::Initialize());
+        {
+            Workflow templ;
+            templ.GetImp()->Fields().ShowIntroductionOnExecute = false;
+            QVERIFY(templ.Load(Wide(file), Wide(QString())));
+            QVERIFY(WorkflowPrivate::GetUIState(&templ).ShowIntroductionOnExecute);
+        }
+        QVERIFY(WorkflowManager::Uninitialize());
+    }
+
+    void noApplicationDataFolderMeansNothingHappens()
+    {
+        // A data folder that cannot be created stands for a platform that gives none.
+        const QString blocker = m_env.Root() + QStringLiteral("/not-a-folder");
+        QVERIFY(WriteFile(blocker, "x"));
+        qputenv("XDG_DATA_HOME", QFile::encodeName(blocker + QStringLiteral("/data")));
+        auto workflow = UserWorkflow(QStringLiteral("Id_X"));
+        workflow->SetUISetting(Wide(QStringLiteral("K")), Wide(QStringLiteral("v")));
+        QCOMPARE(SettingOf(*workflow, QStringLiteral("K")), QString());
+        qputenv("XDG_DATA_HOME", QFile::encodeName(m_env.DataHome()));
+    }
+};
+
+QTEST_GUILESS_MAIN(tst_WorkflowSettings)
+#include "tst_workflowsettings.moc"
