@@ -66,10 +66,7 @@ WorkflowIterator* WorkflowManager::GetWorkflows()
 
 WorkflowIterator* WorkflowManager::GetWorkflows(const WideChar* filter, const WideChar* sort)
 {
-    // Filtering and sorting arrive with the catalogue queries; until then the whole catalogue.
-    Q_UNUSED(filter);
-    Q_UNUSED(sort);
-    return GetWorkflows();
+    return new WorkflowIterator(new WorkflowIteratorImp(m_imp->QueryWorkflows(TextIn(filter), TextIn(sort))));
 }
 
 Workflow* WorkflowManager::GetWorkflow(const WideChar* id, const WideChar* sourceFile)
@@ -122,10 +119,7 @@ bool WorkflowManager::ExecuteWorkflow(Workflow* workflow, WorkflowLaunchPoint la
 
 bool WorkflowManager::DeleteWorkflow(const WideChar* id, const WideChar* sourceFile, bool removeFromFile)
 {
-    Q_UNUSED(id);
-    Q_UNUSED(sourceFile);
-    Q_UNUSED(removeFromFile);
-    return false;
+    return m_imp->DeleteWorkflow(TextIn(id), TextIn(sourceFile), removeFromFile);
 }
 
 bool WorkflowManager::WorkflowModifiedInPlugin(const WideChar* workflowId, const WideChar* sourceFile)

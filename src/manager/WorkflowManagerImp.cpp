@@ -3,8 +3,14 @@
 #include "execution/ExecutingRegistry.h"
 #include "execution/Plugin.h"
 #include "manager/Constants.h"
+#include "manager/WorkflowQuery.h"
 #include "platform/Platform.h"
+#include "util/FileUtil.h"
+#include "util/XlfCatalog.h"
+#include "util/XmlFiler.h"
+#include "workflow/WorkflowFile.h"
 #include "workflow/WorkflowImp.h"
+#include "workflow/WorkflowSettings.h"
 
 #include <OstrelAdapter/ApplicationManager.h>
 
@@ -15,7 +21,7 @@ namespace Velmora::WorkflowCore {
 
 WorkflowManagerImp::WorkflowManagerImp() : QObject(nullptr)
 {
-    const QString appData = Platform::ApplicationDataFolder();
+    const QString appData = ApplicationDataFolder();
     if (!appData.isEmpty())
     {
         QString folder = appData;
@@ -74,11 +80,26 @@ void WorkflowManagerImp::EnsureCatalogueLoaded()
         ScanCatalogue();
 }
 
+namespace {
+
+QString IndexKey(const QString& text)
+{
+    return text.toCaseFolded();
+}
+
+} // namespace
+
 void WorkflowManagerImp::EmptyCatalogue()
 {
     const QList<Workflow*> workflows = m_catalogue;
     m_catalogue = QList<Workflow*>();
     m_catalogueLoaded = false;
+    m_byId.clear();
+    m_byName.clear();
+    m_indexedKeys.clear();
+    m_indexGeneration = WorkflowImp::KeysGeneration();
+    // Every template remembers its introduction choice as it goes: one rewrite of the file.
+    WorkflowSettingsBatch batch;
     qDeleteAll(workflows);
 }
 
@@ -87,38 +108,149 @@ void WorkflowManagerImp::ScanCatalogue()
     EmptyCatalogue();
     if (m_searchPaths.isEmpty() && m_userWorkflowFolder.isEmpty())
         return;
-    QStringList folders = m_searchPaths.split(QLatin1Char(';'), Qt::SkipEmptyParts);
+    // Folders are taken as written: one named twice is read twice, and the earlier copy wins.
+    QStringList folders = SplitSearchPaths(m_searchPaths);
     if (!m_userWorkflowFolder.isEmpty())
         folders.append(m_userWorkflowFolder);
-    // Reading the folders arrives with the workflow file reader.
-    Q_UNUSED(folders);
+    for (const QString& folder : std::as_const(folders))
+    {
+        if (!QFileInfo(folder).isDir())
+            continue;
+        const QStringList files =
+            FindFiles(folder, QStringLiteral("*.workflow"), QDir::Files, QDir::Name, false);
+        for (const QString& file : files)
+            ReadWorkflowFile(QFileInfo(file).absoluteFilePath());
+    }
     m_catalogueLoaded = true;
+    RemoveOrphans();
+    InheritTemplateProducts();
+}
+
+void WorkflowManagerImp::ReadWorkflowFile(const QString& path)
+{
+    XmlFiler filer;
+    if (!filer.Open(path))
+        return;
+    const QString xlfFile = filer.GetAttribute(QStringLiteral("XlfFile"), QString());
+    if (!xlfFile.isEmpty())
+        filer.SetTranslator(TranslationCatalog(xlfFile));
+    if (!filer.GoToFirstChild())
+        return;
+    do
+    {
+        auto* workflow = new Workflow;
+        workflow->GetImp()->Fields().XlfFile = xlfFile;
+        filer.PushPosition();
+        ReadWorkflow(filer, *workflow->GetImp());
+        filer.PopPosition();
+        AddWorkflow(workflow);
+    } while (filer.GoToNextSibling());
+}
+
+void WorkflowManagerImp::RemoveOrphans()
+{
+    const QList<Workflow*> snapshot = m_catalogue;
+    for (Workflow* workflow : snapshot)
+    {
+        // A lookup below returns this workflow or one before it, so every workflow reached
+        // here is still alive.
+        const WorkflowFields& fields = workflow->GetImp()->Fields();
+        if (fields.IsTemplate || FindWorkflow(fields.TemplateId, QString()))
+            continue;
+        Workflow* found = FindWorkflow(fields.Id, fields.SourceFile);
+        if (!found || found->IsTemplate())
+            continue;
+        RemoveAt(IndexOfWorkflow(found));
+    }
+}
+
+void WorkflowManagerImp::InheritTemplateProducts()
+{
+    if (!m_catalogueLoaded)
+        return;
+    const QList<Workflow*> snapshot = m_catalogue;
+    for (Workflow* workflow : snapshot)
+        workflow->GetImp()->InheritProducts();
+}
+
+void WorkflowManagerImp::RemoveAt(int index)
+{
+    if (index < 0 || index >= m_catalogue.size())
+        return;
+    emit WorkflowAboutToBeRemoved(index);
+    Workflow* workflow = m_catalogue.takeAt(index);
+    IndexRemove(workflow);
+    delete workflow;
+    emit WorkflowRemoved(index);
 }
 
 bool WorkflowManagerImp::AddWorkflow(Workflow* workflow)
 {
-    if (!workflow || m_catalogue.contains(workflow))
+    if (!workflow || m_indexedKeys.contains(workflow))
         return false;
     const int index = static_cast<int>(m_catalogue.size());
     emit WorkflowAboutToBeInserted(index);
     m_catalogue.append(workflow);
+    IndexAppend(workflow);
     // The inserted signal carries the new count, not the index: the list models pair them so.
     emit WorkflowInserted(static_cast<int>(m_catalogue.size()));
     return true;
 }
 
+void WorkflowManagerImp::IndexAppend(Workflow* workflow)
+{
+    const WorkflowFields& fields = workflow->GetImp()->Fields();
+    IndexedKeys keys{IndexKey(fields.Id), IndexKey(fields.Name)};
+    m_byId[keys.id].append(workflow);
+    m_byName[keys.name].append(workflow);
+    m_indexedKeys.insert(workflow, keys);
+}
+
+void WorkflowManagerImp::IndexRemove(Workflow* workflow)
+{
+    const auto found = m_indexedKeys.constFind(workflow);
+    if (found == m_indexedKeys.constEnd())
+        return;
+    const auto removeFrom = [workflow](QHash<QString, QList<Workflow*>>& index, const QString& key) {
+        auto bucket = index.find(key);
+        if (bucket == index.end())
+            return;
+        bucket->removeOne(workflow);
+        if (bucket->isEmpty())
+            index.erase(bucket);
+    };
+    removeFrom(m_byId, found->id);
+    removeFrom(m_byName, found->name);
+    m_indexedKeys.erase(found);
+}
+
+void WorkflowManagerImp::EnsureIndexFresh()
+{
+    if (m_indexGeneration == WorkflowImp::KeysGeneration())
+        return;
+    m_byId.clear();
+    m_byName.clear();
+    m_indexedKeys.clear();
+    for (Workflow* workflow : std::as_const(m_catalogue))
+        IndexAppend(workflow);
+    m_indexGeneration = WorkflowImp::KeysGeneration();
+}
+
 Workflow* WorkflowManagerImp::FindWorkflow(const QString& id, const QString& sourceFile)
 {
     EnsureCatalogueLoaded();
+    EnsureIndexFresh();
+    const auto bucket = m_byId.constFind(IndexKey(id));
+    if (bucket == m_byId.constEnd())
+        return nullptr;
+    if (sourceFile.isEmpty())
+        return bucket->constFirst();
+    // The same file however its path is spelled.
     const QFileInfo wanted(sourceFile);
-    for (Workflow* workflow : std::as_const(m_catalogue))
+    for (Workflow* workflow : *bucket)
     {
-        const WorkflowFields& fields = workflow->GetImp()->Fields();
-        if (fields.Id.compare(id, Qt::CaseInsensitive) != 0)
-            continue;
-        if (!sourceFile.isEmpty() && wanted != QFileInfo(fields.SourceFile))
-            continue;
-        return workflow;
+        if (wanted == QFileInfo(workflow->GetImp()->Fields().SourceFile))
+            return workflow;
     }
     return nullptr;
 }
@@ -126,16 +258,15 @@ Workflow* WorkflowManagerImp::FindWorkflow(const QString& id, const QString& sou
 Workflow* WorkflowManagerImp::FindWorkflowByName(const QString& name)
 {
     EnsureCatalogueLoaded();
-    for (Workflow* workflow : std::as_const(m_catalogue))
-    {
-        if (workflow->GetImp()->Fields().Name.compare(name, Qt::CaseInsensitive) == 0)
-            return workflow;
-    }
-    return nullptr;
+    EnsureIndexFresh();
+    const auto bucket = m_byName.constFind(IndexKey(name));
+    return bucket == m_byName.constEnd() ? nullptr : bucket->constFirst();
 }
 
 int WorkflowManagerImp::IndexOfWorkflow(const Workflow* workflow) const
 {
+    if (!workflow || !m_indexedKeys.contains(workflow))
+        return -1;
     return static_cast<int>(m_catalogue.indexOf(const_cast<Workflow*>(workflow)));
 }
 
@@ -147,6 +278,100 @@ void WorkflowManagerImp::NotifyWorkflowChanged(const QString& id, const QString&
     const int index = IndexOfWorkflow(entry);
     if (index >= 0)
         emit WorkflowModified(index);
+}
+
+bool WorkflowManagerImp::DeleteWorkflow(const QString& id, const QString& sourceFile, bool removeFromFile)
+{
+    Workflow* workflow = FindWorkflow(id, sourceFile);
+    if (!workflow || workflow->IsTemplate())
+        return false;
+    const int index = IndexOfWorkflow(workflow);
+    if (index < 0)
+        return false;
+    emit WorkflowAboutToBeRemoved(index);
+    if (removeFromFile)
+    {
+        const QString file = workflow->GetImp()->Fields().SourceFile;
+        // Callers rely on this early return leaving the about-to-be-removed signal unpaired.
+        if (!QFileInfo(file).isWritable())
+            return false;
+        XmlFiler filer(false);
+        bool anyLeft = false;
+        if (filer.Open(file) && filer.GoToFirstChild())
+        {
+            QDomElement doomed;
+            do
+            {
+                if (filer.GetAttribute(QStringLiteral("Id"), QString()).compare(id, Qt::CaseInsensitive) == 0)
+                {
+                    doomed = filer.GetCurrentElement();
+                    break;
+                }
+            } while (filer.GoToNextSibling());
+            if (!doomed.isNull())
+                doomed.parentNode().removeChild(doomed);
+            anyLeft = !filer.GetDocumentElement().firstChildElement().isNull();
+        }
+        if (anyLeft)
+            filer.Save(file);
+        else
+            QFile::remove(QDir::cleanPath(file));
+    }
+    m_catalogue.removeAt(index);
+    IndexRemove(workflow);
+    delete workflow;
+    emit WorkflowRemoved(index);
+    return true;
+}
+
+QList<Workflow*> WorkflowManagerImp::QueryWorkflows(const QString& filter, const QString& sort)
+{
+    EnsureCatalogueLoaded();
+    QList<Workflow*> snapshot = m_catalogue;
+    if (!filter.isEmpty())
+    {
+        const WorkflowFilterMap filters = ParseFilterText(filter);
+        if (!filters.isEmpty())
+        {
+            snapshot.removeIf([&](Workflow* workflow) {
+                for (auto it = filters.cbegin(); it != filters.cend(); ++it)
+                {
+                    if (!PassesFilterEntry(workflow, it.key(), it.value()))
+                        return true;
+                }
+                return false;
+            });
+        }
+    }
+    if (!sort.isEmpty())
+        SortWorkflows(snapshot, sort, [this](const QString& ids) { return ProductDisplayNames(ids); });
+    return snapshot;
+}
+
+bool WorkflowManagerImp::PassesFilterEntry(Workflow* workflow, const QString& key, const QString& value)
+{
+    // PENDING: the product rules decide every key; until they land nothing is filtered out.
+    Q_UNUSED(workflow);
+    Q_UNUSED(key);
+    Q_UNUSED(value);
+    return true;
+}
+
+QString WorkflowManagerImp::ProductDisplayNames(const QString& productIds) const
+{
+    // PENDING: names come from the product catalogue once it lands.
+    return productIds;
+}
+
+XlfCatalog* WorkflowManagerImp::TranslationCatalog(const QString& xlfFile)
+{
+    const QString path = FindTranslationFile(xlfFile, m_currentLocale, m_searchPaths);
+    if (path.isEmpty())
+        return nullptr;
+    auto& catalog = m_translations[path];
+    if (!catalog)
+        catalog = std::make_unique<XlfCatalog>(path);
+    return catalog.get();
 }
 
 } // namespace Velmora::WorkflowCore

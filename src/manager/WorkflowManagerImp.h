@@ -2,17 +2,21 @@
 
 #include <VmWorkflowCore/WorkflowManager.h>
 
+#include <QHash>
 #include <QList>
 #include <QMap>
 #include <QObject>
 #include <QString>
 
+#include <map>
 #include <memory>
 
 namespace Velmora::WorkflowCore {
 
 class ExecutingRegistry;
 class Plugin;
+class XlfCatalog;
+class XmlFiler;
 
 class WorkflowManagerImp : public QObject
 {
@@ -52,6 +56,20 @@ public:
     int IndexOfWorkflow(const Workflow* workflow) const;
     // Tells the observers that the catalogue's entry for that id and file changed.
     void NotifyWorkflowChanged(const QString& id, const QString& sourceFile);
+    // A snapshot of the catalogue without the workflows the filter text rejects, sorted by the
+    // sort text.
+    QList<Workflow*> QueryWorkflows(const QString& filter, const QString& sort);
+    // Whether the workflow passes one filter entry of the list models' keys.
+    bool PassesFilterEntry(Workflow* workflow, const QString& key, const QString& value);
+    // The display names of a list of product ids, joined with ",".
+    QString ProductDisplayNames(const QString& productIds) const;
+
+    // Removes the workflow with its element (or its whole file) when removeFromFile is set.
+    bool DeleteWorkflow(const QString& id, const QString& sourceFile, bool removeFromFile);
+
+    // The translations of the XLIFF file named xlfFile for the current locale, found on the
+    // workflow search paths and kept for the life of the manager; null when there is none.
+    XlfCatalog* TranslationCatalog(const QString& xlfFile);
 
 Q_SIGNALS:
     void WorkflowAboutToBeInserted(int index);
@@ -61,6 +79,14 @@ Q_SIGNALS:
     void WorkflowModified(int index);
 
 private:
+    void ReadWorkflowFile(const QString& path);
+    void RemoveOrphans();
+    void InheritTemplateProducts();
+    void RemoveAt(int index);
+    void IndexAppend(Workflow* workflow);
+    void IndexRemove(Workflow* workflow);
+    void EnsureIndexFresh();
+
     QString m_searchPaths;
     QString m_userWorkflowFolder;
     QString m_pluginSearchPaths;
@@ -71,6 +97,20 @@ private:
     HostApplicationContext* m_context = nullptr;
     std::unique_ptr<ExecutingRegistry> m_registry;
     WorkflowNotificationManager* m_notificationManager = nullptr;
+    std::map<QString, std::unique_ptr<XlfCatalog>> m_translations;
+
+    // Case-folded id and name to the catalogue's workflows of that key, in catalogue order, so
+    // that lookups answer in constant time what the walk over the catalogue would answer.
+    // Renames anywhere are noticed through the records' key generation and rebuild the index.
+    struct IndexedKeys
+    {
+        QString id;
+        QString name;
+    };
+    QHash<QString, QList<Workflow*>> m_byId;
+    QHash<QString, QList<Workflow*>> m_byName;
+    QHash<const Workflow*, IndexedKeys> m_indexedKeys;
+    quint64 m_indexGeneration = 0;
 };
 
 } // namespace Velmora::WorkflowCore

@@ -1,0 +1,386 @@
+// The catalogue: scanning folders, orphans, inheritance, lookups, sorting and deletion.
+
+#include <VmWorkflowCore/Workflow.h>
+#include <VmWorkflowCore/WorkflowManager.h>
+#include <VmWorkflowCore/WorkflowPrivate.h>
+
+#include "manager/WorkflowManagerImp.h"
+#include "workflow/WorkflowImp.h"
+
+#include "FileFixtures.h"
+#include "TestEnvironment.h"
+#include "WideText.h"
+
+#include <QSignalSpy>
+#include <QtTest>
+
+#include <memory>
+
+using namespace Velmora::WorkflowCore;
+using namespace VmWorkflowTest;
+
+namespace {
+
+WorkflowManager* Manager()
+{
+    return WorkflowManager::GetInstance();
+}
+
+WorkflowManagerImp* Imp()
+{
+    return WorkflowManager::GetInstance()->GetImp();
+}
+
+QString IdOf(Workflow* workflow)
+{
+    return workflow->GetImp()->Fields().Id;
+}
+
+QStringList Ids(WorkflowIterator* iterator)
+{
+    QStringList ids;
+    while (iterator->MoveNext())
+        ids << IdOf(iterator->GetCurrent());
+    delete iterator;
+    return ids;
+}
+
+QStringList CatalogueIds()
+{
+    QStringList ids;
+    for (Workflow* workflow : Imp()->Catalogue())
+        ids << IdOf(workflow);
+    return ids;
+}
+
+// Records every catalogue signal as "name(argument)".
+class SignalLog : public QObject
+{
+public:
+    explicit SignalLog(WorkflowManagerImp* imp)
+    {
+        connect(imp, &WorkflowManagerImp::WorkflowAboutToBeInserted, this,
+                [this](int n) { entries << QStringLiteral("AboutToBeInserted(%1)").arg(n); });
+        connect(imp, &WorkflowManagerImp::WorkflowInserted, this,
+                [this](int n) { entries << QStringLiteral("Inserted(%1)").arg(n); });
+        connect(imp, &WorkflowManagerImp::WorkflowAboutToBeRemoved, this,
+                [this](int n) { entries << QStringLiteral("AboutToBeRemoved(%1)").arg(n); });
+        connect(imp, &WorkflowManagerImp::WorkflowRemoved, this,
+                [this](int n) { entries << QStringLiteral("Removed(%1)").arg(n); });
+        connect(imp, &WorkflowManagerImp::WorkflowModified, this,
+                [this](int n) { entries << QStringLiteral("Modified(%1)").arg(n); });
+    }
+    QStringList entries;
+};
+
+} // namespace
+
+class tst_Catalogue : public QObject
+{
+    Q_OBJECT
+private:
+    TestEnvironment m_env;
+    std::unique_ptr<QTemporaryDir> m_dir;
+
+    QString Path(const QString& name) const { return m_dir->filePath(name); }
+    void Write(const QString& name, const QByteArray& elements, const QByteArray& xlf = QByteArray())
+    {
+        QVERIFY(WriteFile(Path(name), WorkflowDocument(elements, xlf)));
+    }
+    void SetSearchPaths(const QString& paths) { Manager()->SetWorkflowSearchPaths(Wide(paths)); }
+
+private slots:
+    void initTestCase() { QVERIFY(m_env.Setup()); }
+    void init()
+    {
+        m_dir = std::make_unique<QTemporaryDir>();
+        QVERIFY(m_dir->isValid());
+        QDir(m_env.DataHome() + QStringLiteral("/Velmora")).removeRecursively();
+        QVERIFY(WorkflowManager::Initialize());
+    }
+    void cleanup()
+    {
+        QVERIFY(WorkflowManager::Uninitialize());
+        m_dir.reset();
+    }
+
+    void scansEveryChildElementOfEveryFileInNameOrder()
+    {
+        Write(QStringLiteral("b.workflow"), WorkflowElement(R"(Id="B1")"));
+        Write(QStringLiteral("a.workflow"), WorkflowElement(R"(Id="A1")") + "<Other Id=\"A2\"/>");
+        Write(QStringLiteral("c.xml"), WorkflowElement(R"(Id="NotAWorkflowFile")"));
+        SetSearchPaths(m_dir->path());
+        QCOMPARE(CatalogueIds(), QStringList({QStringLiteral("A1"), QStringLiteral("A2"), QStringLiteral("B1")}));
+    }
+
+    void emptyPartsOfSearchPathAreSkippedAndUserFolderComesLast()
+    {
+        Write(QStringLiteral("one/t.workflow"), WorkflowElement(R"(Id="Tpl")"));
+        QVERIFY(WriteFile(Imp()->UserWorkflowFolder() + QStringLiteral("/mine.workflow"),
+                          WorkflowDocument(WorkflowElement(R"(Id="Mine" IsTemplate="False" TemplateId="tpl")"))));
+        Write(QStringLiteral("two/other.workflow"), WorkflowElement(R"(Id="Other")"));
+        SetSearchPaths(QStringLiteral(";") + Path(QStringLiteral("one")) + QStringLiteral(";"));
+        QCOMPARE(CatalogueIds(), QStringList({QStringLiteral("Tpl"), QStringLiteral("Mine")}));
+    }
+
+    void folderNamedTwiceGivesEveryWorkflowTwice()
+    {
+        Write(QStringLiteral("t.workflow"), WorkflowElement(R"(Id="Tpl" Name="first")"));
+        SetSearchPaths(m_dir->path() + QLatin1Char(';') + m_dir->path());
+        QCOMPARE(CatalogueIds(), QStringList({QStringLiteral("Tpl"), QStringLiteral("Tpl")}));
+        Workflow* found = Manager()->GetWorkflow(Wide(QStringLiteral("tpl")), Wide(QString()));
+        QCOMPARE(found, Imp()->Catalogue().at(0));
+    }
+
+    void subfoldersAreNotScanned()
+    {
+        Write(QStringLiteral("top.workflow"), WorkflowElement(R"(Id="Top")"));
+        Write(QStringLiteral("sub/deep.workflow"), WorkflowElement(R"(Id="Deep")"));
+        SetSearchPaths(m_dir->path());
+        QCOMPARE(CatalogueIds(), QStringList{QStringLiteral("Top")});
+    }
+
+    void badFilesAndMissingFoldersAreSkipped()
+    {
+        QVERIFY(WriteFile(Path(QStringLiteral("broken.workflow")), "<Workflows><Workflow Id=\"x\""));
+        QVERIFY(WriteFile(Path(QStringLiteral("empty.workflow")), QByteArray()));
+        Write(QStringLiteral("good.workflow"), WorkflowElement(R"(Id="Good")"));
+        SetSearchPaths(Path(QStringLiteral("missing")) + QLatin1Char(';') + m_dir->path());
+        QCOMPARE(CatalogueIds(), QStringList{QStringLiteral("Good")});
+    }
+
+    void firstInsertionSignalsZeroThenOne()
+    {
+        Write(QStringLiteral("t.workflow"), WorkflowElement(R"(Id="T1")") + WorkflowElement(R"(Id="T2")"));
+        SignalLog log(Imp());
+        SetSearchPaths(m_dir->path());
+        QCOMPARE(log.entries, QStringList({QStringLiteral("AboutToBeInserted(0)"), QStringLiteral("Inserted(1)"),
+                                           QStringLiteral("AboutToBeInserted(1)"), QStringLiteral("Inserted(2)")}));
+    }
+
+    void orphanIsRemovedWithPairedSignals()
+    {
+        Write(QStringLiteral("a.workflow"), WorkflowElement(R"(Id="Tpl")") +
+                                                WorkflowElement(R"(Id="Orphan" IsTemplate="False" TemplateId="Gone")") +
+                                                WorkflowElement(R"(Id="Child" IsTemplate="False" TemplateId="TPL")"));
+        SignalLog log(Imp());
+        SetSearchPaths(m_dir->path());
+        QCOMPARE(CatalogueIds(), QStringList({QStringLiteral("Tpl"), QStringLiteral("Child")}));
+        QCOMPARE(log.entries.mid(6), QStringList({QStringLiteral("AboutToBeRemoved(1)"), QStringLiteral("Removed(1)")}));
+    }
+
+    void orphanWithEmptyTemplateIdIsRemoved()
+    {
+        Write(QStringLiteral("a.workflow"), WorkflowElement(R"(Id="Tpl")") +
+                                                WorkflowElement(R"(Id="NoTemplate" IsTemplate="False")"));
+        SetSearchPaths(m_dir->path());
+        QCOMPARE(CatalogueIds(), QStringList{QStringLiteral("Tpl")});
+    }
+
+    void templatesAlwaysStay()
+    {
+        Write(QStringLiteral("a.workflow"), WorkflowElement(R"(Id="Tpl" TemplateId="Nothing")"));
+        SetSearchPaths(m_dir->path());
+        QCOMPARE(CatalogueIds(), QStringList{QStringLiteral("Tpl")});
+    }
+
+    void incompleteProductsAreInheritedAndReadOnly()
+    {
+        Write(QStringLiteral("a.workflow"),
+              WorkflowElement(R"(Id="Tpl" PrimaryProduct="alpha" RequiredProducts="alpha" TargetProduct="alpha:2016")") +
+                  WorkflowElement(R"(Id="User" IsTemplate="False" TemplateId="Tpl" TargetProduct="beta" PrimaryProduct="beta")") +
+                  WorkflowElement(R"(Id="Own" IsTemplate="False" TemplateId="Tpl" TargetProduct="gamma:1")"));
+        SetSearchPaths(m_dir->path());
+        Workflow* user = Manager()->GetWorkflow(Wide(QStringLiteral("User")), Wide(QString()));
+        QVERIFY(user);
+        QCOMPARE(user->GetImp()->Fields().PrimaryProduct, QStringLiteral("alpha"));
+        QCOMPARE(user->GetImp()->Fields().RequiredProducts, QStringLiteral("alpha"));
+        QCOMPARE(user->GetImp()->Fields().TargetProduct, QStringLiteral("alpha:2016"));
+        QVERIFY(user->IsReadOnly());
+        Workflow* own = Manager()->GetWorkflow(Wide(QStringLiteral("Own")), Wide(QString()));
+        QCOMPARE(own->GetImp()->Fields().TargetProduct, QStringLiteral("gamma:1"));
+        QVERIFY(!own->IsReadOnly());
+    }
+
+    void xlfFileIsStoredInEachRecord()
+    {
+        Write(QStringLiteral("a.workflow"), WorkflowElement(R"(Id="T1")") + WorkflowElement(R"(Id="T2")"), "Texts");
+        SetSearchPaths(m_dir->path());
+        for (Workflow* workflow : Imp()->Catalogue())
+            QCOMPARE(workflow->GetImp()->Fields().XlfFile, QStringLiteral("Texts"));
+    }
+
+    void lookupIsLazyAfterInitialize()
+    {
+        QVERIFY(WriteFile(Imp()->UserWorkflowFolder() + QStringLiteral("/t.workflow"),
+                          WorkflowDocument(WorkflowElement(R"(Id="UserFolderTemplate")"))));
+        QVERIFY(!Imp()->IsCatalogueLoaded());
+        QVERIFY(Manager()->GetWorkflow(Wide(QStringLiteral("userfoldertemplate")), Wide(QString())));
+        QVERIFY(Imp()->IsCatalogueLoaded());
+    }
+
+    void sameIdInTwoFilesEarlierPathWinsUnlessFileNamed()
+    {
+        Write(QStringLiteral("first/x.workflow"), WorkflowElement(R"(Id="Same" Name="first")"));
+        Write(QStringLiteral("second/x.workflow"), WorkflowElement(R"(Id="same" Name="second")"));
+        SetSearchPaths(Path(QStringLiteral("first")) + QLatin1Char(';') + Path(QStringLiteral("second")));
+        Workflow* byId = Manager()->GetWorkflow(Wide(QStringLiteral("SAME")), Wide(QString()));
+        QCOMPARE(byId->GetImp()->Fields().Name, QStringLiteral("first"));
+        Workflow* byFile = Manager()->GetWorkflow(Wide(QStringLiteral("same")),
+                                                  Wide(Path(QStringLiteral("second/../second/x.workflow"))));
+        QCOMPARE(byFile->GetImp()->Fields().Name, QStringLiteral("second"));
+    }
+
+    void emptyFilterAndSortGiveTheCatalogueOrder()
+    {
+        Write(QStringLiteral("a.workflow"), WorkflowElement(R"(Id="C" Name="c")") + WorkflowElement(R"(Id="A" Name="a")") +
+                                                WorkflowElement(R"(Id="B" Name="b")"));
+        SetSearchPaths(m_dir->path());
+        QCOMPARE(Ids(Manager()->GetWorkflows(Wide(QString()), Wide(QString()))), Ids(Manager()->GetWorkflows()));
+        QCOMPARE(Ids(Manager()->GetWorkflows(Wide(QString()), Wide(QStringLiteral(",,")))),
+                 QStringList({QStringLiteral("C"), QStringLiteral("A"), QStringLiteral("B")}));
+    }
+
+    void sortByNameAscending()
+    {
+        Write(QStringLiteral("a.workflow"), WorkflowElement(R"(Id="C" Name="charlie")") +
+                                                WorkflowElement(R"(Id="A" Name="Alpha")") +
+                                                WorkflowElement(R"(Id="B" Name="bravo")"));
+        SetSearchPaths(m_dir->path());
+        QCOMPARE(Ids(Manager()->GetWorkflows(Wide(QString()), Wide(QStringLiteral("Name")))),
+                 QStringList({QStringLiteral("A"), QStringLiteral("B"), QStringLiteral("C")}));
+        QCOMPARE(Ids(Manager()->GetWorkflows(Wide(QString()), Wide(QStringLiteral("name:1")))),
+                 QStringList({QStringLiteral("C"), QStringLiteral("B"), QStringLiteral("A")}));
+        QCOMPARE(Ids(Manager()->GetWorkflows(Wide(QString()), Wide(QStringLiteral("Name:x")))),
+                 QStringList({QStringLiteral("A"), QStringLiteral("B"), QStringLiteral("C")}));
+    }
+
+    void sortWrittenOrderDecidesPriority()
+    {
+        Write(QStringLiteral("a.workflow"),
+              WorkflowElement(R"(Id="1" Name="b" TargetProduct="p1:1")") + WorkflowElement(R"(Id="2" Name="a" TargetProduct="p2:1")") +
+                  WorkflowElement(R"(Id="3" Name="c" TargetProduct="p1:1")") + WorkflowElement(R"(Id="4" Name="a" TargetProduct="p1:1")") +
+                  WorkflowElement(R"(Id="5" Name="z" TargetProduct="p2:1")"));
+        SetSearchPaths(m_dir->path());
+        QCOMPARE(Ids(Manager()->GetWorkflows(Wide(QString()), Wide(QStringLiteral("TargetProduct:1,Name:0")))),
+                 QStringList({QStringLiteral("2"), QStringLiteral("5"), QStringLiteral("4"), QStringLiteral("1"),
+                              QStringLiteral("3")}));
+        QCOMPARE(Ids(Manager()->GetWorkflows(Wide(QString()), Wide(QStringLiteral("Name:0,TargetProduct:1")))),
+                 QStringList({QStringLiteral("2"), QStringLiteral("4"), QStringLiteral("1"), QStringLiteral("3"),
+                              QStringLiteral("5")}));
+    }
+
+    void sortTemplatesFirst()
+    {
+        Write(QStringLiteral("a.workflow"), WorkflowElement(R"(Id="T" Name="t")") +
+                                                WorkflowElement(R"(Id="U" Name="u" IsTemplate="False" TemplateId="T")") +
+                                                WorkflowElement(R"(Id="T2" Name="s")"));
+        SetSearchPaths(m_dir->path());
+        QCOMPARE(Ids(Manager()->GetWorkflows(Wide(QString()), Wide(QStringLiteral("IsTemplate:0,Name")))),
+                 QStringList({QStringLiteral("T2"), QStringLiteral("T"), QStringLiteral("U")}));
+        QCOMPARE(Ids(Manager()->GetWorkflows(Wide(QString()), Wide(QStringLiteral("istemplate:1")))).first(),
+                 QStringLiteral("U"));
+    }
+
+    void filterTextWithProductKeysIsAccepted()
+    {
+        Write(QStringLiteral("a.workflow"), WorkflowElement(R"(Id="T" Name="t")"));
+        SetSearchPaths(m_dir->path());
+        std::unique_ptr<WorkflowIterator> it(Manager()->GetWorkflows(
+            Wide(QStringLiteral("IsExecutable=true,PrimaryProduct=alpha,IsTemplate")), Wide(QString())));
+        QVERIFY(it);
+    }
+
+    void deleteLastWorkflowRemovesFile()
+    {
+        Write(QStringLiteral("t.workflow"), WorkflowElement(R"(Id="Tpl")"));
+        Write(QStringLiteral("u.workflow"), WorkflowElement(R"(Id="User" IsTemplate="False" TemplateId="Tpl")"));
+        SetSearchPaths(m_dir->path());
+        SignalLog log(Imp());
+        QVERIFY(Manager()->DeleteWorkflow(Wide(QStringLiteral("user")), Wide(QString()), true));
+        QCOMPARE(log.entries, QStringList({QStringLiteral("AboutToBeRemoved(1)"), QStringLiteral("Removed(1)")}));
+        QVERIFY(!QFile::exists(Path(QStringLiteral("u.workflow"))));
+        QCOMPARE(CatalogueIds(), QStringList{QStringLiteral("Tpl")});
+    }
+
+    void deleteOneOfSeveralRewritesFile()
+    {
+        Write(QStringLiteral("t.workflow"), WorkflowElement(R"(Id="Tpl")"));
+        Write(QStringLiteral("u.workflow"), WorkflowElement(R"(Id="U1" IsTemplate="False" TemplateId="Tpl")") +
+                                                WorkflowElement(R"(Id="U2" IsTemplate="False" TemplateId="Tpl")"));
+        SetSearchPaths(m_dir->path());
+        QVERIFY(Manager()->DeleteWorkflow(Wide(QStringLiteral("U1")), Wide(Path(QStringLiteral("u.workflow"))), true));
+        const QByteArray rest = ReadFile(Path(QStringLiteral("u.workflow")));
+        QVERIFY(!rest.contains("\"U1\""));
+        QVERIFY(rest.contains("\"U2\""));
+        Manager()->SetWorkflowSearchPaths(Wide(m_dir->path() + QLatin1Char(';')));
+        QCOMPARE(CatalogueIds(), QStringList({QStringLiteral("Tpl"), QStringLiteral("U2")}));
+    }
+
+    void deleteWithoutFileKeepsFileAndComesBackOnRescan()
+    {
+        Write(QStringLiteral("t.workflow"), WorkflowElement(R"(Id="Tpl")"));
+        Write(QStringLiteral("u.workflow"), WorkflowElement(R"(Id="User" IsTemplate="False" TemplateId="Tpl")"));
+        SetSearchPaths(m_dir->path());
+        const QByteArray before = ReadFile(Path(QStringLiteral("u.workflow")));
+        QVERIFY(Manager()->DeleteWorkflow(Wide(QStringLiteral("User")), Wide(QString()), false));
+        QCOMPARE(ReadFile(Path(QStringLiteral("u.workflow"))), before);
+        QCOMPARE(CatalogueIds(), QStringList{QStringLiteral("Tpl")});
+        SetSearchPaths(m_dir->path() + QLatin1Char(';'));
+        QCOMPARE(CatalogueIds(), QStringList({QStringLiteral("Tpl"), QStringLiteral("User")}));
+    }
+
+    void deleteTemplateOrUnknownFailsSilently()
+    {
+        Write(QStringLiteral("t.workflow"), WorkflowElement(R"(Id="Tpl")"));
+        SetSearchPaths(m_dir->path());
+        SignalLog log(Imp());
+        QVERIFY(!Manager()->DeleteWorkflow(Wide(QStringLiteral("Tpl")), Wide(QString()), true));
+        QVERIFY(!Manager()->DeleteWorkflow(Wide(QStringLiteral("Nobody")), Wide(QString()), true));
+        QVERIFY(log.entries.isEmpty());
+        QVERIFY(QFile::exists(Path(QStringLiteral("t.workflow"))));
+    }
+
+    void deleteOfUnwritableFileLeavesSignalUnpaired()
+    {
+        Write(QStringLiteral("t.workflow"), WorkflowElement(R"(Id="Tpl")"));
+        Write(QStringLiteral("u.workflow"), WorkflowElement(R"(Id="User" IsTemplate="False" TemplateId="Tpl")"));
+        SetSearchPaths(m_dir->path());
+        // A file that is gone cannot be written, whoever runs the test.
+        QVERIFY(QFile::remove(Path(QStringLiteral("u.workflow"))));
+        SignalLog log(Imp());
+        QVERIFY(!Manager()->DeleteWorkflow(Wide(QStringLiteral("User")), Wide(QString()), true));
+        QCOMPARE(log.entries, QStringList{QStringLiteral("AboutToBeRemoved(1)")});
+        QCOMPARE(CatalogueIds(), QStringList({QStringLiteral("Tpl"), QStringLiteral("User")}));
+    }
+
+    void renamedWorkflowIsFoundByItsNewName()
+    {
+        Write(QStringLiteral("t.workflow"), WorkflowElement(R"(Id="Tpl" Name="Old name")"));
+        SetSearchPaths(m_dir->path());
+        Workflow* workflow = WorkflowPrivate::FindWorkflow(QStringLiteral("old NAME"));
+        QVERIFY(workflow);
+        workflow->SetName(Wide(QStringLiteral("New name")));
+        QVERIFY(!WorkflowPrivate::FindWorkflow(QStringLiteral("Old name")));
+        QCOMPARE(WorkflowPrivate::FindWorkflow(QStringLiteral("new name")), workflow);
+        QCOMPARE(WorkflowPrivate::GetNewWorkflowName(QStringLiteral("New name")), QStringLiteral("New name (1)"));
+    }
+
+    void modifiedInPluginAlwaysTrue()
+    {
+        QVERIFY(Manager()->WorkflowModifiedInPlugin(Wide(QStringLiteral("Any")), Wide(QStringLiteral("/x.workflow"))));
+    }
+
+    void rescanEmptiesBeforeRebuilding()
+    {
+        Write(QStringLiteral("t.workflow"), WorkflowElement(R"(Id="Tpl")"));
+        SetSearchPaths(m_dir->path());
+        SignalLog log(Imp());
+        SetSearchPaths(m_dir->path() + QLatin1Char(';'));
+        // Emptying raises nothing; the rebuild raises the insertions from index 0 again.
+        QCOMPARE(log.entries, QStringList({QStringLiteral("AboutToBeInserted(0)"), QStringLiteral("Inserted(1)")}));
+    }
+};
+
+QTEST_GUILESS_MAIN(tst_Catalogue)
+#include "tst_catalogue.moc"
