@@ -1,0 +1,352 @@
+// vmworkflow: lists, shows and manages the workflows the library finds.
+//
+// Exit status: 0 when the action succeeded, 1 when it failed, 2 for a bad command line.
+
+#include "WorkflowText.h"
+
+#include <VmWorkflowCore/Workflow.h>
+#include <VmWorkflowCore/WorkflowManager.h>
+#include <VmWorkflowCore/WorkflowPrivate.h>
+
+#include <QCommandLineParser>
+#include <QCoreApplication>
+#include <QDateTime>
+#include <QDir>
+#include <QFileInfo>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QTextStream>
+
+#include <cstdio>
+#include <memory>
+
+using namespace Velmora::WorkflowCore;
+using VmWorkflowTool::ReadText;
+using VmWorkflowTool::Wide;
+
+namespace {
+
+enum ExitStatus
+{
+    Success = 0,
+    ActionFailed = 1,
+    BadCommandLine = 2
+};
+
+const QStringList kFilterKeys = {QStringLiteral("IsExecutable"), QStringLiteral("IsTemplate"),
+                                 QStringLiteral("PrimaryProduct"), QStringLiteral("TargetProduct"),
+                                 QStringLiteral("RequiredProduct")};
+const QStringList kSortKeys = kFilterKeys + QStringList{QStringLiteral("Name")};
+
+QTextStream& Out()
+{
+    static QTextStream stream(stdout);
+    return stream;
+}
+
+int Fail(ExitStatus status, const QString& sentence)
+{
+    Out().flush();
+    QTextStream err(stderr);
+    err << QCoreApplication::applicationName() << ": " << sentence << '\n';
+    return status;
+}
+
+// The sample data that ships with the tool: beside an installed tool, else in the source tree.
+QString SampleDataFolder()
+{
+    const QString installed = QDir(QCoreApplication::applicationDirPath())
+                                  .absoluteFilePath(QStringLiteral("../share/vmworkflow"));
+    if (QFileInfo(installed).isDir())
+        return QDir::cleanPath(installed);
+    return QStringLiteral(VMWF_SOURCE_SHARE_DIR);
+}
+
+QString DefaultSearchPaths()
+{
+    const QString samples = SampleDataFolder() + QStringLiteral("/workflows");
+    return samples + QStringLiteral("/templates;") + samples + QStringLiteral("/user");
+}
+
+bool KnownKey(const QStringList& keys, const QString& key)
+{
+    for (const QString& known : keys)
+    {
+        if (known.compare(key, Qt::CaseInsensitive) == 0)
+            return true;
+    }
+    return false;
+}
+
+// The library reads what it understands of a filter text and drops the rest; the tool is stricter
+// and says what it cannot use.
+QString CheckFilterText(const QString& filter)
+{
+    for (const QString& item : filter.split(QLatin1Char(','), Qt::SkipEmptyParts))
+    {
+        const QStringList pieces = item.split(QLatin1Char('='), Qt::SkipEmptyParts);
+        if (pieces.size() != 2)
+            return QStringLiteral("the filter item \"%1\" is not of the form key=value.").arg(item);
+        if (!KnownKey(kFilterKeys, pieces.first().trimmed()))
+            return QStringLiteral("the filter key \"%1\" is unknown; use one of %2.")
+                .arg(pieces.first().trimmed(), kFilterKeys.join(QStringLiteral(", ")));
+    }
+    return QString();
+}
+
+QString CheckSortText(const QString& sort)
+{
+    for (const QString& item : sort.split(QLatin1Char(','), Qt::SkipEmptyParts))
+    {
+        const QStringList pieces = item.split(QLatin1Char(':'), Qt::SkipEmptyParts);
+        if (pieces.isEmpty() || pieces.size() > 2 || !KnownKey(kSortKeys, pieces.first().trimmed()))
+            return QStringLiteral("the sort item \"%1\" is not of the form key[:0|1] with a key among %2.")
+                .arg(item, kSortKeys.join(QStringLiteral(", ")));
+        bool number = true;
+        if (pieces.size() == 2)
+            pieces.at(1).trimmed().toInt(&number);
+        if (!number)
+            return QStringLiteral("the sort direction in \"%1\" is not a number.").arg(item);
+    }
+    return QString();
+}
+
+QString IsoDate(unsigned int seconds)
+{
+    return QDateTime::fromSecsSinceEpoch(seconds, Qt::UTC).toString(Qt::ISODate);
+}
+
+QJsonObject Summary(Workflow* workflow)
+{
+    QJsonObject object;
+    object.insert(QStringLiteral("id"), ReadText([&](WideChar* b, int s) { return workflow->GetId(b, s); }));
+    object.insert(QStringLiteral("name"), ReadText([&](WideChar* b, int s) { return workflow->GetName(b, s); }));
+    object.insert(QStringLiteral("isTemplate"), workflow->IsTemplate());
+    object.insert(QStringLiteral("isReadOnly"), workflow->IsReadOnly());
+    object.insert(QStringLiteral("templateId"),
+                  ReadText([&](WideChar* b, int s) { return workflow->GetTemplateId(b, s); }));
+    object.insert(QStringLiteral("primaryProduct"),
+                  ReadText([&](WideChar* b, int s) { return workflow->GetPrimaryProduct(b, s); }));
+    object.insert(QStringLiteral("targetProduct"),
+                  ReadText([&](WideChar* b, int s) { return workflow->GetTargetProduct(b, s); }));
+    object.insert(QStringLiteral("requiredProducts"),
+                  ReadText([&](WideChar* b, int s) { return workflow->GetRequiredProducts(b, s); }));
+    object.insert(QStringLiteral("sourceFile"),
+                  ReadText([&](WideChar* b, int s) { return workflow->GetSourceFile(b, s); }));
+    return object;
+}
+
+QJsonObject Details(Workflow* workflow)
+{
+    QJsonObject object = Summary(workflow);
+    object.insert(QStringLiteral("helpId"), ReadText([&](WideChar* b, int s) { return workflow->GetHelpId(b, s); }));
+    object.insert(QStringLiteral("description"),
+                  ReadText([&](WideChar* b, int s) { return workflow->GetDescription(b, s); }));
+    object.insert(QStringLiteral("toolTip"), ReadText([&](WideChar* b, int s) { return workflow->GetToolTip(b, s); }));
+    object.insert(QStringLiteral("tag"), ReadText([&](WideChar* b, int s) { return workflow->GetTag(b, s); }));
+    object.insert(QStringLiteral("keywords"), ReadText([&](WideChar* b, int s) { return workflow->GetKeywords(b, s); }));
+    object.insert(QStringLiteral("uiFile"), ReadText([&](WideChar* b, int s) { return workflow->GetUIFile(b, s); }));
+    object.insert(QStringLiteral("requiredProductsDisplayText"),
+                  ReadText([&](WideChar* b, int s) { return workflow->GetRequiredProductsDisplayText(b, s); }));
+    object.insert(QStringLiteral("created"), IsoDate(workflow->GetCreatedDate()));
+    object.insert(QStringLiteral("lastModified"), IsoDate(workflow->GetLastModifiedDate()));
+    object.insert(QStringLiteral("introduction"),
+                  ReadText([&](WideChar* b, int s) { return workflow->GetIntroduction(b, s); }));
+    object.insert(QStringLiteral("settings"), ReadText([&](WideChar* b, int s) { return workflow->GetSettings(b, s); }));
+    QJsonObject images;
+    for (int size : {16, 32})
+    {
+        images.insert(QString::number(size), ReadText([&](WideChar* b, int s) {
+                          return workflow->GetImage(WorkflowImageAutomatic, size, b, s);
+                      }));
+    }
+    object.insert(QStringLiteral("images"), images);
+    return object;
+}
+
+void PrintJson(const QJsonDocument& document)
+{
+    Out() << QString::fromUtf8(document.toJson(QJsonDocument::Indented));
+}
+
+int List(WorkflowManager* manager, const QString& filter, const QString& sort, bool json)
+{
+    std::unique_ptr<WorkflowIterator> it(manager->GetWorkflows(Wide(filter), Wide(sort)));
+    QJsonArray rows;
+    while (it->MoveNext())
+        rows.append(Summary(it->GetCurrent()));
+    if (json)
+    {
+        PrintJson(QJsonDocument(rows));
+        return Success;
+    }
+    for (const QJsonValue& value : std::as_const(rows))
+    {
+        const QJsonObject row = value.toObject();
+        Out() << (row.value(QStringLiteral("isTemplate")).toBool() ? "template  " : "workflow  ")
+              << row.value(QStringLiteral("id")).toString() << "  " << row.value(QStringLiteral("name")).toString()
+              << '\n';
+    }
+    Out() << rows.size() << (rows.size() == 1 ? " workflow\n" : " workflows\n");
+    return Success;
+}
+
+int Show(WorkflowManager* manager, const QString& id, bool json)
+{
+    Workflow* workflow = manager->GetWorkflow(Wide(id), Wide(QString()));
+    if (!workflow)
+        return Fail(ActionFailed, QStringLiteral("no workflow has the id \"%1\".").arg(id));
+    const QJsonObject details = Details(workflow);
+    if (json)
+    {
+        PrintJson(QJsonDocument(details));
+        return Success;
+    }
+    for (auto it = details.constBegin(); it != details.constEnd(); ++it)
+    {
+        QString value;
+        if (it.value().isBool())
+            value = it.value().toBool() ? QStringLiteral("yes") : QStringLiteral("no");
+        else if (it.value().isObject())
+            value = QString::fromUtf8(QJsonDocument(it.value().toObject()).toJson(QJsonDocument::Compact));
+        else
+            value = it.value().toString();
+        Out() << it.key() << ": " << value << '\n';
+    }
+    return Success;
+}
+
+int Delete(WorkflowManager* manager, const QString& id, bool keepFile)
+{
+    Workflow* workflow = manager->GetWorkflow(Wide(id), Wide(QString()));
+    if (!workflow)
+        return Fail(ActionFailed, QStringLiteral("no workflow has the id \"%1\".").arg(id));
+    if (workflow->IsTemplate())
+        return Fail(ActionFailed, QStringLiteral("the workflow \"%1\" is a template, and templates cannot be deleted.").arg(id));
+    const QString sourceFile = ReadText([&](WideChar* b, int s) { return workflow->GetSourceFile(b, s); });
+    if (!manager->DeleteWorkflow(Wide(id), Wide(sourceFile), !keepFile))
+        return Fail(ActionFailed, QStringLiteral("the workflow \"%1\" could not be deleted from %2.").arg(id, sourceFile));
+    Out() << "deleted " << id << (keepFile ? " (file kept)\n" : "\n");
+    return Success;
+}
+
+} // namespace
+
+int main(int argc, char** argv)
+{
+    QCoreApplication app(argc, argv);
+    QCoreApplication::setApplicationName(QStringLiteral("vmworkflow"));
+    QCoreApplication::setApplicationVersion(QStringLiteral("2015.11"));
+
+    QCommandLineParser parser;
+    parser.setApplicationDescription(QStringLiteral(
+        "Lists, shows and manages workflows.\n\n"
+        "Commands:\n"
+        "  list [--filter TEXT] [--sort TEXT] [--json]   the workflows found\n"
+        "  show ID [--json]                              one workflow in full\n"
+        "  delete ID [--keep-file]                       delete a user workflow\n"
+        "  new-name BASE                                 a free name for a new workflow\n\n"
+        "Filter items are key=value (IsExecutable, IsTemplate, PrimaryProduct, TargetProduct,\n"
+        "RequiredProduct) joined by \",\"; sort items are key:0 (ascending) or key:1 (descending)\n"
+        "joined by \",\", the first written deciding first; Name is a sort key too."));
+    parser.addHelpOption();
+    parser.addVersionOption();
+    const QCommandLineOption searchPaths(QStringLiteral("search-paths"),
+                                         QStringLiteral("Workflow folders joined by \";\" (default: the bundled samples)."),
+                                         QStringLiteral("paths"));
+    const QCommandLineOption locale(QStringLiteral("locale"), QStringLiteral("Locale of the texts, such as de-DE."),
+                                    QStringLiteral("name"));
+    const QCommandLineOption filter(QStringLiteral("filter"), QStringLiteral("Filter text for list."),
+                                    QStringLiteral("text"));
+    const QCommandLineOption sort(QStringLiteral("sort"), QStringLiteral("Sort text for list."), QStringLiteral("text"));
+    const QCommandLineOption json(QStringLiteral("json"), QStringLiteral("Print JSON."));
+    const QCommandLineOption keepFile(QStringLiteral("keep-file"),
+                                      QStringLiteral("Delete from the catalogue only; leave the file."));
+    parser.addOptions({searchPaths, locale, filter, sort, json, keepFile});
+    parser.addPositionalArgument(QStringLiteral("command"), QStringLiteral("list, show, delete or new-name"));
+    parser.addPositionalArgument(QStringLiteral("argument"), QStringLiteral("the command's argument"), QStringLiteral("[argument]"));
+
+    if (!parser.parse(QCoreApplication::arguments()))
+        return Fail(BadCommandLine, parser.errorText() + QLatin1Char('.'));
+    if (parser.isSet(QStringLiteral("help")))
+    {
+        Out() << parser.helpText();
+        return Success;
+    }
+    if (parser.isSet(QStringLiteral("version")))
+    {
+        Out() << QCoreApplication::applicationName() << ' ' << QCoreApplication::applicationVersion() << '\n';
+        return Success;
+    }
+
+    const QStringList positional = parser.positionalArguments();
+    if (positional.isEmpty())
+        return Fail(BadCommandLine, QStringLiteral("a command is missing; see --help."));
+    const QString command = positional.first();
+    const QStringList rest = positional.mid(1);
+    const auto expectArguments = [&](int count, const QString& what) -> QString {
+        if (rest.size() < count)
+            return QStringLiteral("the %1 command needs %2.").arg(command, what);
+        if (rest.size() > count)
+            return QStringLiteral("the %1 command takes no argument \"%2\".").arg(command, rest.at(count));
+        return QString();
+    };
+    const auto onlyFor = [&](const QCommandLineOption& option, const QStringList& commands) -> QString {
+        if (parser.isSet(option) && !commands.contains(command))
+            return QStringLiteral("--%1 does not apply to the %2 command.").arg(option.names().first(), command);
+        return QString();
+    };
+
+    QString problem;
+    if (command == QLatin1String("list"))
+        problem = expectArguments(0, QString());
+    else if (command == QLatin1String("show"))
+        problem = expectArguments(1, QStringLiteral("a workflow id"));
+    else if (command == QLatin1String("delete"))
+        problem = expectArguments(1, QStringLiteral("a workflow id"));
+    else if (command == QLatin1String("new-name"))
+        problem = expectArguments(1, QStringLiteral("a base name"));
+    else
+        problem = QStringLiteral("the command \"%1\" is unknown; see --help.").arg(command);
+    for (const QString& check : {onlyFor(filter, {QStringLiteral("list")}), onlyFor(sort, {QStringLiteral("list")}),
+                                 onlyFor(json, {QStringLiteral("list"), QStringLiteral("show")}),
+                                 onlyFor(keepFile, {QStringLiteral("delete")})})
+    {
+        if (problem.isEmpty())
+            problem = check;
+    }
+    if (problem.isEmpty() && parser.isSet(filter))
+        problem = CheckFilterText(parser.value(filter));
+    if (problem.isEmpty() && parser.isSet(sort))
+        problem = CheckSortText(parser.value(sort));
+    if (!problem.isEmpty())
+        return Fail(BadCommandLine, problem);
+
+    const QString paths = parser.isSet(searchPaths) ? parser.value(searchPaths) : DefaultSearchPaths();
+    for (const QString& folder : paths.split(QLatin1Char(';'), Qt::SkipEmptyParts))
+    {
+        const QFileInfo info(folder);
+        if (!info.isDir() || !info.isReadable() || !info.isExecutable())
+            return Fail(ActionFailed, QStringLiteral("the workflow folder \"%1\" cannot be read.").arg(folder));
+    }
+
+    WorkflowManager::Initialize();
+    WorkflowManager* manager = WorkflowManager::GetInstance();
+    if (parser.isSet(locale))
+        manager->SetCurrentLocale(Wide(parser.value(locale)));
+    manager->SetWorkflowSearchPaths(Wide(paths));
+
+    int status = Success;
+    if (command == QLatin1String("list"))
+        status = List(manager, parser.value(filter), parser.value(sort), parser.isSet(json));
+    else if (command == QLatin1String("show"))
+        status = Show(manager, rest.first(), parser.isSet(json));
+    else if (command == QLatin1String("delete"))
+        status = Delete(manager, rest.first(), parser.isSet(keepFile));
+    else
+        Out() << WorkflowPrivate::GetNewWorkflowName(rest.first()) << '\n';
+    Out().flush();
+    WorkflowManager::Uninitialize();
+    return status;
+}
