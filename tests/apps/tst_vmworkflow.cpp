@@ -1,0 +1,217 @@
+// vmworkflow run as a real process on the bundled samples and on bad input.
+
+#include "FileFixtures.h"
+#include "TestEnvironment.h"
+
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QProcess>
+#include <QtTest>
+
+using namespace VmWorkflowTest;
+
+namespace {
+
+struct Run
+{
+    int status = -1;
+    QByteArray out;
+    QByteArray err;
+};
+
+Run Tool(const QStringList& arguments)
+{
+    QProcess process;
+    process.start(QStringLiteral(VMWF_TOOL), arguments);
+    Run run;
+    if (!process.waitForFinished(60000) || process.exitStatus() != QProcess::NormalExit)
+        return run;
+    run.status = process.exitCode();
+    run.out = process.readAllStandardOutput();
+    run.err = process.readAllStandardError();
+    return run;
+}
+
+QJsonArray ListJson(const QStringList& extra = {})
+{
+    const Run run = Tool(QStringList{QStringLiteral("list"), QStringLiteral("--json")} + extra);
+    return QJsonDocument::fromJson(run.out).array();
+}
+
+QStringList Ids(const QJsonArray& rows)
+{
+    QStringList ids;
+    for (const QJsonValue& row : rows)
+        ids << row.toObject().value(QStringLiteral("id")).toString();
+    return ids;
+}
+
+} // namespace
+
+class tst_VmWorkflow : public QObject
+{
+    Q_OBJECT
+private:
+    TestEnvironment m_env;
+
+private slots:
+    void initTestCase() { QVERIFY(m_env.Setup()); }
+
+    void helpAndVersionSucceed()
+    {
+        const Run help = Tool({QStringLiteral("--help")});
+        QCOMPARE(help.status, 0);
+        QVERIFY(help.out.contains("list"));
+        QVERIFY(help.out.contains("new-name"));
+        const Run version = Tool({QStringLiteral("--version")});
+        QCOMPARE(version.status, 0);
+        QVERIFY(version.out.startsWith("vmworkflow 2015.11"));
+    }
+
+    void listsTheSamplesWithoutConfiguration()
+    {
+        const QJsonArray rows = ListJson();
+        const QStringList ids = Ids(rows);
+        QVERIFY(ids.contains(QStringLiteral("Id_MonthlyReportTemplate")));
+        QVERIFY(ids.contains(QStringLiteral("Id_DataExportTemplate")));
+        QVERIFY(ids.contains(QStringLiteral("Id_MyMonthlyReport_{6f1c2a0e-1b2c-4d5e-8f90-a1b2c3d4e5f6}")));
+        // The orphan is dropped, the duplicate id stays twice.
+        QVERIFY(!ids.contains(QStringLiteral("Id_OrphanedFlow_{11111111-2222-3333-4444-555555555555}")));
+        QCOMPARE(ids.count(QStringLiteral("Id_SharedReview")), 2);
+        QCOMPARE(rows.size(), 4 + 4);
+    }
+
+    void plainListCountsWorkflows()
+    {
+        const Run run = Tool({QStringLiteral("list")});
+        QCOMPARE(run.status, 0);
+        QVERIFY(run.out.contains("8 workflows"));
+        QVERIFY(run.err.isEmpty());
+    }
+
+    void listSortsByName()
+    {
+        // A locale without translations keeps the template names as written.
+        const QJsonArray rows = ListJson({QStringLiteral("--locale"), QStringLiteral("it-IT"), QStringLiteral("--sort"),
+                                          QStringLiteral("IsTemplate:0,Name:1")});
+        QCOMPARE(rows.size(), 8);
+        QVERIFY(rows.at(0).toObject().value(QStringLiteral("isTemplate")).toBool());
+        QVERIFY(!rows.at(7).toObject().value(QStringLiteral("isTemplate")).toBool());
+        QCOMPARE(rows.at(0).toObject().value(QStringLiteral("name")).toString(), QStringLiteral("tr(Peer review)"));
+    }
+
+    void showGivesEveryFieldAsJson()
+    {
+        const Run run = Tool({QStringLiteral("--locale"), QStringLiteral("it-IT"), QStringLiteral("show"),
+                              QStringLiteral("id_monthlyreporttemplate"), QStringLiteral("--json")});
+        QCOMPARE(run.status, 0);
+        const QJsonObject object = QJsonDocument::fromJson(run.out).object();
+        QCOMPARE(object.value(QStringLiteral("id")).toString(), QStringLiteral("Id_MonthlyReportTemplate"));
+        QCOMPARE(object.value(QStringLiteral("name")).toString(), QStringLiteral("tr(Monthly report)"));
+        QCOMPARE(object.value(QStringLiteral("requiredProducts")).toString(), QStringLiteral("alpha"));
+        QCOMPARE(object.value(QStringLiteral("created")).toString(), QStringLiteral("2015-10-01T09:00:00Z"));
+        QVERIFY(object.value(QStringLiteral("settings")).toString().contains(QStringLiteral("Collect")));
+        const QJsonObject images = object.value(QStringLiteral("images")).toObject();
+        QVERIFY(images.value(QStringLiteral("16")).toString().endsWith(QStringLiteral("images/report16.png")));
+        QVERIFY(images.value(QStringLiteral("32")).toString().endsWith(QStringLiteral("images/report32.png")));
+    }
+
+    void showTranslatesForTheLocale_data()
+    {
+        QTest::addColumn<QString>("locale");
+        QTest::addColumn<QString>("name");
+        QTest::addColumn<QString>("introduction");
+        QTest::newRow("de-DE") << QStringLiteral("de-DE") << QStringLiteral("Monatsbericht")
+                               << QStringLiteral("Dieser Ablauf sammelt die Zahlen eines Monats.");
+        QTest::newRow("fr-FR") << QStringLiteral("fr-FR") << QStringLiteral("Rapport mensuel")
+                               << QStringLiteral("Ce flux réunit les chiffres d'un mois.");
+        QTest::newRow("untranslated") << QStringLiteral("it-IT") << QStringLiteral("tr(Monthly report)")
+                                      << QStringLiteral("tr(This workflow gathers the figures of one month.)");
+    }
+    void showTranslatesForTheLocale()
+    {
+        QFETCH(QString, locale);
+        QFETCH(QString, name);
+        QFETCH(QString, introduction);
+        const Run run = Tool({QStringLiteral("--locale"), locale, QStringLiteral("show"),
+                              QStringLiteral("Id_MonthlyReportTemplate"), QStringLiteral("--json")});
+        QCOMPARE(run.status, 0);
+        const QJsonObject object = QJsonDocument::fromJson(run.out).object();
+        QCOMPARE(object.value(QStringLiteral("name")).toString(), name);
+        QCOMPARE(object.value(QStringLiteral("introduction")).toString(), introduction);
+    }
+
+    void unknownIdFailsWithOneSentence()
+    {
+        const Run run = Tool({QStringLiteral("show"), QStringLiteral("Id_Nobody")});
+        QCOMPARE(run.status, 1);
+        QVERIFY(run.out.isEmpty());
+        QCOMPARE(run.err.count('\n'), 1);
+        QVERIFY(run.err.contains("Id_Nobody"));
+    }
+
+    void badCommandLinesGiveStatusTwo_data()
+    {
+        QTest::addColumn<QStringList>("arguments");
+        QTest::newRow("no command") << QStringList{};
+        QTest::newRow("unknown command") << QStringList{QStringLiteral("launch-rockets")};
+        QTest::newRow("unknown option") << QStringList{QStringLiteral("list"), QStringLiteral("--colour")};
+        QTest::newRow("show without id") << QStringList{QStringLiteral("show")};
+        QTest::newRow("list with argument") << QStringList{QStringLiteral("list"), QStringLiteral("extra")};
+        QTest::newRow("malformed filter") << QStringList{QStringLiteral("list"), QStringLiteral("--filter"),
+                                                         QStringLiteral("IsTemplate")};
+        QTest::newRow("unknown filter key") << QStringList{QStringLiteral("list"), QStringLiteral("--filter"),
+                                                           QStringLiteral("Colour=red")};
+        QTest::newRow("bad sort") << QStringList{QStringLiteral("list"), QStringLiteral("--sort"),
+                                                 QStringLiteral("Name:up")};
+        QTest::newRow("filter on show") << QStringList{QStringLiteral("show"), QStringLiteral("x"),
+                                                       QStringLiteral("--filter"), QStringLiteral("IsTemplate=true")};
+    }
+    void badCommandLinesGiveStatusTwo()
+    {
+        QFETCH(QStringList, arguments);
+        const Run run = Tool(arguments);
+        QCOMPARE(run.status, 2);
+        QCOMPARE(run.err.count('\n'), 1);
+        QVERIFY(run.err.startsWith("vmworkflow: "));
+    }
+
+    void unreadableSearchPathFails()
+    {
+        const Run run = Tool({QStringLiteral("--search-paths"), m_env.Root() + QStringLiteral("/no/such/folder"),
+                              QStringLiteral("list")});
+        QCOMPARE(run.status, 1);
+        QVERIFY(run.err.contains("cannot be read"));
+    }
+
+    void newNameStartsAtOne()
+    {
+        const Run run = Tool({QStringLiteral("new-name"), QStringLiteral("Review A")});
+        QCOMPARE(run.status, 0);
+        QCOMPARE(run.out, QByteArray("Review A (1)\n"));
+    }
+
+    void deleteRemovesTheFileOfACopiedWorkflow()
+    {
+        const QString folder = m_env.Root() + QStringLiteral("/deletable");
+        QVERIFY(WriteFile(folder + QStringLiteral("/t.workflow"), WorkflowDocument(WorkflowElement(R"(Id="Tpl")"))));
+        QVERIFY(WriteFile(folder + QStringLiteral("/u.workflow"),
+                          WorkflowDocument(WorkflowElement(R"(Id="Mine" IsTemplate="False" TemplateId="Tpl")"))));
+        const Run kept = Tool({QStringLiteral("--search-paths"), folder, QStringLiteral("delete"),
+                               QStringLiteral("Mine"), QStringLiteral("--keep-file")});
+        QCOMPARE(kept.status, 0);
+        QVERIFY(QFile::exists(folder + QStringLiteral("/u.workflow")));
+        const Run run = Tool({QStringLiteral("--search-paths"), folder, QStringLiteral("delete"), QStringLiteral("mine")});
+        QCOMPARE(run.status, 0);
+        QVERIFY(!QFile::exists(folder + QStringLiteral("/u.workflow")));
+        const Run again = Tool({QStringLiteral("--search-paths"), folder, QStringLiteral("delete"), QStringLiteral("Mine")});
+        QCOMPARE(again.status, 1);
+        const Run templ = Tool({QStringLiteral("--search-paths"), folder, QStringLiteral("delete"), QStringLiteral("Tpl")});
+        QCOMPARE(templ.status, 1);
+        QVERIFY(QFile::exists(folder + QStringLiteral("/t.workflow")));
+    }
+};
+
+QTEST_GUILESS_MAIN(tst_VmWorkflow)
+#include "tst_vmworkflow.moc"
