@@ -1,0 +1,25 @@
+#!/usr/bin/env bash
+# The end-to-end demo on the bundled sample data: builds the tools and shows what the library
+# finds, in two languages.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+
+bash scripts/dependencies.sh
+
+build_dir=${1:-build}
+cmake -S . -B "$build_dir" -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo -DVMWF_BUILD_TESTS=OFF -DVMWF_BUILD_BENCH=OFF
+cmake --build "$build_dir" --parallel "$(nproc)" --target vmworkflow
+
+tool="$build_dir/bin/vmworkflow"
+# Per-user folders of the demo stay inside the build folder.
+export XDG_DATA_HOME="$PWD/$build_dir/demo-home"
+
+step() { printf '\n$ vmworkflow %s\n' "$*"; "$tool" "$@"; }
+
+step list
+step list --sort "IsTemplate:0,Name:0"
+step list --filter "IsTemplate=false"
+step --locale de-DE show Id_MonthlyReportTemplate
+step --locale fr-FR list --sort Name
+step show "Id_QuarterlyExport_{0a9b8c7d-6e5f-4a3b-9c2d-1e0f9a8b7c6d}" --json
+step new-name "My monthly report"
