@@ -1,0 +1,179 @@
+// File finding, the well-known folders, parenthesis matching, digests and search-path splitting.
+
+#include "util/FileUtil.h"
+
+#include "FileFixtures.h"
+#include "TestEnvironment.h"
+
+#include <QCoreApplication>
+#include <QTemporaryDir>
+#include <QtTest>
+
+using namespace Velmora::WorkflowCore;
+using namespace VmWorkflowTest;
+
+class tst_FileUtil : public QObject
+{
+    Q_OBJECT
+private:
+    TestEnvironment m_env;
+    QTemporaryDir m_dir;
+    QString Path(const QString& name) const { return QDir::cleanPath(m_dir.filePath(name)); }
+    QStringList Paths(const QStringList& names) const
+    {
+        QStringList result;
+        for (const QString& name : names)
+            result << Path(name);
+        return result;
+    }
+
+private slots:
+    void initTestCase()
+    {
+        QVERIFY(m_env.Setup());
+        QVERIFY(m_dir.isValid());
+        for (const char* name : {"b.workflow", "a.workflow", "c.xml", "d.txt", "sub/e.workflow", "sub/deeper/f.workflow",
+                                 "sub/g.txt", "other/h.xml"})
+            QVERIFY(WriteFile(Path(QString::fromLatin1(name)), "x"));
+    }
+
+    void patternsListBothKinds()
+    {
+        const QStringList found =
+            FindFiles(m_dir.path(), QStringLiteral("*.workflow|*.xml"), QDir::Files, QDir::Name, false);
+        QCOMPARE(found, Paths({QStringLiteral("a.workflow"), QStringLiteral("b.workflow"), QStringLiteral("c.xml")}));
+    }
+
+    void emptyPatternsListEverythingTheFilterAdmits()
+    {
+        QCOMPARE(FindFiles(m_dir.path(), QString(), QDir::Files, QDir::Name, false),
+                 Paths({QStringLiteral("a.workflow"), QStringLiteral("b.workflow"), QStringLiteral("c.xml"), QStringLiteral("d.txt")}));
+        QCOMPARE(FindFiles(m_dir.path(), QString(), QDir::Files | QDir::Dirs, QDir::Name, false),
+                 Paths({QStringLiteral("a.workflow"), QStringLiteral("b.workflow"), QStringLiteral("c.xml"), QStringLiteral("d.txt"), QStringLiteral("other"), QStringLiteral("sub")}));
+    }
+
+    void emptyPiecesOfPatternsAreDropped()
+    {
+        QCOMPARE(FindFiles(m_dir.path(), QStringLiteral("|*.xml||"), QDir::Files, QDir::Name, false),
+                 Paths({QStringLiteral("c.xml")}));
+    }
+
+    void noFilterMeansFiles()
+    {
+        QCOMPARE(FindFiles(m_dir.path(), QStringLiteral("*"), QDir::NoFilter, QDir::Name, false),
+                 Paths({QStringLiteral("a.workflow"), QStringLiteral("b.workflow"), QStringLiteral("c.xml"), QStringLiteral("d.txt")}));
+    }
+
+    void sortOrderIsHonoured()
+    {
+        QCOMPARE(FindFiles(m_dir.path(), QStringLiteral("*.workflow"), QDir::Files, QDir::Name | QDir::Reversed, false),
+                 Paths({QStringLiteral("b.workflow"), QStringLiteral("a.workflow")}));
+    }
+
+    void recursiveSearchWithoutFolders()
+    {
+        QCOMPARE(FindFiles(m_dir.path(), QStringLiteral("*.workflow"), QDir::Files, QDir::Name, true),
+                 Paths({QStringLiteral("a.workflow"), QStringLiteral("b.workflow"), QStringLiteral("sub/e.workflow"), QStringLiteral("sub/deeper/f.workflow")}));
+    }
+
+    void recursiveSearchListsFolderBeforeItsFiles()
+    {
+        const QStringList found =
+            FindFiles(m_dir.path(), QStringLiteral("*.workflow"), QDir::Files | QDir::AllDirs, QDir::Name, true);
+        QCOMPARE(found, Paths({QStringLiteral("a.workflow"), QStringLiteral("b.workflow"), QStringLiteral("other"), QStringLiteral("sub"), QStringLiteral("sub/e.workflow"), QStringLiteral("sub/deeper"),
+                               QStringLiteral("sub/deeper/f.workflow")}));
+    }
+
+    void pathNamingAFileListsThatFile()
+    {
+        QCOMPARE(FindFiles(Path(QStringLiteral("c.xml")), QStringLiteral("*.workflow"), QDir::Files, QDir::Name, false),
+                 Paths({QStringLiteral("c.xml")}));
+    }
+
+    void missingPathListsNothing()
+    {
+        QVERIFY(FindFiles(Path(QStringLiteral("nowhere")), QStringLiteral("*"), QDir::Files, QDir::Name, true).isEmpty());
+        QVERIFY(FindFiles(QString(), QStringLiteral("*"), QDir::Files, QDir::Name, false).isEmpty());
+    }
+
+    void resultsAreAbsoluteAndClean()
+    {
+        const QString messy = m_dir.path() + QStringLiteral("/sub/../sub/./");
+        QCOMPARE(FindFiles(messy, QStringLiteral("*.workflow"), QDir::Files, QDir::Name, false),
+                 Paths({QStringLiteral("sub/e.workflow")}));
+    }
+
+    void applicationFolderIsTheProgramsFolder()
+    {
+        QCOMPARE(ApplicationFolder(), QDir::cleanPath(QCoreApplication::applicationDirPath()));
+        QVERIFY(QDir::isAbsolutePath(ApplicationFolder()));
+    }
+
+    void applicationDataFolderFollowsTheEnvironment()
+    {
+        QCOMPARE(ApplicationDataFolder(), QDir::cleanPath(m_env.DataHome()));
+        QVERIFY(QFileInfo(ApplicationDataFolder()).isDir());
+    }
+
+    void missingApplicationDataFolderIsCreated()
+    {
+        const QByteArray saved = qgetenv("XDG_DATA_HOME");
+        const QString fresh = m_env.Root() + QStringLiteral("/fresh/data");
+        qputenv("XDG_DATA_HOME", QFile::encodeName(fresh));
+        const QString folder = ApplicationDataFolder();
+        qputenv("XDG_DATA_HOME", saved);
+        QCOMPARE(folder, fresh);
+        QVERIFY(QFileInfo(fresh).isDir());
+    }
+
+    void matchingParenthesis_data()
+    {
+        QTest::addColumn<QString>("text");
+        QTest::addColumn<int>("position");
+        QTest::addColumn<int>("expected");
+        QTest::newRow("outer") << QStringLiteral("(a(b)c)") << 0 << 6;
+        QTest::newRow("inner") << QStringLiteral("(a(b)c)") << 2 << 4;
+        QTest::newRow("unclosed") << QStringLiteral("(a") << 0 << -1;
+        QTest::newRow("not a parenthesis") << QStringLiteral("(a(b)c)") << 1 << -1;
+        QTest::newRow("closing") << QStringLiteral("(a)") << 2 << -1;
+        QTest::newRow("negative") << QStringLiteral("(a)") << -1 << -1;
+        QTest::newRow("past end") << QStringLiteral("(a)") << 3 << -1;
+        QTest::newRow("empty") << QStringLiteral("") << 0 << -1;
+        QTest::newRow("adjacent") << QStringLiteral("()()") << 2 << 3;
+    }
+    void matchingParenthesis()
+    {
+        QFETCH(QString, text);
+        QFETCH(int, position);
+        QFETCH(int, expected);
+        QCOMPARE(MatchingParenthesis(text, position), expected);
+    }
+
+    void digestText_data()
+    {
+        QTest::addColumn<QString>("text");
+        QTest::addColumn<QString>("digest");
+        // Digests computed independently with another tool.
+        QTest::newRow("empty") << QStringLiteral("") << QStringLiteral("d41d8cd98f00b204e9800998ecf8427e");
+        QTest::newRow("abc") << QStringLiteral("abc") << QStringLiteral("900150983cd24fb0d6963f7d28e17f72");
+        QTest::newRow("tr") << QStringLiteral("tr(Name)") << QStringLiteral("64c82ec2eb6431c640cf21b58d9852c3");
+        QTest::newRow("leading blank") << QStringLiteral(" tr(Name)") << QStringLiteral("3106eb1c20d39405374fbdd98da29018");
+        QTest::newRow("utf-8") << QStringLiteral("\u00e9 tr(Name)") << QStringLiteral("32ff134ca060ec197ddb87555e4f2003");
+    }
+    void digestText()
+    {
+        QFETCH(QString, text);
+        QFETCH(QString, digest);
+        QCOMPARE(DigestText(text), digest);
+    }
+
+    void searchPathsDropEmptyPieces()
+    {
+        QCOMPARE(SplitSearchPaths(QStringLiteral("a;;b")), (QStringList{QStringLiteral("a"), QStringLiteral("b")}));
+        QCOMPARE(SplitSearchPaths(QStringLiteral(";a;a;")), (QStringList{QStringLiteral("a"), QStringLiteral("a")}));
+        QVERIFY(SplitSearchPaths(QString()).isEmpty());
+    }
+};
+
+QTEST_GUILESS_MAIN(tst_FileUtil)
+#include "tst_fileutil.moc"

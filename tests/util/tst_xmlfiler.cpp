@@ -1,0 +1,497 @@
+// The XML filer: opening, saving, the cursor and its paths, typed readers, inner markup.
+
+#include "util/XmlFiler.h"
+
+#include "FileFixtures.h"
+
+#include <QTemporaryDir>
+#include <QTimeZone>
+#include <QtTest>
+
+#include <unistd.h>
+
+using namespace Velmora::WorkflowCore;
+using namespace VmWorkflowTest;
+
+namespace {
+
+const QByteArray kTree = R"(<?xml version="1.0"?>
+<Root Flag="TRUE">
+    <A Name="first">
+        <B Name="b1"/>
+        <B Name="b2"/>
+    </A>
+    <A Name="second">
+        <B Name="b3"/>
+    </A>
+    <C>text of C</C>
+    <D><![CDATA[<kept> & raw]]></D>
+    <E><Inner/>tail</E>
+</Root>
+)";
+
+} // namespace
+
+class tst_XmlFiler : public QObject
+{
+    Q_OBJECT
+private:
+    QTemporaryDir m_dir;
+    QString Path(const QString& name) const { return m_dir.filePath(name); }
+    bool OpenTree(XmlFiler& filer)
+    {
+        return WriteFile(Path(QStringLiteral("tree.xml")), kTree) && filer.Open(Path(QStringLiteral("tree.xml")));
+    }
+
+private slots:
+    void initTestCase() { QVERIFY(m_dir.isValid()); }
+
+    void openPutsCursorOnDocumentElement()
+    {
+        XmlFiler filer;
+        QVERIFY(filer.GetCurrentPath().isEmpty());
+        QVERIFY(OpenTree(filer));
+        QCOMPARE(filer.GetCurrentPath(), QStringLiteral("/Root"));
+        QCOMPARE(filer.GetFileName(), Path(QStringLiteral("tree.xml")));
+    }
+
+    void openOfBadFilesFails_data()
+    {
+        QTest::addColumn<QByteArray>("content");
+        QTest::newRow("empty") << QByteArray();
+        QTest::newRow("not xml") << QByteArray("this is not markup at all\n");
+        QTest::newRow("truncated") << kTree.left(kTree.size() / 2);
+        QTest::newRow("binary") << QByteArray("\x00\x01\xff\xfe<\x00", 6);
+    }
+    void openOfBadFilesFails()
+    {
+        QFETCH(QByteArray, content);
+        QVERIFY(WriteFile(Path(QStringLiteral("bad.xml")), content));
+        XmlFiler filer;
+        QVERIFY(!filer.Open(Path(QStringLiteral("bad.xml"))));
+        QVERIFY(filer.GetFileName().isEmpty());
+        QVERIFY(filer.GetCurrentPath().isEmpty());
+        QVERIFY(filer.GetDocumentElement().isNull());
+    }
+
+    void openOfMissingFileFails()
+    {
+        XmlFiler filer;
+        QVERIFY(!filer.Open(Path(QStringLiteral("nowhere.xml"))));
+        QVERIFY(!filer.Open(QString()));
+    }
+
+    void openOfFolderFails()
+    {
+        QDir().mkpath(Path(QStringLiteral("folder.xml")));
+        XmlFiler filer;
+        QVERIFY(!filer.Open(Path(QStringLiteral("folder.xml"))));
+    }
+
+    void openOfUnreadableFileFails()
+    {
+        if (::geteuid() == 0)
+            QSKIP("root reads every file");
+        QVERIFY(WriteFile(Path(QStringLiteral("locked.xml")), kTree));
+        QFile::setPermissions(Path(QStringLiteral("locked.xml")), QFileDevice::Permissions());
+        XmlFiler filer;
+        QVERIFY(!filer.Open(Path(QStringLiteral("locked.xml"))));
+    }
+
+    void failedOpenKeepsPreviousDocument()
+    {
+        XmlFiler filer;
+        QVERIFY(OpenTree(filer));
+        QVERIFY(WriteFile(Path(QStringLiteral("bad.xml")), "<Root>"));
+        QVERIFY(!filer.Open(Path(QStringLiteral("bad.xml"))));
+        QCOMPARE(filer.GetDocumentElement().tagName(), QStringLiteral("Root"));
+        QCOMPARE(filer.GetFileName(), Path(QStringLiteral("tree.xml")));
+    }
+
+    void absolutePathFromAnywhere()
+    {
+        XmlFiler filer;
+        QVERIFY(OpenTree(filer));
+        QVERIFY(filer.GoToPath(QStringLiteral("C")));
+        QVERIFY(filer.GoToPath(QStringLiteral("/Root/A/B")));
+        QCOMPARE(filer.GetAttribute(QStringLiteral("Name"), QString()), QStringLiteral("b1"));
+        QCOMPARE(filer.GetCurrentPath(), QStringLiteral("/Root/A/B"));
+    }
+
+    void absolutePathWithoutRootName()
+    {
+        XmlFiler filer;
+        QVERIFY(OpenTree(filer));
+        QVERIFY(filer.GoToPath(QStringLiteral("/A/B")));
+        QCOMPARE(filer.GetAttribute(QStringLiteral("Name"), QString()), QStringLiteral("b1"));
+    }
+
+    void backslashPathIsRelative()
+    {
+        XmlFiler filer;
+        QVERIFY(OpenTree(filer));
+        QVERIFY(filer.GoToPath(QStringLiteral("A\\B")));
+        QCOMPARE(filer.GetAttribute(QStringLiteral("Name"), QString()), QStringLiteral("b1"));
+        // Relative to the cursor, which now is a B without children.
+        QVERIFY(!filer.GoToPath(QStringLiteral("A\\B")));
+        QCOMPARE(filer.GetAttribute(QStringLiteral("Name"), QString()), QStringLiteral("b1"));
+        QVERIFY(filer.GoToPath(QStringLiteral("\\Root\\C")));
+        QCOMPARE(filer.GetCurrentPath(), QStringLiteral("/Root/C"));
+    }
+
+    void emptyPathDoesNotMove()
+    {
+        XmlFiler filer;
+        QVERIFY(OpenTree(filer));
+        QVERIFY(filer.GoToPath(QStringLiteral("A")));
+        QVERIFY(filer.GoToPath(QString()));
+        QVERIFY(filer.GoToPath(QStringLiteral("   ")));
+        QCOMPARE(filer.GetCurrentPath(), QStringLiteral("/Root/A"));
+    }
+
+    void missingPathRestoresCursor()
+    {
+        XmlFiler filer;
+        QVERIFY(OpenTree(filer));
+        QVERIFY(filer.GoToPath(QStringLiteral("A")));
+        QVERIFY(!filer.GoToPath(QStringLiteral("/Root/A/Nothing")));
+        QCOMPARE(filer.GetCurrentPath(), QStringLiteral("/Root/A"));
+        QCOMPARE(filer.GetAttribute(QStringLiteral("Name"), QString()), QStringLiteral("first"));
+    }
+
+    void firstChildAndNextSiblingTakeAnyTag()
+    {
+        XmlFiler filer;
+        QVERIFY(OpenTree(filer));
+        QVERIFY(filer.GoToFirstChild());
+        QStringList tags;
+        do
+            tags << filer.GetCurrentElement().tagName();
+        while (filer.GoToNextSibling());
+        QCOMPARE(tags, (QStringList{QStringLiteral("A"), QStringLiteral("A"), QStringLiteral("C"), QStringLiteral("D"), QStringLiteral("E")}));
+        QCOMPARE(filer.GetCurrentPath(), QStringLiteral("/Root/E"));
+        QVERIFY(filer.GoToPath(QStringLiteral("/Root/C")));
+        QVERIFY(!filer.GoToFirstChild()); // only a text child
+        QCOMPARE(filer.GetCurrentPath(), QStringLiteral("/Root/C"));
+    }
+
+    void nullCursorMovesNowhere()
+    {
+        XmlFiler filer;
+        QVERIFY(!filer.GoToFirstChild());
+        QVERIFY(!filer.GoToNextSibling());
+        QVERIFY(!filer.GoToPath(QStringLiteral("A")));
+        QCOMPARE(filer.GetAttribute(QStringLiteral("X"), QStringLiteral("dflt")), QStringLiteral("dflt"));
+        QVERIFY(filer.GetText().isEmpty());
+        QVERIFY(filer.GetInnerXml().isEmpty());
+        QVERIFY(!filer.SetAttribute(QStringLiteral("X"), QStringLiteral("1")));
+    }
+
+    void createPathBuildsMissingElements()
+    {
+        XmlFiler filer;
+        QVERIFY(filer.GoToOrCreatePath(QStringLiteral("/Settings/Workflows/Workflow"), true, false));
+        QCOMPARE(filer.GetCurrentPath(), QStringLiteral("/Settings/Workflows/Workflow"));
+        QCOMPARE(filer.GetDocumentElement().tagName(), QStringLiteral("Settings"));
+        // A second call finds what the first one made.
+        QVERIFY(filer.GoToOrCreatePath(QStringLiteral("/Settings/Workflows/Workflow"), true, false));
+        QCOMPARE(filer.GetDocumentElement().firstChildElement().childNodes().count(), 1);
+    }
+
+    void appendNewLastBuildsAList()
+    {
+        XmlFiler filer;
+        filer.Create(QStringLiteral("List"));
+        for (int i = 0; i < 3; ++i) {
+            QVERIFY(filer.GoToOrCreatePath(QStringLiteral("/List/Item"), true, true));
+            QVERIFY(filer.SetAttribute(QStringLiteral("N"), QString::number(i)));
+        }
+        const QDomElement list = filer.GetDocumentElement();
+        QCOMPARE(list.childNodes().count(), 3);
+        QCOMPARE(list.lastChildElement().attribute(QStringLiteral("N")), QStringLiteral("2"));
+    }
+
+    void createClearFailsAndRestores()
+    {
+        XmlFiler filer;
+        QVERIFY(OpenTree(filer));
+        QVERIFY(filer.GoToPath(QStringLiteral("C")));
+        QVERIFY(!filer.GoToOrCreatePath(QStringLiteral("/Root/Missing/Deeper"), false, false));
+        QCOMPARE(filer.GetCurrentPath(), QStringLiteral("/Root/C"));
+        QVERIFY(filer.GetDocumentElement().firstChildElement(QStringLiteral("Missing")).isNull());
+    }
+
+    void removeElementKeepsCursor()
+    {
+        XmlFiler filer;
+        QVERIFY(OpenTree(filer));
+        QVERIFY(filer.GoToPath(QStringLiteral("C")));
+        filer.RemoveElement(QStringLiteral("/Root/A"));
+        QCOMPARE(filer.GetCurrentPath(), QStringLiteral("/Root/C"));
+        QVERIFY(filer.GoToPath(QStringLiteral("/Root/A")));
+        QCOMPARE(filer.GetAttribute(QStringLiteral("Name"), QString()), QStringLiteral("second"));
+        filer.RemoveElement(QStringLiteral("/Root/Nothing"));
+        QCOMPARE(filer.GetCurrentPath(), QStringLiteral("/Root/A"));
+    }
+
+    void removeCurrentElementLeavesCursorWhereItWas()
+    {
+        XmlFiler filer;
+        QVERIFY(OpenTree(filer));
+        QVERIFY(filer.GoToPath(QStringLiteral("E")));
+        filer.RemoveElement(QString()); // the empty path names the current element
+        QVERIFY(filer.GetDocumentElement().firstChildElement(QStringLiteral("E")).isNull());
+    }
+
+    void currentPathOfNestedElement()
+    {
+        XmlFiler filer;
+        QVERIFY(OpenTree(filer));
+        QVERIFY(filer.GoToPath(QStringLiteral("A/B")));
+        QCOMPARE(filer.GetCurrentPath(), QStringLiteral("/Root/A/B"));
+    }
+
+    void boolAttribute_data()
+    {
+        QTest::addColumn<QString>("text");
+        QTest::addColumn<bool>("defaultValue");
+        QTest::addColumn<bool>("expected");
+        QTest::newRow("TRUE") << QStringLiteral("TRUE") << false << true;
+        QTest::newRow("true") << QStringLiteral("true") << false << true;
+        QTest::newRow("False") << QStringLiteral("False") << true << false;
+        QTest::newRow("2") << QStringLiteral("2") << false << true;
+        QTest::newRow("1") << QStringLiteral("1") << false << true;
+        QTest::newRow("0") << QStringLiteral("0") << true << false;
+        QTest::newRow("yes default false") << QStringLiteral("yes") << false << false;
+        QTest::newRow("yes default true") << QStringLiteral("yes") << true << true;
+        QTest::newRow("negative") << QStringLiteral("-1") << true << true;
+        QTest::newRow("negative default false") << QStringLiteral("-1") << false << false;
+        QTest::newRow("empty") << QStringLiteral("") << true << true;
+        QTest::newRow("blank true") << QStringLiteral(" true") << false << false;
+    }
+    void boolAttribute()
+    {
+        QFETCH(QString, text);
+        QFETCH(bool, defaultValue);
+        QFETCH(bool, expected);
+        XmlFiler filer;
+        filer.Create(QStringLiteral("R"));
+        filer.SetAttribute(QStringLiteral("V"), text);
+        QCOMPARE(filer.GetBoolAttribute(QStringLiteral("V"), defaultValue), expected);
+    }
+
+    void absentBoolTakesDefault()
+    {
+        XmlFiler filer;
+        filer.Create(QStringLiteral("R"));
+        QCOMPARE(filer.GetBoolAttribute(QStringLiteral("V"), true), true);
+        QCOMPARE(filer.GetBoolAttribute(QStringLiteral("V"), false), false);
+    }
+
+    void dateTimeIsUtcShownInLocalTime()
+    {
+        XmlFiler filer;
+        filer.Create(QStringLiteral("R"));
+        filer.SetAttribute(QStringLiteral("When"), QStringLiteral("2016-02-29T23:30:15"));
+        const QDateTime read = filer.GetDateTimeAttribute(QStringLiteral("When"), QDateTime());
+        QCOMPARE(read.timeSpec(), Qt::LocalTime);
+        QCOMPARE(read.toUTC(), QDateTime(QDate(2016, 2, 29), QTime(23, 30, 15), QTimeZone::utc()));
+    }
+
+    void dateTimeDefaults()
+    {
+        XmlFiler filer;
+        filer.Create(QStringLiteral("R"));
+        const QDateTime fallback(QDate(2001, 1, 1), QTime(1, 2, 3), QTimeZone::utc());
+        QCOMPARE(filer.GetDateTimeAttribute(QStringLiteral("Absent"), fallback), fallback);
+        filer.SetAttribute(QStringLiteral("Empty"), QString());
+        QCOMPARE(filer.GetDateTimeAttribute(QStringLiteral("Empty"), fallback), fallback);
+        filer.SetAttribute(QStringLiteral("Bad"), QStringLiteral("yesterday"));
+        QCOMPARE(filer.GetDateTimeAttribute(QStringLiteral("Bad"), fallback), fallback);
+    }
+
+    void textOfTextAndCdataChildren()
+    {
+        XmlFiler filer;
+        QVERIFY(OpenTree(filer));
+        QVERIFY(filer.GoToPath(QStringLiteral("C")));
+        QCOMPARE(filer.GetText(), QStringLiteral("text of C"));
+        QVERIFY(filer.GoToPath(QStringLiteral("/Root/D")));
+        QCOMPARE(filer.GetText(), QStringLiteral("<kept> & raw"));
+        QVERIFY(filer.GoToPath(QStringLiteral("/Root/E")));
+        QVERIFY(filer.GetText().isEmpty()); // the first child is an element
+        QVERIFY(filer.GoToPath(QStringLiteral("/Root/A/B")));
+        QVERIFY(filer.GetText().isEmpty()); // no children at all
+    }
+
+    void innerXmlIsIndentedByFour()
+    {
+        XmlFiler filer;
+        QVERIFY(WriteFile(Path(QStringLiteral("inner.xml")), "<R><S><Step A=\"1\"><Sub/></Step><Step A=\"2\"/></S></R>"));
+        QVERIFY(filer.Open(Path(QStringLiteral("inner.xml"))));
+        QVERIFY(filer.GoToPath(QStringLiteral("S")));
+        // Each child is written as Qt writes a node below its parent: one indentation step deep.
+        QCOMPARE(filer.GetInnerXml(),
+                 QStringLiteral("    <Step A=\"1\">\n        <Sub/>\n    </Step>\n    <Step A=\"2\"/>\n"));
+    }
+
+    void appendXmlAppendsInOrder()
+    {
+        XmlFiler filer;
+        filer.Create(QStringLiteral("R"));
+        QVERIFY(filer.AppendXml(QStringLiteral("<A/><B/>")));
+        QVERIFY(filer.AppendXml(QStringLiteral("<C>c</C>")));
+        QStringList tags;
+        for (QDomElement e = filer.GetDocumentElement().firstChildElement(); !e.isNull(); e = e.nextSiblingElement())
+            tags << e.tagName();
+        QCOMPARE(tags, (QStringList{QStringLiteral("A"), QStringLiteral("B"), QStringLiteral("C")}));
+    }
+
+    void appendXmlOfUnclosedElementFails()
+    {
+        XmlFiler filer;
+        filer.Create(QStringLiteral("R"));
+        QVERIFY(!filer.AppendXml(QStringLiteral("<A>")));
+        QVERIFY(!filer.AppendXml(QString()));
+        QVERIFY(!filer.GetDocumentElement().hasChildNodes());
+    }
+
+    void appendXmlIntoEmptyDocumentMakesRoot()
+    {
+        XmlFiler filer;
+        QVERIFY(filer.AppendXml(QStringLiteral("<A/>")));
+        QCOMPARE(filer.GetDocumentElement().tagName(), QStringLiteral("Root"));
+        QCOMPARE(filer.GetDocumentElement().firstChildElement().tagName(), QStringLiteral("A"));
+    }
+
+    void ensureXmlDeclarationTwiceAddsOne()
+    {
+        XmlFiler filer;
+        filer.Create(QStringLiteral("R"));
+        filer.EnsureXmlDeclaration();
+        filer.EnsureXmlDeclaration();
+        int declarations = 0;
+        for (QDomNode n = filer.GetDocument().firstChild(); !n.isNull(); n = n.nextSibling())
+            declarations += n.isProcessingInstruction() ? 1 : 0;
+        QCOMPARE(declarations, 1);
+        QVERIFY(filer.GetDocument().firstChild().isProcessingInstruction());
+        QVERIFY(filer.Save(Path(QStringLiteral("decl.xml"))));
+        QVERIFY(ReadFile(Path(QStringLiteral("decl.xml"))).startsWith("<?xml version=\"1.0\"?>\n<R/>"));
+    }
+
+    void declarationOfOpenedFileIsKept()
+    {
+        XmlFiler filer;
+        QVERIFY(OpenTree(filer));
+        filer.EnsureXmlDeclaration();
+        QVERIFY(filer.Save(Path(QStringLiteral("again.xml"))));
+        QCOMPARE(ReadFile(Path(QStringLiteral("again.xml"))).count("<?xml"), 1);
+    }
+
+    void saveWithoutDocumentFailsAndCreatesNothing()
+    {
+        XmlFiler filer;
+        QVERIFY(!filer.Save(Path(QStringLiteral("never.xml"))));
+        QVERIFY(!QFile::exists(Path(QStringLiteral("never.xml"))));
+        filer.EnsureXmlDeclaration(); // a declaration alone is still no document element
+        QVERIFY(!filer.Save(Path(QStringLiteral("never.xml"))));
+        QVERIFY(!QFile::exists(Path(QStringLiteral("never.xml"))));
+    }
+
+    void saveIndentsByFourAndReadsBack()
+    {
+        XmlFiler filer;
+        filer.Create(QStringLiteral("R"));
+        QVERIFY(filer.GoToOrCreatePath(QStringLiteral("A/B"), true, false));
+        filer.SetAttribute(QStringLiteral("X"), QStringLiteral("a \"quoted\" <value> & more"));
+        QVERIFY(filer.Save(Path(QStringLiteral("saved.xml"))));
+        QCOMPARE(ReadFile(Path(QStringLiteral("saved.xml"))),
+                 QByteArray("<R>\n    <A>\n        <B X=\"a &quot;quoted&quot; &lt;value> &amp; more\"/>\n    </A>\n</R>\n"));
+        XmlFiler again;
+        QVERIFY(again.Open(Path(QStringLiteral("saved.xml"))));
+        QVERIFY(again.GoToPath(QStringLiteral("/R/A/B")));
+        QCOMPARE(again.GetAttribute(QStringLiteral("X"), QString()), QStringLiteral("a \"quoted\" <value> & more"));
+    }
+
+    void saveIntoMissingFolderFails()
+    {
+        XmlFiler filer;
+        filer.Create(QStringLiteral("R"));
+        QVERIFY(!filer.Save(Path(QStringLiteral("no/such/folder/x.xml"))));
+        QVERIFY(!QFile::exists(Path(QStringLiteral("no"))));
+    }
+
+    void saveBelowAFileFails()
+    {
+        QVERIFY(WriteFile(Path(QStringLiteral("plain")), "x"));
+        XmlFiler filer;
+        filer.Create(QStringLiteral("R"));
+        QVERIFY(!filer.Save(Path(QStringLiteral("plain/x.xml"))));
+        QCOMPARE(ReadFile(Path(QStringLiteral("plain"))), QByteArray("x"));
+    }
+
+    void saveOverReadOnlyFileFailsAndKeepsIt()
+    {
+        const QString path = Path(QStringLiteral("readonly.xml"));
+        QVERIFY(WriteFile(path, "<Old/>\n"));
+        QFile::setPermissions(path, QFileDevice::ReadOwner | QFileDevice::ReadGroup);
+        XmlFiler filer;
+        filer.Create(QStringLiteral("New"));
+        const bool saved = filer.Save(path);
+        QFile::setPermissions(path, QFileDevice::ReadOwner | QFileDevice::WriteOwner);
+        if (::geteuid() == 0)
+            QSKIP("root may write every file");
+        QVERIFY(!saved);
+        QCOMPARE(ReadFile(path), QByteArray("<Old/>\n"));
+    }
+
+    void saveReplacesExistingFile()
+    {
+        const QString path = Path(QStringLiteral("replace.xml"));
+        QVERIFY(WriteFile(path, QByteArray(100000, 'x')));
+        XmlFiler filer;
+        filer.Create(QStringLiteral("New"));
+        QVERIFY(filer.Save(path));
+        QCOMPARE(ReadFile(path), QByteArray("<New/>\n"));
+    }
+
+    void pushAndPopRestorePositions()
+    {
+        XmlFiler filer;
+        QVERIFY(OpenTree(filer));
+        filer.PushPosition();
+        QVERIFY(filer.GoToPath(QStringLiteral("A")));
+        filer.PushPosition();
+        QVERIFY(filer.GoToPath(QStringLiteral("B")));
+        filer.PopPosition();
+        QCOMPARE(filer.GetCurrentPath(), QStringLiteral("/Root/A"));
+        filer.PopPosition();
+        QCOMPARE(filer.GetCurrentPath(), QStringLiteral("/Root"));
+        filer.PopPosition(); // an empty stack leaves the cursor alone
+        QCOMPARE(filer.GetCurrentPath(), QStringLiteral("/Root"));
+    }
+
+    void hugeAttributeIsRead()
+    {
+        const QByteArray value(10 * 1024 * 1024, 'v');
+        QVERIFY(WriteFile(Path(QStringLiteral("huge.xml")), "<R V=\"" + value + "\"/>"));
+        XmlFiler filer;
+        QVERIFY(filer.Open(Path(QStringLiteral("huge.xml"))));
+        QCOMPARE(filer.GetAttribute(QStringLiteral("V"), QString()).size(), value.size());
+    }
+
+    void untranslatedFilerReturnsTextsAsWritten()
+    {
+        XmlFiler filer(false);
+        filer.Create(QStringLiteral("R"));
+        filer.SetAttribute(QStringLiteral("Name"), QStringLiteral("tr(Name)"));
+        QCOMPARE(filer.GetAttribute(QStringLiteral("Name"), QString()), QStringLiteral("tr(Name)"));
+        XmlFiler withoutCatalogue(true);
+        withoutCatalogue.Create(QStringLiteral("R"));
+        withoutCatalogue.SetAttribute(QStringLiteral("Name"), QStringLiteral("tr(Name)"));
+        QCOMPARE(withoutCatalogue.GetAttribute(QStringLiteral("Name"), QString()), QStringLiteral("tr(Name)"));
+    }
+};
+
+QTEST_GUILESS_MAIN(tst_XmlFiler)
+#include "tst_xmlfiler.moc"
