@@ -1,21 +1,139 @@
+#include "ApplicationManagerPrivate.h"
+#include "Endpoint.h"
+
 #include <OstrelAdapter/ApplicationManager.h>
+#include <OstrelAdapter/ApplicationMessageHandler.h>
+#include <OstrelAdapter/MessageBase.h>
+#include <OstrelAdapter/OstrelAdapterUtility.h>
+
+#include <QCoreApplication>
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
+#include <QLoggingCategory>
+#include <QProcess>
+#include <QProcessEnvironment>
+#include <QStandardPaths>
+
+#include <algorithm>
 
 namespace Velmora::OstrelAdapter {
 
-class ApplicationManagerPrivate
-{
-public:
-    QString appName;
-    QString locale;
-};
+Q_LOGGING_CATEGORY(lcHub, "velmora.ostrel.hub", QtWarningMsg)
 
 namespace {
+
 ApplicationManager* s_instance = nullptr;
+
+} // namespace
+
+ApplicationManagerPrivate::ApplicationManagerPrivate(const QString& name)
+    : appName(name)
+{
 }
 
-ApplicationManager::ApplicationManager(const QString& appName) : d(new ApplicationManagerPrivate)
+ApplicationManagerPrivate::~ApplicationManagerPrivate()
 {
-    d->appName = appName;
+    // Links first: closing them may still name their applications.
+    const QList<ApplicationLink*> links = findChildren<ApplicationLink*>(QString(), Qt::FindDirectChildrenOnly);
+    for (ApplicationLink* link : links) {
+        link->disconnect(this);
+        delete link;
+    }
+    applications.clear();
+    if (server) {
+        server->close();
+        server.reset();
+        QLocalServer::removeServer(endpoint);
+    }
+}
+
+void ApplicationManagerPrivate::Listen()
+{
+    const QString path = EndpointName(QCoreApplication::applicationPid());
+    if (path.isEmpty())
+        return;
+    // A socket left under our process id can only belong to a dead process.
+    QLocalServer::removeServer(path);
+    server = std::make_unique<QLocalServer>();
+    server->setSocketOptions(QLocalServer::UserAccessOption);
+    if (!server->listen(path)) {
+        qCDebug(lcHub) << "cannot listen on" << path << server->errorString();
+        server.reset();
+        return;
+    }
+    endpoint = path;
+    connect(server.get(), &QLocalServer::newConnection, this, &ApplicationManagerPrivate::OnNewConnection);
+}
+
+ApplicationLink* ApplicationManagerPrivate::AdoptSocket(QLocalSocket* socket)
+{
+    auto* link = new ApplicationLink(socket, this);
+    connect(link, &ApplicationLink::FrameReceived, this, &ApplicationManagerPrivate::OnFrame);
+    connect(link, &ApplicationLink::Closed, this, &ApplicationManagerPrivate::OnClosed);
+    return link;
+}
+
+Application* ApplicationManagerPrivate::FindOrMakeApplication(qint64 processId, Application::StartupError error)
+{
+    for (const auto& application : applications) {
+        if (application->GetProcessId() == processId)
+            return application.get();
+    }
+    applications.push_back(std::unique_ptr<Application>(new Application(processId, error)));
+    return applications.back().get();
+}
+
+void ApplicationManagerPrivate::OnNewConnection()
+{
+    while (server && server->hasPendingConnections()) {
+        QLocalSocket* socket = server->nextPendingConnection();
+        if (socket)
+            AdoptSocket(socket);
+    }
+}
+
+void ApplicationManagerPrivate::OnFrame(ApplicationLink* link, const QString& name, const QVariantMap& data)
+{
+    if (!link->HelloSeen()) {
+        // A peer introduces itself before anything else; a peer that does not is not one.
+        bool ok = false;
+        const qint64 processId = data.value(QStringLiteral("ProcessId")).toLongLong(&ok);
+        if (name != ApplicationLink::kHelloName || !ok || processId <= 0) {
+            link->Close();
+            return;
+        }
+        link->SetHelloSeen();
+        Application* application = FindOrMakeApplication(processId, Application::NoError);
+        application->AttachLink(link);
+        const std::vector<ApplicationMessageHandler*> current = handlers;
+        for (ApplicationMessageHandler* handler : current)
+            handler->ApplicationLinkStarted(application);
+        return;
+    }
+    if (name == ApplicationLink::kHelloName)
+        return;
+    ApplicationMessage message(name, data);
+    const std::vector<ApplicationMessageHandler*> current = handlers;
+    for (ApplicationMessageHandler* handler : current) {
+        if (std::find(handlers.begin(), handlers.end(), handler) != handlers.end())
+            handler->MessageReceived(&message);
+    }
+}
+
+void ApplicationManagerPrivate::OnClosed(ApplicationLink* link)
+{
+    for (const auto& application : applications) {
+        if (application->m_link == link)
+            application->m_link = nullptr;
+    }
+    link->deleteLater();
+}
+
+ApplicationManager::ApplicationManager(const QString& appName)
+    : d(new ApplicationManagerPrivate(appName))
+{
+    d->Listen();
 }
 
 ApplicationManager::~ApplicationManager()
@@ -54,6 +172,97 @@ void ApplicationManager::SetCurrentLocale(const QString& locale)
 QString ApplicationManager::GetCurrentLocale() const
 {
     return d->locale;
+}
+
+QStringList ApplicationManager::ManifestFolders()
+{
+    QStringList folders;
+    const QString extra = qEnvironmentVariable("VELMORA_APPLICATIONS_PATH");
+    for (const QString& folder : extra.split(QDir::listSeparator(), Qt::SkipEmptyParts))
+        folders << QDir::cleanPath(QDir(folder).absolutePath());
+    for (const QString& data : QStandardPaths::standardLocations(QStandardPaths::GenericDataLocation))
+        folders << QDir::cleanPath(data + QStringLiteral("/Velmora/Applications"));
+    folders.removeDuplicates();
+    return folders;
+}
+
+QList<ApplicationInfo> ApplicationManager::GetAllInstalledApplications()
+{
+    return d->manifests.Applications();
+}
+
+QList<ApplicationInfo> ApplicationManager::GetInstalledApplications(const QString& applicationId,
+                                                                    const QString& version)
+{
+    QList<ApplicationInfo> matching;
+    if (applicationId.isEmpty())
+        return matching;
+    for (const ApplicationInfo& info : d->manifests.Applications()) {
+        if (info.GetId().compare(applicationId, Qt::CaseInsensitive) == 0 &&
+            OstrelAdapterUtility::VersionCompare(version, info.GetVersion()))
+            matching << info;
+    }
+    return matching;
+}
+
+Application* ApplicationManager::StartApplication(const ApplicationInfo& info, const QStringList& arguments,
+                                                  const QMap<QString, QString>& environment,
+                                                  Application::StartupError* error)
+{
+    const auto fail = [error](Application::StartupError why) -> Application* {
+        if (error)
+            *error = why;
+        return nullptr;
+    };
+    if (!info.IsValid())
+        return fail(Application::ApplicationNotFound);
+    const QFileInfo program(info.GetExecutable());
+    if (!program.exists() || !program.isFile())
+        return fail(Application::ExecutableMissing);
+
+    QProcessEnvironment merged = QProcessEnvironment::systemEnvironment();
+    for (auto it = environment.cbegin(); it != environment.cend(); ++it)
+        merged.insert(it.key(), it.value());
+
+    QProcess process;
+    process.setProgram(program.absoluteFilePath());
+    process.setArguments(arguments);
+    process.setProcessEnvironment(merged);
+    process.setWorkingDirectory(program.absolutePath());
+    qint64 processId = 0;
+    if (!process.startDetached(&processId) || processId <= 0)
+        return fail(Application::CouldNotStart);
+    if (error)
+        *error = Application::NoError;
+    return d->FindOrMakeApplication(processId, Application::NoError);
+}
+
+Application* ApplicationManager::GetApplication(qint64 processId)
+{
+    if (processId <= 0)
+        return nullptr;
+    return d->FindOrMakeApplication(processId, Application::NoError);
+}
+
+void ApplicationManager::AddMessageHandler(ApplicationMessageHandler* handler)
+{
+    if (handler && std::find(d->handlers.begin(), d->handlers.end(), handler) == d->handlers.end())
+        d->handlers.push_back(handler);
+}
+
+void ApplicationManager::RemoveMessageHandler(ApplicationMessageHandler* handler)
+{
+    d->handlers.erase(std::remove(d->handlers.begin(), d->handlers.end(), handler), d->handlers.end());
+}
+
+QString ApplicationManager::GetEndpoint() const
+{
+    return d->endpoint;
+}
+
+QString ApplicationManager::EndpointFor(qint64 processId)
+{
+    return EndpointName(processId);
 }
 
 } // namespace Velmora::OstrelAdapter

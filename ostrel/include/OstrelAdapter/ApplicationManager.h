@@ -1,15 +1,22 @@
 #pragma once
 
+#include <OstrelAdapter/Application.h>
+#include <OstrelAdapter/ApplicationInfo.h>
 #include <OstrelAdapter/OstrelAdapterExport.h>
 
+#include <QList>
+#include <QMap>
 #include <QString>
+#include <QStringList>
 
 namespace Velmora::OstrelAdapter {
 
 class ApplicationManagerPrivate;
+class ApplicationMessageHandler;
 
 // The per-process entry into the application hub. One instance exists between Initialize and
-// Uninitialize; GetInstance returns null outside that window.
+// Uninitialize; GetInstance returns null outside that window. While it exists the process listens
+// on its own endpoint, named by its process id in the user's private runtime folder.
 class OSTRELADAPTER_EXPORT ApplicationManager
 {
 public:
@@ -26,6 +33,33 @@ public:
     void SetCurrentLocale(const QString& locale);
     QString GetCurrentLocale() const;
 
+    // The installed applications whose id equals applicationId ignoring case and whose version
+    // satisfies version (OstrelAdapterUtility::VersionCompare), in manifest order. Manifests are
+    // read again only when one of their folders changed.
+    QList<ApplicationInfo> GetInstalledApplications(const QString& applicationId, const QString& version);
+    // Every installed application, in manifest order.
+    QList<ApplicationInfo> GetAllInstalledApplications();
+    // The folders manifests are read from, in order: VELMORA_APPLICATIONS_PATH first, then
+    // Velmora/Applications under each data folder.
+    static QStringList ManifestFolders();
+
+    // Starts the application's program detached with exactly these arguments and the current
+    // environment overlaid by environment. Null on failure, with *error saying why (when error is
+    // not null). The returned application is owned by the manager.
+    Application* StartApplication(const ApplicationInfo& info, const QStringList& arguments,
+                                  const QMap<QString, QString>& environment, Application::StartupError* error);
+    // The manager's application for a process id, made on first request; owned by the manager.
+    Application* GetApplication(qint64 processId);
+
+    // Handlers are not owned; each is told every message and every link started.
+    void AddMessageHandler(ApplicationMessageHandler* handler);
+    void RemoveMessageHandler(ApplicationMessageHandler* handler);
+
+    // This process's endpoint, empty when the hub could not listen.
+    QString GetEndpoint() const;
+    // The endpoint of the process with that id.
+    static QString EndpointFor(qint64 processId);
+
     ApplicationManager(const ApplicationManager&) = delete;
     ApplicationManager& operator=(const ApplicationManager&) = delete;
 
@@ -33,6 +67,8 @@ private:
     explicit ApplicationManager(const QString& appName);
     ~ApplicationManager();
 
+    friend class ApplicationManagerPrivate;
+    friend class Application;
     ApplicationManagerPrivate* d;
 };
 

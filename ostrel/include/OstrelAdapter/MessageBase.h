@@ -1,0 +1,33 @@
+#pragma once
+
+#include <OstrelAdapter/OstrelAdapterExport.h>
+
+#include <QMap>
+#include <QString>
+#include <QVariant>
+
+namespace Velmora::OstrelAdapter {
+
+// What every hub message carries: a name and a map of values.
+class OSTRELADAPTER_EXPORT MessageBase
+{
+public:
+    MessageBase(const QString& name, const QMap<QString, QVariant>& data);
+    virtual ~MessageBase();
+
+    QString GetName() const { return m_name; }
+    QMap<QString, QVariant> GetData() const { return m_data; }
+
+private:
+    QString m_name;
+    QMap<QString, QVariant> m_data;
+};
+
+// A message between linked applications.
+class OSTRELADAPTER_EXPORT ApplicationMessage : public MessageBase
+{
+public:
+    ApplicationMessage(const QString& name, const QMap<QString, QVariant>& data);
+};
+
+} // namespace Velmora::OstrelAdapter

@@ -1,0 +1,13 @@
+#include "Endpoint.h"
+
+namespace Velmora::OstrelAdapter {
+
+// Named pipes; the server restricts them to the current user.
+QString EndpointName(qint64 processId)
+{
+    if (processId <= 0)
+        return QString();
+    return QStringLiteral("velmora-ostrel-%1").arg(processId);
+}
+
+} // namespace Velmora::OstrelAdapter
