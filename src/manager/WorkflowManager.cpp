@@ -166,24 +166,33 @@ bool WorkflowManager::SetExecutingWorkflowExitStatus(Workflow* workflow, int sta
 
 int WorkflowManager::ProductIdsToNameList(const WideChar* ids, WideChar* buffer, int size) const
 {
-    Q_UNUSED(ids);
-    return CopyTextOut(QString(), buffer, size);
+    return CopyTextOut(m_imp->Products().NameList(TextIn(ids)), buffer, size);
 }
 
 void WorkflowManager::ProductIdsToOstrelNameList(const WideChar* ids, WideChar* names, int namesSize,
                                                  WideChar* second, int secondSize) const
 {
-    Q_UNUSED(ids);
-    CopyTextOut(QString(), names, namesSize);
-    CopyTextOut(QString(), second, secondSize);
+    QString nameList;
+    QString versionList;
+    m_imp->Products().OstrelNameList(TextIn(ids), nameList, versionList);
+    // Each buffer is filled only when there is room for something.
+    if (names && namesSize >= 1)
+        CopyTextOut(nameList, names, namesSize);
+    if (second && secondSize >= 1)
+        CopyTextOut(versionList, second, secondSize);
 }
 
 int WorkflowManager::GetInstalledProducts(const WideChar* productIds, long long* ids, int size) const
 {
-    Q_UNUSED(productIds);
-    Q_UNUSED(ids);
-    Q_UNUSED(size);
-    return 0;
+    const QList<qint64> installed = m_imp->Products().InstalledProducts(TextIn(productIds));
+    if (!ids)
+        return int(installed.size());
+    if (size < 1)
+        return 0;
+    const int count = qMin(size, int(installed.size()));
+    for (int i = 0; i < count; ++i)
+        ids[i] = installed.at(i);
+    return count;
 }
 
 void WorkflowManager::GetWorkflowVersionInfo(int& major, int& minor) const

@@ -3,6 +3,7 @@
 #include "execution/ExecutingRegistry.h"
 #include "execution/Plugin.h"
 #include "manager/Constants.h"
+#include "manager/ProductRules.h"
 #include "manager/WorkflowQuery.h"
 #include "platform/Platform.h"
 #include "util/FileUtil.h"
@@ -29,6 +30,7 @@ WorkflowManagerImp::WorkflowManagerImp() : QObject(nullptr)
         m_userWorkflowFolder = QStringLiteral("%1/%2/%3").arg(folder, Names::Velmora, Names::Workflows);
     }
     m_registry = std::make_unique<ExecutingRegistry>();
+    m_products.Load();
 }
 
 WorkflowManagerImp::~WorkflowManagerImp()
@@ -350,17 +352,12 @@ QList<Workflow*> WorkflowManagerImp::QueryWorkflows(const QString& filter, const
 
 bool WorkflowManagerImp::PassesFilterEntry(Workflow* workflow, const QString& key, const QString& value)
 {
-    // PENDING: the product rules decide every key; until they land nothing is filtered out.
-    Q_UNUSED(workflow);
-    Q_UNUSED(key);
-    Q_UNUSED(value);
-    return true;
+    return WorkflowMatchesFilter(workflow, key, value);
 }
 
 QString WorkflowManagerImp::ProductDisplayNames(const QString& productIds) const
 {
-    // PENDING: names come from the product catalogue once it lands.
-    return productIds;
+    return m_products.NameList(productIds);
 }
 
 XlfCatalog* WorkflowManagerImp::TranslationCatalog(const QString& xlfFile)

@@ -2,6 +2,8 @@
 
 #include <VmWorkflowCore/WorkflowManager.h>
 
+#include "manager/ProductCatalog.h"
+
 #include <QHash>
 #include <QList>
 #include <QMap>
@@ -40,6 +42,8 @@ public:
     void SetNotificationManager(WorkflowNotificationManager* manager) { m_notificationManager = manager; }
     WorkflowNotificationManager* NotificationManager() const { return m_notificationManager; }
     ExecutingRegistry* Registry() const { return m_registry.get(); }
+    // Read once when the manager is made, held for the rest of the process.
+    const ProductCatalog& Products() const { return m_products; }
 
     // The catalogue.
     bool IsCatalogueLoaded() const { return m_catalogueLoaded; }
@@ -96,6 +100,7 @@ private:
     bool m_catalogueLoaded = false;
     HostApplicationContext* m_context = nullptr;
     std::unique_ptr<ExecutingRegistry> m_registry;
+    ProductCatalog m_products;
     WorkflowNotificationManager* m_notificationManager = nullptr;
     std::map<QString, std::unique_ptr<XlfCatalog>> m_translations;
 

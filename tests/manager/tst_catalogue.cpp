@@ -90,7 +90,16 @@ private:
     void SetSearchPaths(const QString& paths) { Manager()->SetWorkflowSearchPaths(Wide(paths)); }
 
 private slots:
-    void initTestCase() { QVERIFY(m_env.Setup()); }
+    void initTestCase()
+    {
+        QVERIFY(m_env.Setup());
+        // Product sort keys compare display names, so the products get names that sort like their ids.
+        const QString products = m_env.Root() + QStringLiteral("/products");
+        QVERIFY(WriteFile(products + QStringLiteral("/Products.xml"),
+                          "<Products><Product Id=\"p1\" Name=\"Product One\"/><Product Id=\"p2\" Name=\"Product Two\"/></Products>"));
+        QVERIFY(WriteFile(m_env.ConfigDirs() + QStringLiteral("/Velmora/Workflow/2015.0.conf"),
+                          "[General]\nProductsXmlFileSearchPath=" + QFile::encodeName(products) + "\n"));
+    }
     void init()
     {
         m_dir = std::make_unique<QTemporaryDir>();

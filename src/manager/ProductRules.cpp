@@ -1,0 +1,76 @@
+#include "manager/ProductRules.h"
+
+#include "manager/ProductCatalog.h"
+#include "manager/ProductExpression.h"
+#include "manager/WorkflowManagerImp.h"
+#include "workflow/WorkflowImp.h"
+
+#include <VmWorkflowCore/Workflow.h>
+
+#include <OstrelAdapter/OstrelAdapterUtility.h>
+
+#include <QStringList>
+#include <QVariant>
+
+namespace Velmora::WorkflowCore {
+
+namespace {
+
+bool ListHasMatchingId(const QString& storedIds, const QString& filterId)
+{
+    for (const QString& id : storedIds.split(QLatin1Char(','), Qt::SkipEmptyParts)) {
+        if (ProductIdMatches(filterId, id))
+            return true;
+    }
+    return false;
+}
+
+} // namespace
+
+bool ProductInstalledLeaf(const QString& operand, bool& value)
+{
+    WorkflowManagerImp* manager = WorkflowManagerImp::Instance();
+    value = manager && !manager->Products().InstalledProducts(operand.trimmed()).isEmpty();
+    return true;
+}
+
+bool ProductIdMatches(const QString& filterId, const QString& workflowProductId)
+{
+    if (filterId.isEmpty() || workflowProductId.isEmpty())
+        return false;
+    const QStringList filter = filterId.split(QLatin1Char(':'));
+    const QStringList workflow = workflowProductId.split(QLatin1Char(':'));
+    const bool sameCode = filter.at(0) == workflow.at(0);
+    if (filter.size() < 2 || workflow.size() < 2)
+        return sameCode;
+    return sameCode && OstrelAdapter::OstrelAdapterUtility::VersionCompare(filter.at(1), workflow.at(1));
+}
+
+bool WorkflowMatchesFilter(Workflow* workflow, const QString& key, const QString& value)
+{
+    if (!workflow)
+        return false;
+    const WorkflowFields& fields = workflow->GetImp()->Fields();
+    const auto is = [&key](const char* name) { return key.compare(QLatin1String(name), Qt::CaseInsensitive) == 0; };
+
+    if (is("IsExecutable")) {
+        if (fields.RequiredProducts.isEmpty())
+            return false;
+        bool executable = false;
+        EvaluateExpression(&ProductInstalledLeaf, fields.RequiredProducts, executable);
+        if (value.compare(QLatin1String("false"), Qt::CaseInsensitive) == 0)
+            return !executable;
+        return executable;
+    }
+    if (is("IsTemplate"))
+        return QVariant(value).toBool() == fields.IsTemplate;
+    if (is("PrimaryProduct"))
+        return ListHasMatchingId(fields.PrimaryProduct, value);
+    if (is("TargetProduct"))
+        return ListHasMatchingId(fields.TargetProduct, value);
+    if (is("RequiredProduct"))
+        return ListHasMatchingId(fields.RequiredProducts, value);
+    return false;
+}
+
+} // namespace Velmora::WorkflowCore

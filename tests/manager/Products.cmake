@@ -1,0 +1,1 @@
+vmwf_add_test(NAME tst_productcatalog SOURCES ${CMAKE_CURRENT_LIST_DIR}/tst_productcatalog.cpp LIBS VmWorkflowCoreTesting)
