@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
 """Writes the bundled sample data under share/workflows: templates with images in two sizes,
 user workflows made from them (one orphan, two sharing an id), and XLIFF translations of the
-templates' tr(...) texts for de-DE and fr-FR. Run it again after changing the texts below."""
+templates' tr(...) texts for en-US, de-DE and fr-FR. Run it again after changing the texts below."""
 
 import hashlib
 import os
@@ -91,6 +91,9 @@ TRANSLATIONS = {
         "tr(Old files are converted as they are read.)": "Les anciens fichiers sont convertis à la lecture.",
     },
 }
+
+# English is the language the texts are written in: its file turns tr(Text) into Text.
+TRANSLATIONS["en-US"] = {source: source[3:-1] for source in TRANSLATIONS["de-DE"]}
 
 ATTRIBUTE_ORDER = ["Plugin", "IsTemplate", "Id", "TemplateId", "HelpId", "Name", "Description", "Keywords",
                    "PrimaryProduct", "TargetProduct", "RequiredProducts", "RequiredProductsDisplayText",

@@ -34,4 +34,10 @@ private:
     QString m_text;
 };
 
+// A zero-terminated UTF-16 text filled in by the library.
+inline QString FromWide(const WideChar* text)
+{
+    return QString::fromUtf16(reinterpret_cast<const char16_t*>(text));
+}
+
 } // namespace VmWorkflowTool

@@ -16,10 +16,13 @@
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
+#include <QLocale>
+#include <QSet>
 #include <QTextStream>
 
 #include <cstdio>
 #include <memory>
+#include <vector>
 
 using namespace Velmora::WorkflowCore;
 using VmWorkflowTool::ReadText;
@@ -170,12 +173,27 @@ void PrintJson(const QJsonDocument& document)
     Out() << QString::fromUtf8(document.toJson(QJsonDocument::Indented));
 }
 
+// The workflows that can run here, asked of the library once through its own filter.
+QSet<Workflow*> ExecutableWorkflows(WorkflowManager* manager)
+{
+    QSet<Workflow*> executable;
+    std::unique_ptr<WorkflowIterator> it(manager->GetWorkflows(Wide(QStringLiteral("IsExecutable=true")), Wide(QString())));
+    while (it->MoveNext())
+        executable.insert(it->GetCurrent());
+    return executable;
+}
+
 int List(WorkflowManager* manager, const QString& filter, const QString& sort, bool json)
 {
+    const QSet<Workflow*> executable = ExecutableWorkflows(manager);
     std::unique_ptr<WorkflowIterator> it(manager->GetWorkflows(Wide(filter), Wide(sort)));
     QJsonArray rows;
     while (it->MoveNext())
-        rows.append(Summary(it->GetCurrent()));
+    {
+        QJsonObject row = Summary(it->GetCurrent());
+        row.insert(QStringLiteral("isExecutable"), executable.contains(it->GetCurrent()));
+        rows.append(row);
+    }
     if (json)
     {
         PrintJson(QJsonDocument(rows));
@@ -185,7 +203,8 @@ int List(WorkflowManager* manager, const QString& filter, const QString& sort, b
     {
         const QJsonObject row = value.toObject();
         Out() << (row.value(QStringLiteral("isTemplate")).toBool() ? "template  " : "workflow  ")
-              << row.value(QStringLiteral("id")).toString() << "  " << row.value(QStringLiteral("name")).toString()
+              << (row.value(QStringLiteral("isExecutable")).toBool() ? "runs here      " : "cannot run here")
+              << "  " << row.value(QStringLiteral("id")).toString() << "  " << row.value(QStringLiteral("name")).toString()
               << '\n';
     }
     Out() << rows.size() << (rows.size() == 1 ? " workflow\n" : " workflows\n");
@@ -197,7 +216,8 @@ int Show(WorkflowManager* manager, const QString& id, bool json)
     Workflow* workflow = manager->GetWorkflow(Wide(id), Wide(QString()));
     if (!workflow)
         return Fail(ActionFailed, QStringLiteral("no workflow has the id \"%1\".").arg(id));
-    const QJsonObject details = Details(workflow);
+    QJsonObject details = Details(workflow);
+    details.insert(QStringLiteral("isExecutable"), ExecutableWorkflows(manager).contains(workflow));
     if (json)
     {
         PrintJson(QJsonDocument(details));
@@ -231,6 +251,52 @@ int Delete(WorkflowManager* manager, const QString& id, bool keepFile)
     return Success;
 }
 
+int Products(WorkflowManager* manager, const QString& ids, bool json)
+{
+    QJsonArray rows;
+    for (const QString& id : ids.split(QLatin1Char(','), Qt::SkipEmptyParts))
+    {
+        const Wide wideId(id);
+        QJsonObject row;
+        row.insert(QStringLiteral("id"), id);
+        row.insert(QStringLiteral("name"),
+                   ReadText([&](WideChar* b, int s) { return manager->ProductIdsToNameList(wideId, b, s); }));
+        // The hub-name call cannot say how long its texts are; product lists are short.
+        std::vector<WideChar> names(4096, 0);
+        std::vector<WideChar> versions(4096, 0);
+        manager->ProductIdsToOstrelNameList(wideId, names.data(), int(names.size()), versions.data(),
+                                            int(versions.size()));
+        row.insert(QStringLiteral("hubName"), VmWorkflowTool::FromWide(names.data()));
+        row.insert(QStringLiteral("version"), VmWorkflowTool::FromWide(versions.data()));
+        const int count = manager->GetInstalledProducts(wideId, nullptr, 0);
+        std::vector<long long> infoIds(size_t(count > 0 ? count : 0));
+        const int written = count > 0 ? manager->GetInstalledProducts(wideId, infoIds.data(), count) : 0;
+        QJsonArray installed;
+        for (int i = 0; i < written; ++i)
+            installed.append(double(infoIds[size_t(i)]));
+        row.insert(QStringLiteral("installed"), !installed.isEmpty());
+        row.insert(QStringLiteral("infoIds"), installed);
+        rows.append(row);
+    }
+    if (json)
+    {
+        PrintJson(QJsonDocument(rows));
+        return Success;
+    }
+    for (const QJsonValue& value : std::as_const(rows))
+    {
+        const QJsonObject row = value.toObject();
+        const QString name = row.value(QStringLiteral("name")).toString();
+        Out() << row.value(QStringLiteral("id")).toString() << "  "
+              << (name.isEmpty() ? QStringLiteral("(unknown product)") : name) << "  hub name "
+              << row.value(QStringLiteral("hubName")).toString() << "  version "
+              << (row.value(QStringLiteral("version")).toString().isEmpty() ? QStringLiteral("any")
+                                                                             : row.value(QStringLiteral("version")).toString())
+              << "  " << (row.value(QStringLiteral("installed")).toBool() ? "installed" : "not installed") << '\n';
+    }
+    return Success;
+}
+
 } // namespace
 
 int main(int argc, char** argv)
@@ -246,7 +312,9 @@ int main(int argc, char** argv)
         "  list [--filter TEXT] [--sort TEXT] [--json]   the workflows found\n"
         "  show ID [--json]                              one workflow in full\n"
         "  delete ID [--keep-file]                       delete a user workflow\n"
-        "  new-name BASE                                 a free name for a new workflow\n\n"
+        "  new-name BASE                                 a free name for a new workflow\n"
+        "  products IDS [--json]                         product names, hub names, versions and\n"
+        "                                                whether they are installed (ids joined by \",\")\n\n"
         "Filter items are key=value (IsExecutable, IsTemplate, PrimaryProduct, TargetProduct,\n"
         "RequiredProduct) joined by \",\"; sort items are key:0 (ascending) or key:1 (descending)\n"
         "joined by \",\", the first written deciding first; Name is a sort key too."));
@@ -264,7 +332,7 @@ int main(int argc, char** argv)
     const QCommandLineOption keepFile(QStringLiteral("keep-file"),
                                       QStringLiteral("Delete from the catalogue only; leave the file."));
     parser.addOptions({searchPaths, locale, filter, sort, json, keepFile});
-    parser.addPositionalArgument(QStringLiteral("command"), QStringLiteral("list, show, delete or new-name"));
+    parser.addPositionalArgument(QStringLiteral("command"), QStringLiteral("list, show, delete, new-name or products"));
     parser.addPositionalArgument(QStringLiteral("argument"), QStringLiteral("the command's argument"), QStringLiteral("[argument]"));
 
     if (!parser.parse(QCoreApplication::arguments()))
@@ -307,10 +375,12 @@ int main(int argc, char** argv)
         problem = expectArguments(1, QStringLiteral("a workflow id"));
     else if (command == QLatin1String("new-name"))
         problem = expectArguments(1, QStringLiteral("a base name"));
+    else if (command == QLatin1String("products"))
+        problem = expectArguments(1, QStringLiteral("product ids joined by \",\""));
     else
         problem = QStringLiteral("the command \"%1\" is unknown; see --help.").arg(command);
     for (const QString& check : {onlyFor(filter, {QStringLiteral("list")}), onlyFor(sort, {QStringLiteral("list")}),
-                                 onlyFor(json, {QStringLiteral("list"), QStringLiteral("show")}),
+                                 onlyFor(json, {QStringLiteral("list"), QStringLiteral("show"), QStringLiteral("products")}),
                                  onlyFor(keepFile, {QStringLiteral("delete")})})
     {
         if (problem.isEmpty())
@@ -331,10 +401,22 @@ int main(int argc, char** argv)
             return Fail(ActionFailed, QStringLiteral("the workflow folder \"%1\" cannot be read.").arg(folder));
     }
 
+    if (!parser.isSet(searchPaths))
+    {
+        // The sample workflows come with sample products "installed" through their hub manifests.
+        QByteArray applications = QFile::encodeName(SampleDataFolder() + QStringLiteral("/applications"));
+        const QByteArray configured = qgetenv("VELMORA_APPLICATIONS_PATH");
+        if (!configured.isEmpty())
+            applications += QDir::listSeparator().toLatin1() + configured;
+        qputenv("VELMORA_APPLICATIONS_PATH", applications);
+    }
+
     WorkflowManager::Initialize();
     WorkflowManager* manager = WorkflowManager::GetInstance();
     if (parser.isSet(locale))
         manager->SetCurrentLocale(Wide(parser.value(locale)));
+    else if (QLocale::system().name() == QLatin1String("C"))
+        manager->SetCurrentLocale(Wide(QStringLiteral("en-US"))); // a machine without a language set
     manager->SetWorkflowSearchPaths(Wide(paths));
 
     int status = Success;
@@ -344,6 +426,8 @@ int main(int argc, char** argv)
         status = Show(manager, rest.first(), parser.isSet(json));
     else if (command == QLatin1String("delete"))
         status = Delete(manager, rest.first(), parser.isSet(keepFile));
+    else if (command == QLatin1String("products"))
+        status = Products(manager, rest.first(), parser.isSet(json));
     else
         Out() << WorkflowPrivate::GetNewWorkflowName(rest.first()) << '\n';
     Out().flush();
