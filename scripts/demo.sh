@@ -17,6 +17,8 @@ export XDG_DATA_HOME="$PWD/$build_dir/demo-home"
 step() { printf '\n$ vmworkflow %s\n' "$*"; "$tool" "$@"; }
 
 step list
+step list --filter "IsExecutable=true"
+step products "alpha,beta:2017,gamma,delta:2015"
 step list --sort "IsTemplate:0,Name:0"
 step list --filter "IsTemplate=false"
 step --locale de-DE show Id_MonthlyReportTemplate
