@@ -12,6 +12,8 @@
 #include "WideText.h"
 
 #include <QDomDocument>
+#include <QProcess>
+#include <QTemporaryDir>
 #include <QtTest>
 
 #include <memory>
@@ -213,6 +215,27 @@ private slots:
         workflow->SetUISetting(Wide(QStringLiteral("K")), Wide(QStringLiteral("v")));
         QCOMPARE(SettingOf(*workflow, QStringLiteral("K")), QString());
         qputenv("XDG_DATA_HOME", QFile::encodeName(m_env.DataHome()));
+    }
+
+    void choicesPersistBetweenTwoRunsOfAProgram()
+    {
+        const QString child = QCoreApplication::applicationDirPath() + QStringLiteral("/settings_child");
+        QVERIFY(QFile::exists(child));
+        QTemporaryDir dir;
+        const QString file = dir.filePath(QStringLiteral("Template.workflow"));
+        QVERIFY(WriteFile(file, WorkflowDocument(WorkflowElement(R"(Id="Id_Persisted" Name="P")"))));
+        const auto run = [&](const QString& mode) {
+            QProcess process;
+            process.start(child, {mode, file});
+            if (!process.waitForFinished(30000) || process.exitStatus() != QProcess::NormalExit)
+                return QStringLiteral("<crashed>");
+            if (process.exitCode() != 0)
+                return QStringLiteral("<exit %1>").arg(process.exitCode());
+            return QString::fromUtf8(process.readAllStandardOutput()).trimmed();
+        };
+        QCOMPARE(run(QStringLiteral("get")), QStringLiteral("|1"));
+        QCOMPARE(run(QStringLiteral("set")), QString());
+        QCOMPARE(run(QStringLiteral("get")), QStringLiteral("Wide and tall|0"));
     }
 };
 
