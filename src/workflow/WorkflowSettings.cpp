@@ -82,8 +82,41 @@ struct PendingWrites
     QString file;
     std::unique_ptr<XmlFiler> filer;
     bool blocked = false; // the file exists but cannot be read: nothing may be written
+    // The first element of each Id, so that a batch of thousands of writes stays linear.
+    QHash<QString, QDomElement> elements;
 };
 PendingWrites s_pending;
+
+void IndexPendingElements()
+{
+    XmlFiler& filer = *s_pending.filer;
+    filer.PushPosition();
+    if (filer.GoToPath(kWorkflowPath))
+    {
+        do
+        {
+            const QDomElement element = filer.GetCurrentElement();
+            const QString id = element.attribute(kId);
+            if (!s_pending.elements.contains(id))
+                s_pending.elements.insert(id, element);
+        } while (filer.GoToNextSibling());
+    }
+    filer.PopPosition();
+}
+
+void StorePending(const QString& workflowId, const QString& key, const QString& value)
+{
+    QDomElement element = s_pending.elements.value(workflowId);
+    if (element.isNull())
+    {
+        XmlFiler& filer = *s_pending.filer;
+        filer.GoToOrCreatePath(kWorkflowPath, true, true);
+        filer.SetAttribute(kId, workflowId);
+        element = filer.GetCurrentElement();
+        s_pending.elements.insert(workflowId, element);
+    }
+    element.setAttribute(key, value);
+}
 
 void Store(XmlFiler& filer, const QString& workflowId, const QString& key, const QString& value)
 {
@@ -128,11 +161,7 @@ QString ReadWorkflowSetting(const QString& workflowId, const QString& key)
         return QString();
     if (s_pending.depth > 0 && s_pending.filer && s_pending.file == file)
     {
-        XmlFiler& pending = *s_pending.filer;
-        pending.PushPosition();
-        const QString value = GoToWorkflowElement(pending, workflowId) ? pending.GetAttribute(key, QString()) : QString();
-        pending.PopPosition();
-        return value;
+        return s_pending.elements.value(workflowId).attribute(key);
     }
     if (!LoadCache(file))
         return QString();
@@ -155,9 +184,12 @@ void WriteWorkflowSetting(const QString& workflowId, const QString& key, const Q
             s_pending.filer = std::make_unique<XmlFiler>(false);
             // A file that is there but cannot be read is the user's data all the same.
             s_pending.blocked = QFileInfo::exists(file) && !s_pending.filer->Open(file);
+            s_pending.elements.clear();
+            if (!s_pending.blocked)
+                IndexPendingElements();
         }
         if (!s_pending.blocked)
-            Store(*s_pending.filer, workflowId, key, value);
+            StorePending(workflowId, key, value);
         return;
     }
     XmlFiler filer(false);
