@@ -50,6 +50,9 @@ bool ManifestCatalog::Stale() const
 
 const QList<ApplicationInfo>& ManifestCatalog::Applications()
 {
+    if (m_loaded && m_sinceCheck.isValid() && !m_sinceCheck.hasExpired(kCheckIntervalMs))
+        return m_applications;
+    m_sinceCheck.start();
     // The folder list itself follows the environment, which a caller may change.
     QStringList folders = ApplicationManager::ManifestFolders();
     bool sameFolders = m_loaded;

@@ -2,6 +2,7 @@
 
 #include <OstrelAdapter/ApplicationInfo.h>
 
+#include <QElapsedTimer>
 #include <QList>
 #include <QString>
 #include <QStringList>
@@ -9,10 +10,14 @@
 namespace Velmora::OstrelAdapter {
 
 // The installed applications, read from manifest files and kept until a manifest folder or file
-// changes. Asking costs a few file-status calls, never a re-read of unchanged manifests.
+// changes. The folders and files are looked at again at most every kCheckIntervalMs, so a list
+// asking about thousands of rows costs no file-system calls at all; unchanged manifests are never
+// read again.
 class ManifestCatalog
 {
 public:
+    static constexpr qint64 kCheckIntervalMs = 500;
+
     const QList<ApplicationInfo>& Applications();
 
     // Parses one manifest; an invalid info when it is not one.
@@ -35,6 +40,7 @@ private:
     void Reload();
 
     bool m_loaded = false;
+    QElapsedTimer m_sinceCheck; // how long the catalogue has been trusted without looking
     qint64 m_readAtMs = 0;
     QList<Stamp> m_stamps;
     QList<ApplicationInfo> m_applications;
