@@ -3,6 +3,7 @@
 #include "FileFixtures.h"
 #include "TestEnvironment.h"
 
+#include <QHash>
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
@@ -210,6 +211,49 @@ private slots:
         const Run templ = Tool({QStringLiteral("--search-paths"), folder, QStringLiteral("delete"), QStringLiteral("Tpl")});
         QCOMPARE(templ.status, 1);
         QVERIFY(QFile::exists(folder + QStringLiteral("/t.workflow")));
+    }
+
+    void listSaysWhichSamplesRunHere()
+    {
+        // The sample manifests install Alpha 2016.1 and Beta 2017.0, Delta only as 2014.2.
+        QHash<QString, bool> runs;
+        for (const QJsonValue& row : ListJson())
+            runs.insert(row.toObject().value(QStringLiteral("id")).toString(),
+                        row.toObject().value(QStringLiteral("isExecutable")).toBool());
+        QCOMPARE(runs.value(QStringLiteral("Id_MonthlyReportTemplate"), false), true);   // alpha
+        QCOMPARE(runs.value(QStringLiteral("Id_LegacyImportTemplate"), true), false);    // delta:2015
+        QCOMPARE(runs.value(QStringLiteral("Id_QuarterlyExport_{0a9b8c7d-6e5f-4a3b-9c2d-1e0f9a8b7c6d}"), false),
+                 true); // alpha & beta
+        const QJsonArray runnable = ListJson({QStringLiteral("--filter"), QStringLiteral("IsExecutable=true")});
+        for (const QJsonValue& row : runnable)
+            QVERIFY(row.toObject().value(QStringLiteral("isExecutable")).toBool());
+        const QJsonArray stuck = ListJson({QStringLiteral("--filter"), QStringLiteral("IsExecutable=false")});
+        QVERIFY(Ids(stuck).contains(QStringLiteral("Id_LegacyImportTemplate")));
+        QCOMPARE(runnable.size() + stuck.size(), ListJson().size());
+    }
+
+    void productsShowsNamesHubNamesAndInstallation()
+    {
+        const Run run = Tool({QStringLiteral("products"), QStringLiteral("alpha,gamma,delta:2015,nothing"),
+                              QStringLiteral("--json")});
+        QCOMPARE(run.status, 0);
+        const QJsonArray rows = QJsonDocument::fromJson(run.out).array();
+        QCOMPARE(rows.size(), 4);
+        const QJsonObject alpha = rows.at(0).toObject();
+        QCOMPARE(alpha.value(QStringLiteral("name")).toString(), QStringLiteral("Alpha Studio"));
+        QCOMPARE(alpha.value(QStringLiteral("hubName")).toString(), QStringLiteral("Id_AlphaStudio"));
+        QCOMPARE(alpha.value(QStringLiteral("installed")).toBool(), true);
+        QCOMPARE(alpha.value(QStringLiteral("infoIds")).toArray(), QJsonArray{1001});
+        QCOMPARE(rows.at(1).toObject().value(QStringLiteral("installed")).toBool(), false);
+        const QJsonObject delta = rows.at(2).toObject();
+        QCOMPARE(delta.value(QStringLiteral("version")).toString(), QStringLiteral("2015"));
+        QCOMPARE(delta.value(QStringLiteral("installed")).toBool(), false);
+        QVERIFY(rows.at(3).toObject().value(QStringLiteral("name")).toString().isEmpty());
+        const Run plain = Tool({QStringLiteral("products"), QStringLiteral("beta:2017")});
+        QCOMPARE(plain.status, 0);
+        QVERIFY(plain.out.contains("Beta Ledger"));
+        QVERIFY(plain.out.contains("installed"));
+        QCOMPARE(Tool({QStringLiteral("products")}).status, 2);
     }
 };
 
