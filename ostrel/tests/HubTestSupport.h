@@ -1,0 +1,90 @@
+#pragma once
+
+// What the hub tests share: private folders for every per-user location, a manifest writer and a
+// handler that records what arrives.
+
+#include <OstrelAdapter/Application.h>
+#include <OstrelAdapter/ApplicationMessageHandler.h>
+#include <OstrelAdapter/MessageBase.h>
+
+#include <QDir>
+#include <QFile>
+#include <QList>
+#include <QPair>
+#include <QTemporaryDir>
+#include <QVariantMap>
+
+namespace HubTest {
+
+class Environment
+{
+public:
+    bool Setup()
+    {
+        if (!m_root.isValid())
+            return false;
+        for (const char* sub : {"data", "datadirs", "runtime", "extra"})
+            QDir(m_root.path()).mkpath(QString::fromLatin1(sub));
+        qputenv("XDG_DATA_HOME", QFile::encodeName(Path(QStringLiteral("data"))));
+        qputenv("XDG_DATA_DIRS", QFile::encodeName(Path(QStringLiteral("datadirs"))));
+        qputenv("XDG_RUNTIME_DIR", QFile::encodeName(Path(QStringLiteral("runtime"))));
+        qputenv("VELMORA_APPLICATIONS_PATH", QFile::encodeName(Path(QStringLiteral("extra"))));
+        return QFile::setPermissions(Path(QStringLiteral("runtime")),
+                                     QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
+    }
+    QString Path(const QString& sub) const { return m_root.path() + QLatin1Char('/') + sub; }
+    QString ExtraFolder() const { return Path(QStringLiteral("extra")); }
+    QString DataDirsFolder() const { return Path(QStringLiteral("datadirs/Velmora/Applications")); }
+    QString DataHomeFolder() const { return Path(QStringLiteral("data/Velmora/Applications")); }
+
+private:
+    QTemporaryDir m_root;
+};
+
+inline bool WriteManifest(const QString& path, const QByteArray& content)
+{
+    QDir().mkpath(QFileInfo(path).absolutePath());
+    QFile file(path);
+    return file.open(QIODevice::WriteOnly | QIODevice::Truncate) && file.write(content) == content.size();
+}
+
+inline QByteArray Manifest(const QString& id, const QString& version, const QString& executable, qint64 infoId = 0)
+{
+    return QStringLiteral("<?xml version=\"1.0\"?>\n<Application Id=\"%1\" Name=\"%1 app\" Version=\"%2\" "
+                          "Executable=\"%3\" InfoId=\"%4\"/>\n")
+        .arg(id, version, executable.toHtmlEscaped(), QString::number(infoId))
+        .toUtf8();
+}
+
+class Recorder : public Velmora::OstrelAdapter::ApplicationMessageHandler
+{
+public:
+    void MessageReceived(Velmora::OstrelAdapter::ApplicationMessage* message) override
+    {
+        messages.append(qMakePair(message->GetName(), message->GetData()));
+    }
+    void ApplicationLinkStarted(Velmora::OstrelAdapter::Application* application) override
+    {
+        links.append(application);
+    }
+    int Count(const QString& name) const
+    {
+        int count = 0;
+        for (const auto& message : messages)
+            count += message.first == name ? 1 : 0;
+        return count;
+    }
+    QVariantMap First(const QString& name) const
+    {
+        for (const auto& message : messages) {
+            if (message.first == name)
+                return message.second;
+        }
+        return QVariantMap();
+    }
+
+    QList<QPair<QString, QVariantMap>> messages;
+    QList<Velmora::OstrelAdapter::Application*> links;
+};
+
+} // namespace HubTest

@@ -1,0 +1,317 @@
+// Starting applications and linking with them: a real helper process started from a manifest,
+// messages both ways, order, and what bad peers cannot do to a receiver.
+
+#include <OstrelAdapter/ApplicationManager.h>
+#include <OstrelAdapter/OstrelAdapterUtility.h>
+
+#include "HubTestSupport.h"
+
+#include <QCoreApplication>
+#include <QElapsedTimer>
+#include <QLocalSocket>
+#include <QtEndian>
+#include <QtTest>
+
+#include <signal.h>
+
+using namespace Velmora::OstrelAdapter;
+using namespace HubTest;
+
+namespace {
+
+QByteArray Frame(const QString& name, const QVariantMap& data)
+{
+    QByteArray payload;
+    QDataStream stream(&payload, QIODevice::WriteOnly);
+    stream.setVersion(QDataStream::Qt_6_0);
+    stream << name << data;
+    QByteArray frame(4, '\0');
+    qToBigEndian<quint32>(quint32(payload.size()), frame.data());
+    return frame + payload;
+}
+
+QByteArray Hello(qint64 processId)
+{
+    QVariantMap data;
+    data.insert(QStringLiteral("ProcessId"), processId);
+    return Frame(QStringLiteral("OstrelAdapter.LinkHello"), data);
+}
+
+bool ProcessRuns(qint64 processId)
+{
+    return ::kill(pid_t(processId), 0) == 0;
+}
+
+} // namespace
+
+class tst_ApplicationLinks : public QObject
+{
+    Q_OBJECT
+private:
+    Environment m_env;
+    Recorder m_recorder;
+    ApplicationManager* Hub() { return ApplicationManager::GetInstance(); }
+    ApplicationInfo Peer() { return Hub()->GetInstalledApplications(QStringLiteral("Id_HubPeer"), QString()).value(0); }
+
+    Application* StartPeer(const QStringList& arguments = {}, const QMap<QString, QString>& environment = {})
+    {
+        Application::StartupError error = Application::CouldNotStart;
+        Application* peer = Hub()->StartApplication(Peer(), arguments, environment, &error);
+        if (peer && error == Application::NoError && peer->Connect(10000) == 0)
+            return peer;
+        return nullptr;
+    }
+    void StopPeer(Application* peer)
+    {
+        ApplicationMessage quit(QStringLiteral("QuitMsg"), {});
+        peer->Send(&quit);
+        QTRY_VERIFY_WITH_TIMEOUT(!ProcessRuns(peer->GetProcessId()), 10000);
+    }
+
+private slots:
+    void initTestCase()
+    {
+        QVERIFY(m_env.Setup());
+        QVERIFY(WriteManifest(m_env.ExtraFolder() + QStringLiteral("/hubpeer.xml"),
+                              Manifest(QStringLiteral("Id_HubPeer"), QStringLiteral("2017.0"),
+                                       QStringLiteral(VMWF_HUBPEER), 4242)));
+        QVERIFY(WriteManifest(m_env.ExtraFolder() + QStringLiteral("/gone.xml"),
+                              Manifest(QStringLiteral("Id_Gone"), QStringLiteral("1"), m_env.Path(QStringLiteral("no-such-program")))));
+        QVERIFY(WriteManifest(m_env.Path(QStringLiteral("plain")), "not a program"));
+        QVERIFY(WriteManifest(m_env.ExtraFolder() + QStringLiteral("/plain.xml"),
+                              Manifest(QStringLiteral("Id_Plain"), QStringLiteral("1"), m_env.Path(QStringLiteral("plain")))));
+    }
+    void init()
+    {
+        QVERIFY(ApplicationManager::Initialize(QStringLiteral("Launcher")));
+        m_recorder = Recorder();
+        Hub()->AddMessageHandler(&m_recorder);
+    }
+    void cleanup() { ApplicationManager::Uninitialize(); }
+
+    void endpointFolderIsPrivate()
+    {
+        const QString endpoint = Hub()->GetEndpoint();
+        QVERIFY(!endpoint.isEmpty());
+        QVERIFY(endpoint.startsWith(m_env.Path(QStringLiteral("runtime"))));
+        QVERIFY(endpoint.endsWith(QLatin1Char('/') + QString::number(QCoreApplication::applicationPid())));
+        const QFileInfo folder(QFileInfo(endpoint).absolutePath());
+        QCOMPARE(folder.permissions() & (QFile::ReadGroup | QFile::WriteGroup | QFile::ExeGroup | QFile::ReadOther |
+                                         QFile::WriteOther | QFile::ExeOther),
+                 QFile::Permissions());
+        QVERIFY(folder.permissions().testFlag(QFile::ExeOwner));
+    }
+
+    void startingFailsFast()
+    {
+        QElapsedTimer timer;
+        timer.start();
+        Application::StartupError error = Application::NoError;
+        QVERIFY(!Hub()->StartApplication(ApplicationInfo(), {}, {}, &error));
+        QCOMPARE(error, Application::ApplicationNotFound);
+        const ApplicationInfo gone = Hub()->GetInstalledApplications(QStringLiteral("Id_Gone"), QString()).value(0);
+        QVERIFY(gone.IsValid());
+        QVERIFY(!Hub()->StartApplication(gone, {}, {}, &error));
+        QCOMPARE(error, Application::ExecutableMissing);
+        const ApplicationInfo plain = Hub()->GetInstalledApplications(QStringLiteral("Id_Plain"), QString()).value(0);
+        QVERIFY(!Hub()->StartApplication(plain, {}, {}, &error));
+        QCOMPARE(error, Application::CouldNotStart);
+        QVERIFY(!Hub()->StartApplication(gone, {}, {}, nullptr));
+        QVERIFY(timer.elapsed() < 5000);
+    }
+
+    void argumentsEnvironmentAndProcessIdArriveExactly()
+    {
+        const QStringList arguments = {QStringLiteral("/tmp/Temp_A b_{1}.workflow?Id_X"), QStringLiteral("/Locale=de-DE"),
+                                       QStringLiteral("/WorkflowSearchPath=a b;c\"d"), QStringLiteral("with \"quotes\" and 'single'"),
+                                       QString(), QStringLiteral("?"), QStringLiteral("ünï ¢ødé")};
+        QMap<QString, QString> environment;
+        environment.insert(QStringLiteral("VMWF_PEER_VALUE"), QStringLiteral("a value = with spaces; and \"quotes\""));
+        Application* peer = StartPeer(arguments, environment);
+        QVERIFY(peer);
+        QVERIFY(peer->IsConnected());
+        QTRY_COMPARE_WITH_TIMEOUT(m_recorder.Count(QStringLiteral("PeerStartedMsg")), 1, 10000);
+        const QVariantMap report = m_recorder.First(QStringLiteral("PeerStartedMsg"));
+        QCOMPARE(report.value(QStringLiteral("Arguments")).toStringList(), arguments);
+        QCOMPARE(report.value(QStringLiteral("Environment")).toString(), environment.value(QStringLiteral("VMWF_PEER_VALUE")));
+        QCOMPARE(report.value(QStringLiteral("ProcessId")).toLongLong(), peer->GetProcessId());
+        // The peer was told of the link with an application standing for this process.
+        QCOMPARE(report.value(QStringLiteral("LinkedProcessId")).toLongLong(), QCoreApplication::applicationPid());
+        StopPeer(peer);
+    }
+
+    void messagesGoBothWaysWithTheirDataIntact()
+    {
+        Application* peer = StartPeer();
+        QVERIFY(peer);
+        QVariantMap data;
+        data.insert(QStringLiteral("Text"), QStringLiteral("Grüße, \"workflow\" ✓"));
+        data.insert(QStringLiteral("Number"), 42);
+        data.insert(QStringLiteral("Big"), qint64(1) << 40);
+        data.insert(QStringLiteral("Real"), 2.5);
+        data.insert(QStringLiteral("List"), QStringList{QStringLiteral("a"), QString(), QStringLiteral("c")});
+        data.insert(QStringLiteral("Mixed"), QVariantList{1, QStringLiteral("two"), 3.0});
+        ApplicationMessage echo(QStringLiteral("EchoMsg"), data);
+        QVERIFY(peer->Send(&echo));
+        QTRY_COMPARE_WITH_TIMEOUT(m_recorder.Count(QStringLiteral("EchoReplyMsg")), 1, 10000);
+        QCOMPARE(m_recorder.First(QStringLiteral("EchoReplyMsg")), data);
+        StopPeer(peer);
+    }
+
+    void thousandMessagesArriveInOrder()
+    {
+        Application* peer = StartPeer();
+        QVERIFY(peer);
+        for (int i = 0; i < 1000; ++i) {
+            QVariantMap data;
+            data.insert(QStringLiteral("Sequence"), i);
+            data.insert(QStringLiteral("Padding"), QString(100, QLatin1Char('x')));
+            ApplicationMessage message(QStringLiteral("EchoMsg"), data);
+            QVERIFY(peer->Send(&message));
+        }
+        QTRY_COMPARE_WITH_TIMEOUT(m_recorder.Count(QStringLiteral("EchoReplyMsg")), 1000, 20000);
+        int expected = 0;
+        for (const auto& message : std::as_const(m_recorder.messages)) {
+            if (message.first == QLatin1String("EchoReplyMsg"))
+                QCOMPARE(message.second.value(QStringLiteral("Sequence")).toInt(), expected++);
+        }
+        StopPeer(peer);
+    }
+
+    void connectToAProcessThatDoesNotListenFailsWithinItsTimeout()
+    {
+        // Our own parent runs but never initialised the hub.
+        Application* silent = Hub()->GetApplication(qint64(::getppid()));
+        QVERIFY(silent);
+        QElapsedTimer timer;
+        timer.start();
+        QCOMPARE(silent->Connect(300), 1);
+        QVERIFY(timer.elapsed() >= 250);
+        QVERIFY(timer.elapsed() < 3000);
+        QVERIFY(!silent->IsConnected());
+        ApplicationMessage message(QStringLiteral("AnyMsg"), {});
+        QVERIFY(!silent->Send(&message));
+        QVERIFY(!Hub()->GetApplication(0));
+    }
+
+    void linkStartedReachesTheListener()
+    {
+        QLocalSocket raw;
+        raw.connectToServer(Hub()->GetEndpoint());
+        QVERIFY(raw.waitForConnected(2000));
+        raw.write(Hello(987654));
+        raw.write(Frame(QStringLiteral("FromRawMsg"), {{QStringLiteral("K"), QStringLiteral("V")}}));
+        raw.flush();
+        QTRY_COMPARE(m_recorder.links.size(), 1);
+        QCOMPARE(m_recorder.links.first()->GetProcessId(), 987654);
+        QTRY_COMPARE(m_recorder.Count(QStringLiteral("FromRawMsg")), 1);
+        // The link is two-way: what the listener sends goes back over the same socket.
+        ApplicationMessage reply(QStringLiteral("BackMsg"), {{QStringLiteral("N"), 7}});
+        QVERIFY(m_recorder.links.first()->Send(&reply));
+        QTRY_VERIFY(raw.bytesAvailable() >= 4);
+        raw.waitForReadyRead(100);
+        const QByteArray bytes = raw.readAll();
+        QCOMPARE(bytes, Frame(QStringLiteral("BackMsg"), {{QStringLiteral("N"), 7}}));
+    }
+
+    void badFramesCloseOnlyTheirLink_data()
+    {
+        QTest::addColumn<QByteArray>("bytes");
+        QTest::addColumn<bool>("hello");
+        QByteArray oversize(4, '\0');
+        qToBigEndian<quint32>(64u * 1024u * 1024u, oversize.data());
+        QByteArray huge(4, '\xff');
+        QTest::newRow("garbage before hello") << QByteArray("\x00\x00\x00\x05garbage and more", 20) << false;
+        QTest::newRow("garbage after hello") << QByteArray("\x00\x00\x00\x05garbage and more", 20) << true;
+        QTest::newRow("oversize length") << oversize + QByteArray(100, 'x') << true;
+        QTest::newRow("largest length") << huge << true;
+        // A frame of the right length whose string claims more bytes than the frame holds.
+        QTest::newRow("payload that does not parse") << QByteArray("\x00\x00\x00\x06\x00\x00\x00\x06" "ab", 10) << true;
+        QTest::newRow("message before hello") << Frame(QStringLiteral("SneakyMsg"), {}) << false;
+        QTest::newRow("empty name") << Frame(QString(), {}) << true;
+        QTest::newRow("bad hello") << Frame(QStringLiteral("OstrelAdapter.LinkHello"), {}) << false;
+    }
+    void badFramesCloseOnlyTheirLink()
+    {
+        QFETCH(QByteArray, bytes);
+        QFETCH(bool, hello);
+
+        QLocalSocket good;
+        good.connectToServer(Hub()->GetEndpoint());
+        QVERIFY(good.waitForConnected(2000));
+        good.write(Hello(111111));
+        good.flush();
+        QTRY_COMPARE(m_recorder.links.size(), 1);
+
+        QLocalSocket bad;
+        bad.connectToServer(Hub()->GetEndpoint());
+        QVERIFY(bad.waitForConnected(2000));
+        if (hello)
+            bad.write(Hello(222222));
+        bad.write(bytes);
+        bad.flush();
+        QTRY_COMPARE_WITH_TIMEOUT(bad.state(), QLocalSocket::UnconnectedState, 5000);
+        QCOMPARE(m_recorder.Count(QStringLiteral("SneakyMsg")), 0);
+
+        good.write(Frame(QStringLiteral("StillHereMsg"), {}));
+        good.flush();
+        QTRY_COMPARE(m_recorder.Count(QStringLiteral("StillHereMsg")), 1);
+        QCOMPARE(good.state(), QLocalSocket::ConnectedState);
+    }
+
+    void truncatedFrameNeitherBlocksNorCrashes()
+    {
+        QLocalSocket good;
+        good.connectToServer(Hub()->GetEndpoint());
+        QVERIFY(good.waitForConnected(2000));
+        good.write(Hello(333333));
+        good.flush();
+        {
+            QLocalSocket cut;
+            cut.connectToServer(Hub()->GetEndpoint());
+            QVERIFY(cut.waitForConnected(2000));
+            cut.write(Hello(444444));
+            cut.write(Frame(QStringLiteral("CutMsg"), {{QStringLiteral("X"), QString(1000, QLatin1Char('x'))}}).left(500));
+            cut.flush();
+            QTest::qWait(100);
+        } // the peer goes away in the middle of its frame
+        good.write(Frame(QStringLiteral("AfterCutMsg"), {}));
+        good.flush();
+        QTRY_COMPARE(m_recorder.Count(QStringLiteral("AfterCutMsg")), 1);
+        QCOMPARE(m_recorder.Count(QStringLiteral("CutMsg")), 0);
+    }
+
+    void peerThatDiesClosesItsLink()
+    {
+        Application* peer = StartPeer();
+        QVERIFY(peer);
+        QTRY_COMPARE_WITH_TIMEOUT(m_recorder.Count(QStringLiteral("PeerStartedMsg")), 1, 10000);
+        ::kill(pid_t(peer->GetProcessId()), SIGKILL);
+        QTRY_VERIFY_WITH_TIMEOUT(!peer->IsConnected(), 10000);
+        ApplicationMessage message(QStringLiteral("EchoMsg"), {});
+        QVERIFY(!peer->Send(&message));
+        // The listener goes on serving others.
+        QLocalSocket other;
+        other.connectToServer(Hub()->GetEndpoint());
+        QVERIFY(other.waitForConnected(2000));
+        other.write(Hello(555555));
+        other.write(Frame(QStringLiteral("AliveMsg"), {}));
+        other.flush();
+        QTRY_COMPARE(m_recorder.Count(QStringLiteral("AliveMsg")), 1);
+    }
+
+    void staleEndpointOfADeadProcessIsReplaced()
+    {
+        ApplicationManager::Uninitialize();
+        const QString endpoint = ApplicationManager::EndpointFor(QCoreApplication::applicationPid());
+        QVERIFY(WriteManifest(endpoint, "left behind by a process that died"));
+        QVERIFY(ApplicationManager::Initialize(QStringLiteral("Launcher")));
+        QCOMPARE(Hub()->GetEndpoint(), endpoint);
+        QLocalSocket socket;
+        socket.connectToServer(endpoint);
+        QVERIFY(socket.waitForConnected(2000));
+    }
+};
+
+QTEST_GUILESS_MAIN(tst_ApplicationLinks)
+#include "tst_applicationlinks.moc"
