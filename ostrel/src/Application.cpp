@@ -57,7 +57,7 @@ int Application::Connect(int timeoutMs)
         }
         if (deadline.hasExpired())
             return 1;
-        QThread::msleep(quint64(qBound(qint64(1), deadline.remainingTime(), qint64(20))));
+        QThread::msleep(quint64(qBound(qint64(1), deadline.remainingTime(), qint64(5))));
     }
 
     ApplicationLink* link = manager->d->AdoptSocket(socket.release());
