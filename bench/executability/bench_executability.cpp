@@ -101,6 +101,15 @@ int main(int argc, char** argv)
         workflows.push_back(std::move(workflow));
     }
 
+    // A product catalogue beside the program would win over the one written here.
+    bool installed = false;
+    bool missing = true;
+    ProductInstalledLeaf(QStringLiteral("p0"), installed);
+    ProductInstalledLeaf(QStringLiteral("p1"), missing);
+    if (!installed || missing) {
+        std::fprintf(stderr, "the benchmark's own products are not the ones in use\n");
+        return 1;
+    }
     const QString key = QStringLiteral("IsExecutable");
     const QString value = QStringLiteral("true");
     int executable = 0;
