@@ -39,7 +39,8 @@ XmlFiler::XmlFiler(bool translate)
 
 bool XmlFiler::Open(const QString& path)
 {
-    if (path.isEmpty() || !QFileInfo::exists(path))
+    // Only a regular file is a file here: a pipe or a device would block the read or never end.
+    if (path.isEmpty() || !QFileInfo(path).isFile())
         return false;
 
     QFile file(path);

@@ -8,6 +8,7 @@
 #include <QTimeZone>
 #include <QtTest>
 
+#include <sys/stat.h>
 #include <unistd.h>
 
 using namespace Velmora::WorkflowCore;
@@ -86,6 +87,15 @@ private slots:
         QDir().mkpath(Path(QStringLiteral("folder.xml")));
         XmlFiler filer;
         QVERIFY(!filer.Open(Path(QStringLiteral("folder.xml"))));
+    }
+
+    void openOfPipeFailsWithoutBlocking()
+    {
+        const QString pipe = Path(QStringLiteral("pipe.xml"));
+        QCOMPARE(::mkfifo(QFile::encodeName(pipe).constData(), 0600), 0);
+        XmlFiler filer;
+        QVERIFY(!filer.Open(pipe)); // nobody writes to the pipe: opening it for reading would wait for ever
+        QVERIFY(!filer.Open(QStringLiteral("/dev/null")));
     }
 
     void openOfUnreadableFileFails()
