@@ -275,8 +275,13 @@ private slots:
                 settings.documentElement().firstChildElement().firstChildElement().attribute(QStringLiteral("Big"));
             QVERIFY(value == QString(100000, QLatin1Char('A')) || value == QString(100000, QLatin1Char('B')));
         }
-        const QStringList leftovers = FilesIn(folder);
-        QCOMPARE(leftovers, QStringList{QStringLiteral("Crash.workflow")});
+        // A save killed half-way may leave its temporary file behind; its name never ends in
+        // ".workflow", so the catalogue never reads it.
+        const QStringList workflows = QDir(folder).entryList({QStringLiteral("*.workflow")}, QDir::Files);
+        QCOMPARE(workflows, QStringList{QStringLiteral("Crash.workflow")});
+        for (const QString& file : FilesIn(folder))
+            QVERIFY2(file == QLatin1String("Crash.workflow") || file.startsWith(QLatin1String("Crash.workflow.")),
+                     qPrintable(file));
     }
 };
 
