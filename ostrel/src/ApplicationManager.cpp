@@ -50,6 +50,9 @@ ApplicationManagerPrivate::~ApplicationManagerPrivate()
 
 void ApplicationManagerPrivate::Listen()
 {
+    // Links are served by the event loop; a process without an application object has none.
+    if (!QCoreApplication::instance())
+        return;
     const QString path = EndpointName(QCoreApplication::applicationPid());
     if (path.isEmpty())
         return;

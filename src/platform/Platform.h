@@ -23,6 +23,10 @@ bool IsProcessAlive(qint64 processId);
 
 qint64 CurrentProcessId();
 
+// The folder of the running program, asked of the system; for processes that have no
+// application object to ask. Empty when the system cannot tell.
+QString ExecutableFolder();
+
 // What tells one version of a file from another without reading it: a file replaced by an
 // atomic save has a new identity even when its size and time look the same.
 struct FileIdentity

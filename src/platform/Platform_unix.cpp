@@ -2,6 +2,7 @@
 
 #include <QDir>
 #include <QFile>
+#include <QFileInfo>
 #include <QSettings>
 #include <QStandardPaths>
 
@@ -75,6 +76,13 @@ QString RuntimeFolder()
     if (::chmod(QFile::encodeName(folder).constData(), S_IRWXU) != 0)
         return QString();
     return QDir::cleanPath(folder);
+}
+
+QString ExecutableFolder()
+{
+    const QFileInfo program(QStringLiteral("/proc/self/exe"));
+    const QString target = program.canonicalFilePath();
+    return target.isEmpty() ? QString() : QFileInfo(target).absolutePath();
 }
 
 } // namespace Velmora::WorkflowCore::Platform

@@ -1,5 +1,7 @@
 #include "Platform.h"
 
+#include <QFileInfo>
+
 #include <QDir>
 #include <QSettings>
 #include <QStandardPaths>
@@ -68,6 +70,15 @@ QString RuntimeFolder()
     if (folder.isEmpty() || !QDir().mkpath(folder))
         return QString();
     return QDir::cleanPath(folder);
+}
+
+QString ExecutableFolder()
+{
+    wchar_t path[32768];
+    const DWORD length = ::GetModuleFileNameW(nullptr, path, DWORD(sizeof(path) / sizeof(path[0])));
+    if (length == 0 || length >= sizeof(path) / sizeof(path[0]))
+        return QString();
+    return QFileInfo(QString::fromWCharArray(path, int(length))).absolutePath();
 }
 
 } // namespace Velmora::WorkflowCore::Platform

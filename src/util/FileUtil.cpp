@@ -59,7 +59,10 @@ QStringList FindFiles(const QString& path, const QString& patterns, QDir::Filter
 
 QString ApplicationFolder()
 {
-    return QDir::cleanPath(QDir(QCoreApplication::applicationDirPath()).absolutePath());
+    // A host without an application object still has a folder; Qt would only warn and say none.
+    const QString folder =
+        QCoreApplication::instance() ? QCoreApplication::applicationDirPath() : Platform::ExecutableFolder();
+    return folder.isEmpty() ? QString() : QDir::cleanPath(QDir(folder).absolutePath());
 }
 
 QString ApplicationDataFolder()

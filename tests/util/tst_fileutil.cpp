@@ -6,6 +6,7 @@
 #include "TestEnvironment.h"
 
 #include <QCoreApplication>
+#include <QProcess>
 #include <QTemporaryDir>
 #include <QtTest>
 
@@ -107,6 +108,22 @@ private slots:
     {
         QCOMPARE(ApplicationFolder(), QDir::cleanPath(QCoreApplication::applicationDirPath()));
         QVERIFY(QDir::isAbsolutePath(ApplicationFolder()));
+    }
+
+    void hostWithoutApplicationObjectStillHasAFolder()
+    {
+        const QString child = QCoreApplication::applicationDirPath() + QStringLiteral("/noapp_child");
+        QVERIFY(QFile::exists(child));
+        QVERIFY(WriteFile(Path(QStringLiteral("noapp/one.workflow")),
+                          "<Workflows><Workflow Id=\"Id_One\" Name=\"One\"/><Workflow Id=\"Id_Two\"/></Workflows>"));
+        QProcess process;
+        process.start(child, {Path(QStringLiteral("noapp"))});
+        QVERIFY(process.waitForFinished(30000));
+        QCOMPARE(process.exitCode(), 0);
+        const QStringList lines = QString::fromUtf8(process.readAllStandardOutput()).split(QLatin1Char('\n'), Qt::SkipEmptyParts);
+        QCOMPARE(lines, (QStringList{QDir::cleanPath(QCoreApplication::applicationDirPath()), QStringLiteral("2")}));
+        // Neither the folder lookups nor the hub may make Qt warn in such a host.
+        QCOMPARE(QString::fromUtf8(process.readAllStandardError()), QString());
     }
 
     void applicationDataFolderFollowsTheEnvironment()

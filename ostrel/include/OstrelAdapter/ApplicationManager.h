@@ -15,8 +15,9 @@ class ApplicationManagerPrivate;
 class ApplicationMessageHandler;
 
 // The per-process entry into the application hub. One instance exists between Initialize and
-// Uninitialize; GetInstance returns null outside that window. While it exists the process listens
-// on its own endpoint, named by its process id in the user's private runtime folder.
+// Uninitialize; GetInstance returns null outside that window. While it exists a process with a
+// QCoreApplication listens on its own endpoint, named by its process id in the user's private
+// runtime folder; links are served by that application's event loop.
 class OSTRELADAPTER_EXPORT ApplicationManager
 {
 public:
