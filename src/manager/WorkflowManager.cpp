@@ -36,6 +36,7 @@ bool WorkflowManager::Initialize()
     OstrelAdapter::ApplicationManager::Initialize(QStringLiteral("VmWorkflowCore"));
     s_instance->m_imp->SetNotificationManager(
         new WorkflowNotificationManager(new WorkflowNotificationManagerImp));
+    s_instance->m_imp->LoadProducts();
     return true;
 }
 

@@ -30,6 +30,11 @@ WorkflowManagerImp::WorkflowManagerImp() : QObject(nullptr)
         m_userWorkflowFolder = QStringLiteral("%1/%2/%3").arg(folder, Names::Velmora, Names::Workflows);
     }
     m_registry = std::make_unique<ExecutingRegistry>();
+}
+
+void WorkflowManagerImp::LoadProducts()
+{
+    m_products = ProductCatalog();
     m_products.Load();
 }
 

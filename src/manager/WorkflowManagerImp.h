@@ -42,7 +42,8 @@ public:
     void SetNotificationManager(WorkflowNotificationManager* manager) { m_notificationManager = manager; }
     WorkflowNotificationManager* NotificationManager() const { return m_notificationManager; }
     ExecutingRegistry* Registry() const { return m_registry.get(); }
-    // Read once when the manager is made, held for the rest of the process.
+    // Read by Initialize once the hub and the notification manager are up; held until Uninitialize.
+    void LoadProducts();
     const ProductCatalog& Products() const { return m_products; }
 
     // The catalogue.
