@@ -3,7 +3,7 @@
 
 #include <OstrelAdapter/Application.h>
 #include <OstrelAdapter/ApplicationManager.h>
-#include <OstrelAdapter/MessageBase.h>
+#include <OstrelAdapter/ApplicationMessage.h>
 
 #include <QCoreApplication>
 #include <QDeadlineTimer>
@@ -36,13 +36,13 @@ bool Application::IsConnected() const
 int Application::Connect(int timeoutMs)
 {
     if (IsConnected())
-        return 0;
+        return Linked;
     ApplicationManager* manager = ApplicationManager::GetInstance();
     if (!manager)
-        return 2;
+        return NoEndpointFolder;
     const QString endpoint = ApplicationManager::EndpointFor(m_processId);
     if (endpoint.isEmpty())
-        return 2;
+        return NoEndpointFolder;
 
     // A process just started needs a moment before it listens, so keep knocking until the deadline.
     QDeadlineTimer deadline(qMax(0, timeoutMs));
@@ -56,7 +56,7 @@ int Application::Connect(int timeoutMs)
             socket->abort();
         }
         if (deadline.hasExpired())
-            return 1;
+            return NotListening;
         QThread::msleep(quint64(qBound(qint64(1), deadline.remainingTime(), qint64(5))));
     }
 
@@ -66,13 +66,14 @@ int Application::Connect(int timeoutMs)
     QVariantMap hello;
     hello.insert(QStringLiteral("ProcessId"), QCoreApplication::applicationPid());
     if (!link->SendFrame(ApplicationLink::kHelloName, hello))
-        return 1;
-    return 0;
+        return NotListening;
+    return Linked;
 }
 
 bool Application::Send(ApplicationMessage* message)
 {
-    if (!message || !IsConnected())
+    // A frame without a name is what a broken peer sends; the receiver would close the link.
+    if (!message || message->GetName().isEmpty() || !IsConnected())
         return false;
     return m_link->SendFrame(message->GetName(), message->GetData());
 }

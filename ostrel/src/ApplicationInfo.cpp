@@ -1,6 +1,4 @@
 #include <OstrelAdapter/ApplicationInfo.h>
-#include <OstrelAdapter/ApplicationMessageHandler.h>
-#include <OstrelAdapter/MessageBase.h>
 
 #include <QStringList>
 
@@ -23,20 +21,5 @@ QList<unsigned int> ApplicationInfo::GetNumericVersion() const
         components << piece.trimmed().toUInt();
     return components;
 }
-
-MessageBase::MessageBase(const QString& name, const QMap<QString, QVariant>& data)
-    : m_name(name)
-    , m_data(data)
-{
-}
-
-MessageBase::~MessageBase() = default;
-
-ApplicationMessage::ApplicationMessage(const QString& name, const QMap<QString, QVariant>& data)
-    : MessageBase(name, data)
-{
-}
-
-ApplicationMessageHandler::~ApplicationMessageHandler() = default;
 
 } // namespace Velmora::OstrelAdapter

@@ -10,6 +10,12 @@ Q_LOGGING_CATEGORY(lcLinks, "velmora.ostrel.links", QtWarningMsg)
 
 const QString ApplicationLink::kHelloName = QStringLiteral("OstrelAdapter.LinkHello");
 
+namespace {
+
+constexpr qsizetype kPrefixBytes = 4;
+
+} // namespace
+
 ApplicationLink::ApplicationLink(QLocalSocket* socket, QObject* parent)
     : QObject(parent)
     , m_socket(socket)
@@ -35,7 +41,7 @@ QByteArray ApplicationLink::EncodeFrame(const QString& name, const QVariantMap& 
     QDataStream stream(&payload, QIODevice::WriteOnly);
     stream.setVersion(QDataStream::Qt_6_0);
     stream << name << data;
-    QByteArray frame(4, '\0');
+    QByteArray frame(kPrefixBytes, '\0');
     qToBigEndian<quint32>(quint32(payload.size()), frame.data());
     return frame + payload;
 }
@@ -45,7 +51,7 @@ bool ApplicationLink::SendFrame(const QString& name, const QVariantMap& data)
     if (!IsOpen())
         return false;
     const QByteArray frame = EncodeFrame(name, data);
-    if (quint32(frame.size() - 4) > kMaxFrameBytes)
+    if (quint64(frame.size() - kPrefixBytes) > kMaxFrameBytes)
         return false;
     if (m_socket->write(frame) != frame.size())
         return false;
@@ -67,35 +73,80 @@ void ApplicationLink::Close()
     emit Closed(this);
 }
 
+void ApplicationLink::Dispose(const QDeadlineTimer& deadline)
+{
+    disconnect();
+    m_socket->disconnect(this);
+    if (!m_closed) {
+        // A host announces the end of a run and shuts down straight away; that last message must
+        // not die in our write buffer.
+        while (m_socket->state() == QLocalSocket::ConnectedState && m_socket->bytesToWrite() > 0 &&
+               !deadline.hasExpired()) {
+            if (!m_socket->waitForBytesWritten(int(qBound(qint64(1), deadline.remainingTime(), qint64(1000)))))
+                break;
+        }
+        m_closed = true;
+        m_socket->abort();
+    }
+    if (m_reading) {
+        setParent(nullptr);
+        deleteLater();
+    } else {
+        delete this;
+    }
+}
+
 void ApplicationLink::ReadFrames()
 {
-    if (m_closed)
+    // A handler that spins the event loop may bring us here again; the outer call reads on.
+    if (m_closed || m_reading)
         return;
-    m_buffer += m_socket->readAll();
-    while (!m_closed && m_buffer.size() >= 4) {
-        const quint32 length = qFromBigEndian<quint32>(m_buffer.constData());
-        if (length > kMaxFrameBytes) {
-            qCDebug(lcLinks) << "frame of" << length << "bytes refused";
-            Close();
-            return;
-        }
-        if (quint32(m_buffer.size() - 4) < length)
-            return; // the rest of the frame is still on its way
-        const QByteArray payload = m_buffer.mid(4, int(length));
-        m_buffer.remove(0, int(length) + 4);
+    m_reading = true;
+    bool open = true;
+    while (open && m_socket->bytesAvailable() > 0) {
+        m_buffer += m_socket->readAll();
+        open = TellCompleteFrames();
+    }
+    m_reading = false;
+}
 
-        QDataStream stream(payload);
+bool ApplicationLink::TellCompleteFrames()
+{
+    qsizetype offset = 0;
+    bool open = true;
+    while (m_buffer.size() - offset >= kPrefixBytes) {
+        const quint32 length = qFromBigEndian<quint32>(m_buffer.constData() + offset);
+        if (length > kMaxFrameBytes) {
+            qCDebug(lcLinks, "frame of %u bytes refused; link closed", unsigned(length));
+            Close();
+            open = false;
+            break;
+        }
+        if (m_buffer.size() - offset - kPrefixBytes < qsizetype(length))
+            break; // the rest of the frame is still on its way
+        QDataStream stream(QByteArray::fromRawData(m_buffer.constData() + offset + kPrefixBytes, qsizetype(length)));
         stream.setVersion(QDataStream::Qt_6_0);
+        offset += kPrefixBytes + qsizetype(length);
         QString name;
         QVariantMap data;
         stream >> name >> data;
         if (stream.status() != QDataStream::Ok || !stream.atEnd() || name.isEmpty()) {
-            qCDebug(lcLinks) << "frame that does not parse; link closed";
+            qCDebug(lcLinks, "%s", "frame that does not parse; link closed");
             Close();
-            return;
+            open = false;
+            break;
         }
         emit FrameReceived(this, name, data);
+        if (m_closed) {
+            open = false;
+            break;
+        }
     }
+    if (open)
+        m_buffer.remove(0, offset);
+    else
+        m_buffer.clear();
+    return open;
 }
 
 } // namespace Velmora::OstrelAdapter

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <QByteArray>
+#include <QDeadlineTimer>
 #include <QLocalSocket>
 #include <QObject>
 #include <QVariantMap>
@@ -15,7 +16,8 @@ class ApplicationLink : public QObject
 {
     Q_OBJECT
 public:
-    // Frames above this size are refused: a peer cannot make the receiver allocate without bound.
+    // Frames above this size are refused in both directions: a peer cannot make the receiver
+    // allocate without bound.
     static constexpr quint32 kMaxFrameBytes = 16u * 1024u * 1024u;
     // The first frame a connecting process sends: its process id.
     static const QString kHelloName;
@@ -26,6 +28,12 @@ public:
     bool SendFrame(const QString& name, const QVariantMap& data);
     bool IsOpen() const;
     void Close();
+    // Ends the link for good when the hub shuts down: what was already sent still reaches the
+    // peer if it reads before the deadline, nothing more is read, and the link goes away. A link
+    // in the middle of telling the hub about a frame is only detached here and deletes itself
+    // once control is back in the event loop, so its socket is never destroyed under its own
+    // signal.
+    void Dispose(const QDeadlineTimer& deadline);
 
     Application* GetApplication() const { return m_application; }
     void SetApplication(Application* application) { m_application = application; }
@@ -40,12 +48,16 @@ signals:
 
 private:
     void ReadFrames();
+    // Parses the complete frames at the start of the buffer, telling each one; false when the
+    // link was closed on the way.
+    bool TellCompleteFrames();
 
     QLocalSocket* m_socket;
     QByteArray m_buffer;
     Application* m_application = nullptr;
     bool m_helloSeen = false;
     bool m_closed = false;
+    bool m_reading = false;
 };
 
 } // namespace Velmora::OstrelAdapter

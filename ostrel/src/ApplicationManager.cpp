@@ -2,16 +2,18 @@
 #include "Endpoint.h"
 
 #include <OstrelAdapter/ApplicationManager.h>
+#include <OstrelAdapter/ApplicationMessage.h>
 #include <OstrelAdapter/ApplicationMessageHandler.h>
-#include <OstrelAdapter/MessageBase.h>
 #include <OstrelAdapter/OstrelAdapterUtility.h>
 
 #include <QCoreApplication>
+#include <QDeadlineTimer>
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
 #include <QLoggingCategory>
 #include <QProcess>
+#include <QPointer>
 #include <QProcessEnvironment>
 #include <QStandardPaths>
 
@@ -34,18 +36,19 @@ ApplicationManagerPrivate::ApplicationManagerPrivate(const QString& name)
 
 ApplicationManagerPrivate::~ApplicationManagerPrivate()
 {
-    // Links first: closing them may still name their applications.
-    const QList<ApplicationLink*> links = findChildren<ApplicationLink*>(QString(), Qt::FindDirectChildrenOnly);
-    for (ApplicationLink* link : links) {
-        link->disconnect(this);
-        delete link;
-    }
-    applications.clear();
+    // Nobody new links in and no handler is told anything from here on.
+    handlers.clear();
     if (server) {
         server->close();
         server.reset();
         QLocalServer::removeServer(endpoint);
     }
+    // Links before applications: a link names its application until it is gone.
+    const QDeadlineTimer deadline(kDeliverOnShutdownMs);
+    const QList<ApplicationLink*> links = findChildren<ApplicationLink*>(QString(), Qt::FindDirectChildrenOnly);
+    for (ApplicationLink* link : links)
+        link->Dispose(deadline);
+    applications.clear();
 }
 
 void ApplicationManagerPrivate::Listen()
@@ -61,7 +64,7 @@ void ApplicationManagerPrivate::Listen()
     server = std::make_unique<QLocalServer>();
     server->setSocketOptions(QLocalServer::UserAccessOption);
     if (!server->listen(path)) {
-        qCDebug(lcHub) << "cannot listen on" << path << server->errorString();
+        qCDebug(lcHub, "cannot listen on %s: %s", qUtf8Printable(path), qUtf8Printable(server->errorString()));
         server.reset();
         return;
     }
@@ -96,6 +99,20 @@ void ApplicationManagerPrivate::OnNewConnection()
     }
 }
 
+template<typename Call>
+void ApplicationManagerPrivate::Tell(const Call& call)
+{
+    // A handler may add or remove handlers, or shut the whole hub down, while it is being told.
+    const QPointer<ApplicationManagerPrivate> alive(this);
+    const std::vector<ApplicationMessageHandler*> current = handlers;
+    for (ApplicationMessageHandler* handler : current) {
+        if (!alive)
+            return;
+        if (std::find(handlers.begin(), handlers.end(), handler) != handlers.end())
+            call(handler);
+    }
+}
+
 void ApplicationManagerPrivate::OnFrame(ApplicationLink* link, const QString& name, const QVariantMap& data)
 {
     if (!link->HelloSeen()) {
@@ -109,19 +126,13 @@ void ApplicationManagerPrivate::OnFrame(ApplicationLink* link, const QString& na
         link->SetHelloSeen();
         Application* application = FindOrMakeApplication(processId, Application::NoError);
         application->AttachLink(link);
-        const std::vector<ApplicationMessageHandler*> current = handlers;
-        for (ApplicationMessageHandler* handler : current)
-            handler->ApplicationLinkStarted(application);
+        Tell([application](ApplicationMessageHandler* handler) { handler->ApplicationLinkStarted(application); });
         return;
     }
     if (name == ApplicationLink::kHelloName)
         return;
     ApplicationMessage message(name, data);
-    const std::vector<ApplicationMessageHandler*> current = handlers;
-    for (ApplicationMessageHandler* handler : current) {
-        if (std::find(handlers.begin(), handlers.end(), handler) != handlers.end())
-            handler->MessageReceived(&message);
-    }
+    Tell([&message](ApplicationMessageHandler* handler) { handler->MessageReceived(&message); });
 }
 
 void ApplicationManagerPrivate::OnClosed(ApplicationLink* link)

@@ -76,14 +76,14 @@ ApplicationInfo ManifestCatalog::ReadManifest(const QString& path)
         return ApplicationInfo();
     QDomDocument document;
     if (!document.setContent(&file)) {
-        qCDebug(lcManifests) << "not a manifest:" << path;
+        qCDebug(lcManifests, "not a manifest: %s", qUtf8Printable(path));
         return ApplicationInfo();
     }
     const QDomElement root = document.documentElement();
     const QString id = root.attribute(QStringLiteral("Id")).trimmed();
     QString executable = root.attribute(QStringLiteral("Executable")).trimmed();
     if (id.isEmpty() || executable.isEmpty()) {
-        qCDebug(lcManifests) << "manifest without id or program:" << path;
+        qCDebug(lcManifests, "manifest without id or program: %s", qUtf8Printable(path));
         return ApplicationInfo();
     }
     if (QDir::isRelativePath(executable))
@@ -117,7 +117,7 @@ void ManifestCatalog::Reload()
                 continue;
             const QString key = info.GetId().toLower();
             if (seenIds.contains(key)) {
-                qCDebug(lcManifests) << "duplicate id" << info.GetId() << "in" << file.absoluteFilePath();
+                qCDebug(lcManifests, "duplicate id %s in %s", qUtf8Printable(info.GetId()), qUtf8Printable(file.absoluteFilePath()));
                 continue;
             }
             seenIds.insert(key);

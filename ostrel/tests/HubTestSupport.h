@@ -4,8 +4,8 @@
 // handler that records what arrives.
 
 #include <OstrelAdapter/Application.h>
+#include <OstrelAdapter/ApplicationMessage.h>
 #include <OstrelAdapter/ApplicationMessageHandler.h>
-#include <OstrelAdapter/MessageBase.h>
 
 #include <QDir>
 #include <QFile>

@@ -1,10 +1,11 @@
 // A small application for the hub tests: it links back to whoever connects, reports how it was
-// started, echoes every "EchoMsg" and quits on "QuitMsg" (or after a minute, whatever happens).
+// started, echoes every "EchoMsg", floods its launcher and quits at once on "FloodThenQuitMsg",
+// and quits on "QuitMsg" (or after a minute, whatever happens).
 
 #include <OstrelAdapter/Application.h>
 #include <OstrelAdapter/ApplicationManager.h>
+#include <OstrelAdapter/ApplicationMessage.h>
 #include <OstrelAdapter/ApplicationMessageHandler.h>
-#include <OstrelAdapter/MessageBase.h>
 
 #include <QCoreApplication>
 #include <QTimer>
@@ -31,6 +32,16 @@ public:
     void MessageReceived(ApplicationMessage* message) override
     {
         if (message->GetName() == QLatin1String("QuitMsg")) {
+            QCoreApplication::quit();
+        } else if (message->GetName() == QLatin1String("FloodThenQuitMsg") && m_launcher) {
+            // Everything is handed to the link at once; the hub has to deliver it on the way out.
+            const QVariantMap data = message->GetData();
+            const QByteArray block(data.value(QStringLiteral("Bytes")).toInt(), 'b');
+            for (int i = 0; i < data.value(QStringLiteral("Count")).toInt(); ++i) {
+                ApplicationMessage flood(QStringLiteral("FloodMsg"),
+                                         {{QStringLiteral("Sequence"), i}, {QStringLiteral("Block"), block}});
+                m_launcher->Send(&flood);
+            }
             QCoreApplication::quit();
         } else if (message->GetName() == QLatin1String("EchoMsg") && m_launcher) {
             ApplicationMessage reply(QStringLiteral("EchoReplyMsg"), message->GetData());

@@ -91,15 +91,21 @@ private slots:
 
     void endpointFolderIsPrivate()
     {
+        const QFile::Permissions ownerOnly = QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner | QFile::ReadUser |
+                                             QFile::WriteUser | QFile::ExeUser;
         const QString endpoint = Hub()->GetEndpoint();
         QVERIFY(!endpoint.isEmpty());
-        QVERIFY(endpoint.startsWith(m_env.Path(QStringLiteral("runtime"))));
+        QVERIFY(endpoint.startsWith(m_env.Path(QStringLiteral("runtime/"))));
         QVERIFY(endpoint.endsWith(QLatin1Char('/') + QString::number(QCoreApplication::applicationPid())));
-        const QFileInfo folder(QFileInfo(endpoint).absolutePath());
-        QCOMPARE(folder.permissions() & (QFile::ReadGroup | QFile::WriteGroup | QFile::ExeGroup | QFile::ReadOther |
-                                         QFile::WriteOther | QFile::ExeOther),
-                 QFile::Permissions());
-        QVERIFY(folder.permissions().testFlag(QFile::ExeOwner));
+        const QString folder = QFileInfo(endpoint).absolutePath();
+        QCOMPARE(QFileInfo(folder).permissions(), ownerOnly);
+        // A folder someone opened up is closed again before the next endpoint goes into it.
+        ApplicationManager::Uninitialize();
+        QVERIFY(QFile::setPermissions(folder, ownerOnly | QFile::ReadGroup | QFile::ExeGroup | QFile::ReadOther |
+                                                  QFile::ExeOther));
+        QVERIFY(ApplicationManager::Initialize(QStringLiteral("Launcher")));
+        QCOMPARE(Hub()->GetEndpoint(), endpoint);
+        QCOMPARE(QFileInfo(folder).permissions(), ownerOnly);
     }
 
     void startingFailsFast()
@@ -185,7 +191,7 @@ private slots:
         QVERIFY(silent);
         QElapsedTimer timer;
         timer.start();
-        QCOMPARE(silent->Connect(300), 1);
+        QCOMPARE(silent->Connect(300), int(Application::NotListening));
         QVERIFY(timer.elapsed() >= 250);
         QVERIFY(timer.elapsed() < 3000);
         QVERIFY(!silent->IsConnected());
@@ -298,6 +304,88 @@ private slots:
         other.write(Frame(QStringLiteral("AliveMsg"), {}));
         other.flush();
         QTRY_COMPARE(m_recorder.Count(QStringLiteral("AliveMsg")), 1);
+    }
+
+    void messagesSentJustBeforeExitArrive()
+    {
+        // The peer sends more than the system buffers for a socket, then shuts its hub down at once.
+        Application* peer = StartPeer();
+        QVERIFY(peer);
+        QTRY_COMPARE_WITH_TIMEOUT(m_recorder.Count(QStringLiteral("PeerStartedMsg")), 1, 10000);
+        const int count = 40;
+        const int bytes = 64 * 1024;
+        ApplicationMessage flood(QStringLiteral("FloodThenQuitMsg"),
+                                 {{QStringLiteral("Count"), count}, {QStringLiteral("Bytes"), bytes}});
+        QVERIFY(peer->Send(&flood));
+        QTRY_VERIFY_WITH_TIMEOUT(!ProcessRuns(peer->GetProcessId()), 10000);
+        QTRY_COMPARE_WITH_TIMEOUT(m_recorder.Count(QStringLiteral("FloodMsg")), count, 10000);
+        int expected = 0;
+        for (const auto& message : std::as_const(m_recorder.messages)) {
+            if (message.first != QLatin1String("FloodMsg"))
+                continue;
+            QCOMPARE(message.second.value(QStringLiteral("Sequence")).toInt(), expected++);
+            QCOMPARE(message.second.value(QStringLiteral("Block")).toByteArray().size(), bytes);
+        }
+    }
+
+    void handlerMayShutTheHubDownWhileBeingTold()
+    {
+        struct ShutDown : ApplicationMessageHandler
+        {
+            void MessageReceived(ApplicationMessage*) override
+            {
+                ++calls;
+                ApplicationManager::Uninitialize();
+            }
+            void ApplicationLinkStarted(Application*) override {}
+            int calls = 0;
+        } shutDown;
+        Hub()->AddMessageHandler(&shutDown);
+        QLocalSocket raw;
+        raw.connectToServer(Hub()->GetEndpoint());
+        QVERIFY(raw.waitForConnected(2000));
+        // Several frames in one read, so the link still has work after the first one.
+        raw.write(Hello(121212) + Frame(QStringLiteral("FirstMsg"), {}) + Frame(QStringLiteral("SecondMsg"), {}));
+        raw.flush();
+        QTRY_VERIFY(!ApplicationManager::GetInstance());
+        QTRY_COMPARE_WITH_TIMEOUT(raw.state(), QLocalSocket::UnconnectedState, 5000);
+        QCOMPARE(shutDown.calls, 1);
+        // The recorder was registered first and heard the first message only.
+        QCOMPARE(m_recorder.Count(QStringLiteral("FirstMsg")), 1);
+        QCOMPARE(m_recorder.Count(QStringLiteral("SecondMsg")), 0);
+    }
+
+    void handlerMayRemoveAnotherWhileBeingTold()
+    {
+        Recorder second;
+        struct Remover : ApplicationMessageHandler
+        {
+            void MessageReceived(ApplicationMessage*) override { ApplicationManager::GetInstance()->RemoveMessageHandler(other); }
+            void ApplicationLinkStarted(Application*) override { ApplicationManager::GetInstance()->RemoveMessageHandler(other); }
+            ApplicationMessageHandler* other = nullptr;
+        } remover;
+        remover.other = &second;
+        Hub()->AddMessageHandler(&remover);
+        Hub()->AddMessageHandler(&second);
+        QLocalSocket raw;
+        raw.connectToServer(Hub()->GetEndpoint());
+        QVERIFY(raw.waitForConnected(2000));
+        raw.write(Hello(131313) + Frame(QStringLiteral("OnlyMsg"), {}));
+        raw.flush();
+        QTRY_COMPARE(m_recorder.Count(QStringLiteral("OnlyMsg")), 1);
+        QVERIFY(second.links.isEmpty());
+        QVERIFY(second.messages.isEmpty());
+    }
+
+    void uninitializeRemovesTheEndpoint()
+    {
+        const QString endpoint = Hub()->GetEndpoint();
+        QVERIFY(QFileInfo::exists(endpoint));
+        ApplicationManager::Uninitialize();
+        QVERIFY(!QFileInfo::exists(endpoint));
+        QLocalSocket socket;
+        socket.connectToServer(endpoint);
+        QVERIFY(!socket.waitForConnected(500));
     }
 
     void staleEndpointOfADeadProcessIsReplaced()

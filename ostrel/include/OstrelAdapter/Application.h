@@ -28,12 +28,24 @@ public:
 
     ~Application() override;
 
-    // Links to the application's endpoint, waiting up to timeoutMs for it to listen. 0 when
-    // linked (or already linked), 1 when no endpoint answered in time, 2 when the hub has no
-    // endpoint folder.
+    // What Connect returns.
+    enum ConnectResult
+    {
+        Linked = 0,          // linked now, or already linked
+        NotListening = 1,    // no endpoint of that process answered before the time-out
+        NoEndpointFolder = 2 // no hub is initialised here, or it has no private folder for endpoints
+    };
+
+    // Links to the application's endpoint, knocking again every few milliseconds until timeoutMs
+    // has passed, since a process just started needs a moment before it listens. Blocks the
+    // calling thread meanwhile. Returns a ConnectResult: 0 on success. The linked process's
+    // handlers are told ApplicationLinkStarted with an application standing for this process.
     int Connect(int timeoutMs);
     bool IsConnected() const;
-    // Sends one message over the link; false without a link. The message stays the caller's.
+    // Queues one message on the link and returns at once; the event loop writes it out, and
+    // Uninitialize still delivers what is queued. Messages on one link arrive in the order sent.
+    // False without a link, for a null message or one without a name, and for a message whose
+    // frame would exceed the 16 MiB limit. The message stays the caller's.
     bool Send(ApplicationMessage* message);
     qint64 GetProcessId() const { return m_processId; }
     StartupError GetStartupError() const { return m_startupError; }

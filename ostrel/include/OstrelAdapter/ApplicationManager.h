@@ -24,7 +24,10 @@ public:
     // Creates the instance for the application named appName. A second call while an instance
     // exists keeps the first one and returns true.
     static bool Initialize(const QString& appName);
-    // Destroys the instance; harmless when there is none.
+    // Destroys the instance; harmless when there is none. Stops listening and removes this
+    // process's endpoint, waits up to two seconds in all for messages already sent to reach their
+    // peers, closes every link and deletes every Application the manager handed out. A handler
+    // may call it while being told of a message; no handler is told anything afterwards.
     static void Uninitialize();
     static ApplicationManager* GetInstance();
 
@@ -44,15 +47,23 @@ public:
     // Velmora/Applications under each data folder.
     static QStringList ManifestFolders();
 
-    // Starts the application's program detached with exactly these arguments and the current
-    // environment overlaid by environment. Null on failure, with *error saying why (when error is
-    // not null). The returned application is owned by the manager.
+    // Starts the application's program detached, in the program's own folder, with exactly these
+    // arguments (no shell sees them) and the current environment overlaid by environment (its
+    // entries win). Null on failure, with *error saying why (when error is not null):
+    // ApplicationNotFound for an info that names no application, ExecutableMissing when the
+    // program is not on disk, CouldNotStart when the system would not run it; none of them waits.
+    // On success *error is NoError. The returned application is owned by the manager and stays
+    // valid until Uninitialize; it is not linked yet (see Application::Connect).
     Application* StartApplication(const ApplicationInfo& info, const QStringList& arguments,
                                   const QMap<QString, QString>& environment, Application::StartupError* error);
-    // The manager's application for a process id, made on first request; owned by the manager.
+    // The manager's application for a process id, made on first request (null for ids below 1);
+    // owned by the manager until Uninitialize. The same id always gives the same application.
     Application* GetApplication(qint64 processId);
 
-    // Handlers are not owned; each is told every message and every link started.
+    // Handlers are not owned and are told, in the order added, every message arriving on any link
+    // and every link another process starts with this one, on the thread that called Initialize,
+    // from its event loop. Adding a handler twice has no effect; a removed handler is told nothing
+    // more, even when it is removed while another handler is being told.
     void AddMessageHandler(ApplicationMessageHandler* handler);
     void RemoveMessageHandler(ApplicationMessageHandler* handler);
 

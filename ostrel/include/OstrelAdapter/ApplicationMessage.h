@@ -1,3 +1,16 @@
 #pragma once
 
 #include <OstrelAdapter/MessageBase.h>
+#include <OstrelAdapter/OstrelAdapterExport.h>
+
+namespace Velmora::OstrelAdapter {
+
+// A message between linked applications. Names of the system's messages end in "Msg"; an empty
+// name cannot be sent.
+class OSTRELADAPTER_EXPORT ApplicationMessage : public MessageBase
+{
+public:
+    ApplicationMessage(const QString& name, const QMap<QString, QVariant>& data);
+};
+
+} // namespace Velmora::OstrelAdapter

@@ -8,7 +8,8 @@
 
 namespace Velmora::OstrelAdapter {
 
-// What every hub message carries: a name and a map of values.
+// What every hub message carries: a name and a map of values. Both are kept as given; the values
+// that cross a link are the ones QDataStream can write (texts, numbers, lists, maps, byte arrays).
 class OSTRELADAPTER_EXPORT MessageBase
 {
 public:
@@ -21,13 +22,6 @@ public:
 private:
     QString m_name;
     QMap<QString, QVariant> m_data;
-};
-
-// A message between linked applications.
-class OSTRELADAPTER_EXPORT ApplicationMessage : public MessageBase
-{
-public:
-    ApplicationMessage(const QString& name, const QMap<QString, QVariant>& data);
 };
 
 } // namespace Velmora::OstrelAdapter
