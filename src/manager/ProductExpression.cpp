@@ -1,32 +1,50 @@
 #include "manager/ProductExpression.h"
 
-#include "util/FileUtil.h"
+#include <QStringView>
 
 #include <vector>
 
-namespace Velmora::WorkflowCore {
-
-namespace {
-
-const QChar kAnd = QLatin1Char('&');
-const QChar kOr = QLatin1Char('|');
-const QChar kOpen = QLatin1Char('(');
-const QChar kClose = QLatin1Char(')');
-
-// Nesting beyond this is refused rather than followed: hostile text must not exhaust the stack.
-const int kMaxDepth = 64;
-
-void AppendOperand(QStringList& tokens, const QString& text)
+namespace Velmora::WorkflowCore
 {
-    const QString trimmed = text.trimmed();
-    if (!trimmed.isEmpty())
-        tokens << trimmed;
+
+namespace
+{
+
+constexpr QChar kAnd = u'&';
+constexpr QChar kOr = u'|';
+constexpr QChar kOpen = u'(';
+constexpr QChar kClose = u')';
+
+// Each nested group costs one evaluation level; deeper text fails instead of exhausting the stack.
+constexpr int kMaxEvaluationDepth = 100;
+
+bool IsBlank(QStringView text)
+{
+    for (const QChar c : text)
+    {
+        if (!c.isSpace())
+            return false;
+    }
+    return true;
 }
 
-int NextNonBlank(const QString& text, int from)
+void AppendOperand(QStringList& tokens, QStringView text)
 {
-    for (int i = from; i < text.size(); ++i) {
-        if (!text.at(i).isSpace())
+    const QStringView trimmed = text.trimmed();
+    if (!trimmed.isEmpty())
+        tokens << trimmed.toString();
+}
+
+// The ")" where nesting counted from the "(" at open returns to zero, or -1.
+qsizetype MatchingClose(QStringView text, qsizetype open)
+{
+    qsizetype depth = 0;
+    for (qsizetype i = open; i < text.size(); ++i)
+    {
+        const QChar c = text.at(i);
+        if (c == kOpen)
+            ++depth;
+        else if (c == kClose && --depth == 0)
             return i;
     }
     return -1;
@@ -35,7 +53,7 @@ int NextNonBlank(const QString& text, int from)
 bool Evaluate(LeafEvaluator leaf, const QString& expression, bool& value, int depth)
 {
     value = false;
-    if (!leaf || expression.trimmed().isEmpty() || depth > kMaxDepth)
+    if (!leaf || IsBlank(expression) || depth > kMaxEvaluationDepth)
         return false;
 
     QString normal = expression;
@@ -45,7 +63,9 @@ bool Evaluate(LeafEvaluator leaf, const QString& expression, bool& value, int de
     if (!TokenizeExpression(normal, tokens))
         return false;
 
-    if (tokens.size() == 1) {
+    if (tokens.size() == 1)
+    {
+        // The token goes to the leaf as it stands: "x ((a))" hands over "(a)".
         if (leaf(tokens.first(), value))
             return true;
         value = false;
@@ -53,22 +73,26 @@ bool Evaluate(LeafEvaluator leaf, const QString& expression, bool& value, int de
     }
 
     bool running = false;
-    for (int i = 0; i < tokens.size(); ++i) {
+    for (qsizetype i = 0; i < tokens.size(); ++i)
+    {
         const QString& token = tokens.at(i);
-        if (i % 2 == 0) {
-            bool operand = false;
-            if (!Evaluate(leaf, token, operand, depth + 1)) {
+        if (i % 2 == 0)
+        {
+            if (!Evaluate(leaf, token, running, depth + 1))
+            {
                 value = false;
                 return false;
             }
-            running = operand;
-        } else if (IsOperatorToken(token)) {
-            // Short-circuits from the left: each operator applies to everything to its right.
-            // Callers rely on this grouping.
-            const QChar op = token.trimmed().at(0);
+        }
+        else if (IsOperatorToken(token))
+        {
+            // Short-circuits from the left, so each operator governs everything to its right:
+            // "a & (b | c) | d" is false whenever a is. Callers rely on this grouping.
+            const QChar op = token.at(0);
             if ((op == kOr && running) || (op == kAnd && !running))
                 break;
         }
+        // An operand at an odd position is skipped: "(a)(b)" is a. Callers rely on this.
     }
     value = running;
     return true;
@@ -78,7 +102,7 @@ bool Evaluate(LeafEvaluator leaf, const QString& expression, bool& value, int de
 
 bool IsOperatorToken(const QString& text)
 {
-    const QString trimmed = text.trimmed();
+    const QStringView trimmed = QStringView(text).trimmed();
     return trimmed.size() == 1 && (trimmed.at(0) == kAnd || trimmed.at(0) == kOr);
 }
 
@@ -88,28 +112,38 @@ bool NormaliseExpression(QString& expression)
     if (expression.isEmpty())
         return true;
 
-    // One pass pairs every parenthesis, so stripping many enclosing layers stays linear.
-    const int length = expression.size();
-    std::vector<int> matching(size_t(length), -1);
-    std::vector<int> open;
-    for (int i = 0; i < length; ++i) {
+    const qsizetype length = expression.size();
+    qsizetype leadingOpens = 0;
+    while (leadingOpens < length && expression.at(leadingOpens) == kOpen)
+        ++leadingOpens;
+
+    // One pass checks the balance and pairs the leading "(" run with its ")", so stripping many
+    // enclosing layers stays linear.
+    std::vector<qsizetype> closes(static_cast<size_t>(leadingOpens), -1);
+    std::vector<qsizetype> open;
+    for (qsizetype i = 0; i < length; ++i)
+    {
         const QChar c = expression.at(i);
-        if (c == kOpen) {
+        if (c == kOpen)
+        {
             open.push_back(i);
-        } else if (c == kClose) {
+        }
+        else if (c == kClose)
+        {
             if (open.empty())
                 return false;
-            matching[size_t(open.back())] = i;
+            if (open.back() < leadingOpens)
+                closes[static_cast<size_t>(open.back())] = i;
             open.pop_back();
         }
     }
     if (!open.empty())
         return false;
 
-    // Not trimmed after stripping: "( (a) )" keeps its inner blanks and stops there.
-    int layers = 0;
-    while (layers < length - 1 - layers && expression.at(layers) == kOpen &&
-           matching[size_t(layers)] == length - 1 - layers)
+    // No trim between layers: "( (a) )" becomes " (a) " and stops there. Callers rely on this.
+    qsizetype layers = 0;
+    while (layers < leadingOpens && length - 2 * layers >= 2 &&
+           closes[static_cast<size_t>(layers)] == length - 1 - layers)
         ++layers;
     if (layers > 0)
         expression = expression.mid(layers, length - 2 * layers);
@@ -119,64 +153,84 @@ bool NormaliseExpression(QString& expression)
 bool TokenizeExpression(const QString& expression, QStringList& tokens)
 {
     tokens.clear();
-    const int length = expression.size();
-    int start = 0;
-    int i = 0;
-    while (i < length) {
-        const QChar c = expression.at(i);
-        if (c == kOr) {
-            AppendOperand(tokens, expression.mid(start, i - start));
+    const auto fail = [&tokens]
+    {
+        tokens.clear();
+        return false;
+    };
+    const QStringView text(expression);
+    const qsizetype length = text.size();
+    qsizetype start = 0;
+    qsizetype i = 0;
+    while (i < length)
+    {
+        const QChar c = text.at(i);
+        if (c == kOr)
+        {
+            AppendOperand(tokens, text.mid(start, i - start));
             tokens << QString(kOr);
             start = ++i;
             continue;
         }
-        if (c == kOpen) {
-            const QString before = expression.mid(start, i - start).trimmed();
-            // Text before "(" that does not end in "&" is dropped: "a | b (c)" reads as "a | c".
-            // Callers rely on this.
-            if (before.endsWith(kAnd)) {
-                AppendOperand(tokens, before.left(before.size() - 1));
+        if (c == kOpen)
+        {
+            const QStringView before = text.mid(start, i - start).trimmed();
+            // Text before a group that does not end in "&" is dropped: "a | b (c)" reads as
+            // "a | c". Callers rely on this.
+            if (before.endsWith(kAnd))
+            {
+                AppendOperand(tokens, before.chopped(1));
                 tokens << QString(kAnd);
             }
-            const int close = MatchingParenthesis(expression, i);
+            const qsizetype close = MatchingClose(text, i);
             if (close < 0)
-                return false;
-            AppendOperand(tokens, expression.mid(i + 1, close - i - 1));
-            const int next = NextNonBlank(expression, close + 1);
-            if (next >= 0 && (expression.at(next) == kAnd || expression.at(next) == kOr)) {
-                tokens << QString(expression.at(next));
+                return fail();
+            AppendOperand(tokens, text.mid(i + 1, close - i - 1));
+            qsizetype next = close + 1;
+            while (next < length && text.at(next).isSpace())
+                ++next;
+            if (next < length && (text.at(next) == kAnd || text.at(next) == kOr))
+            {
+                tokens << QString(text.at(next));
                 i = next + 1;
-            } else {
+            }
+            else
+            {
                 i = close + 1;
             }
             start = i;
             continue;
         }
         if (i == length - 1)
-            AppendOperand(tokens, expression.mid(start, length - start));
+            AppendOperand(tokens, text.mid(start));
         ++i;
     }
 
     if (tokens.isEmpty())
         return false;
 
-    if (tokens.size() == 1 && !tokens.first().contains(kOpen) && !tokens.first().contains(kClose)) {
-        const QStringList pieces = tokens.first().split(kAnd);
-        QStringList split;
-        for (const QString& piece : pieces) {
-            const QString trimmed = piece.trimmed();
+    // A lone token without parentheses is split into its "&" chain; a "|" inside it (only a
+    // group can leave one there) does not split it.
+    const QString& only = tokens.first();
+    if (tokens.size() == 1 && !only.contains(kOpen) && !only.contains(kClose))
+    {
+        QStringList chain;
+        for (const QStringView piece : QStringView(only).split(kAnd))
+        {
+            const QStringView trimmed = piece.trimmed();
             if (trimmed.isEmpty())
-                return false;
-            if (!split.isEmpty())
-                split << QString(kAnd);
-            split << trimmed;
+                return fail();
+            if (!chain.isEmpty())
+                chain << QString(kAnd);
+            chain << trimmed.toString();
         }
-        tokens = split;
+        tokens = chain;
     }
 
-    for (int k = 0; k < tokens.size(); ++k) {
+    for (qsizetype k = 0; k < tokens.size(); ++k)
+    {
         if (IsOperatorToken(tokens.at(k)) && (k % 2 == 0 || k == tokens.size() - 1))
-            return false;
+            return fail();
     }
     return true;
 }
