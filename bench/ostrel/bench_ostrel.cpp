@@ -9,8 +9,8 @@
 
 #include <OstrelAdapter/Application.h>
 #include <OstrelAdapter/ApplicationManager.h>
+#include <OstrelAdapter/ApplicationMessage.h>
 #include <OstrelAdapter/ApplicationMessageHandler.h>
-#include <OstrelAdapter/MessageBase.h>
 
 #include <QCoreApplication>
 #include <QDataStream>
@@ -152,10 +152,10 @@ int main(int argc, char** argv)
     }
 
     QVariantMap data;
-    data.insert(QStringLiteral("Payload"), QString());
+    data.insert(QStringLiteral("Payload"), QByteArray());
     ApplicationMessage probe(QStringLiteral("EchoMsg"), data);
-    // Pad the text until the whole frame is 200 bytes (two bytes a character).
-    data.insert(QStringLiteral("Payload"), QString(int((200 - FrameSize(probe)) / 2), QLatin1Char('x')));
+    // Pad with bytes until the whole frame, length prefix included, is 200 bytes.
+    data.insert(QStringLiteral("Payload"), QByteArray(200 - FrameSize(probe), 'x'));
     const ApplicationMessage message(QStringLiteral("EchoMsg"), data);
     std::vector<double> roundTripUs;
     roundTripUs.reserve(size_t(roundTrips));
