@@ -74,8 +74,10 @@ public:
     // The first workflow whose id equals id ignoring case and, when sourceFile is not empty,
     // that was read from that file. Owned by the catalogue.
     Workflow* GetWorkflow(const WideChar* id, const WideChar* sourceFile);
-    // The runs in the registry of executing workflows; the iterator belongs to the caller.
-    ExecutingWorkflowIterator* GetExecutingWorkflows(bool includeFinished);
+    // The unfinished runs in the registry of executing workflows whose host process still runs;
+    // with launchedByThisProcessOnly only those this process launched. The iterator belongs to
+    // the caller.
+    ExecutingWorkflowIterator* GetExecutingWorkflows(bool launchedByThisProcessOnly);
 
     // Folders joined by ";" scanned for workflow files; a changed value rescans at once.
     void SetWorkflowSearchPaths(const WideChar* paths);

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <VmWorkflowCore/WorkflowPlugin.h>
+
 #include <QLibrary>
 #include <QString>
 
@@ -7,31 +9,47 @@
 
 namespace Velmora::WorkflowCore {
 
-// One plug-in library the manager loaded for a workflow's "Plugin" name.
+// One plug-in library, shared by every workflow that names a file of the same name. Owned by the
+// manager's plug-in cache; loaded lazily, on the first request for a handler, and never again
+// after a failed attempt.
 class Plugin
 {
 public:
-    explicit Plugin(const QString& name) : m_name(name) {}
+    enum LoadState
+    {
+        NeverTried = 0,
+        Loaded = 1,
+        Failed = 2
+    };
+
+    explicit Plugin(const QString& path);
+    ~Plugin();
     Plugin(const Plugin&) = delete;
     Plugin& operator=(const Plugin&) = delete;
 
-    const QString& Name() const { return m_name; }
+    const QString& Path() const { return m_path; }
+    LoadState State() const { return m_state; }
 
-    // Unloads the library; the library object and its handler go only when unloading worked,
-    // so that nothing calls into code that is still mapped.
-    void Unload()
-    {
-        if (m_library && m_library->isLoaded() && m_library->unload())
-        {
-            m_library.reset();
-            m_handler = nullptr;
-        }
-    }
+    // The plug-in's handlers, asked once and cached; null when the library cannot be loaded or
+    // has no such handler.
+    WorkflowExecutor* ExecuteHandler();
+    WorkflowEditorHandler* EditorHandler();
+    WorkflowLaunchHandler* LaunchHandler();
+
+    // Unloads the library when the manager goes; the library object goes only when unloading
+    // worked, so that nothing calls into code that is still mapped.
+    void Unload();
 
 private:
-    QString m_name;
+    bool Load();
+
+    QString m_path;
+    LoadState m_state = NeverTried;
     std::unique_ptr<QLibrary> m_library;
-    void* m_handler = nullptr;
+    WorkflowPlugin* m_plugin = nullptr;
+    WorkflowExecutor* m_executeHandler = nullptr;
+    WorkflowEditorHandler* m_editorHandler = nullptr;
+    WorkflowLaunchHandler* m_launchHandler = nullptr;
 };
 
 } // namespace Velmora::WorkflowCore

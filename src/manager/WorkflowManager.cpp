@@ -75,10 +75,10 @@ Workflow* WorkflowManager::GetWorkflow(const WideChar* id, const WideChar* sourc
     return m_imp->FindWorkflow(TextIn(id), TextIn(sourceFile));
 }
 
-ExecutingWorkflowIterator* WorkflowManager::GetExecutingWorkflows(bool includeFinished)
+ExecutingWorkflowIterator* WorkflowManager::GetExecutingWorkflows(bool launchedByThisProcessOnly)
 {
     return new ExecutingWorkflowIterator(
-        new ExecutingWorkflowIteratorImp(m_imp->Registry()->Snapshot(includeFinished)));
+        new ExecutingWorkflowIteratorImp(m_imp->Registry()->Snapshot(launchedByThisProcessOnly, false)));
 }
 
 void WorkflowManager::SetWorkflowSearchPaths(const WideChar* paths)

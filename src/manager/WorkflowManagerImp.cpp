@@ -2,6 +2,7 @@
 
 #include "execution/ExecutingRegistry.h"
 #include "execution/Plugin.h"
+#include "notification/WorkflowNotificationManagerImp.h"
 #include "manager/Constants.h"
 #include "manager/ProductRules.h"
 #include "manager/WorkflowQuery.h"
@@ -29,7 +30,7 @@ WorkflowManagerImp::WorkflowManagerImp() : QObject(nullptr)
         folder.replace(QLatin1Char('\\'), QLatin1Char('/'));
         m_userWorkflowFolder = QStringLiteral("%1/%2/%3").arg(folder, Names::Velmora, Names::Workflows);
     }
-    m_registry = std::make_unique<ExecutingRegistry>();
+    m_registry = std::make_unique<ExecutingRegistry>(IsHostApplication());
 }
 
 void WorkflowManagerImp::LoadProducts()
@@ -50,6 +51,17 @@ WorkflowManagerImp::~WorkflowManagerImp()
         delete plugin;
     }
     m_plugins.clear();
+}
+
+Plugin* WorkflowManagerImp::PluginFor(Workflow* workflow)
+{
+    Q_UNUSED(workflow);
+    return nullptr;
+}
+
+QString WorkflowManagerImp::PluginFolderFor(Workflow* workflow) const
+{
+    return m_pluginFolders.value(workflow);
 }
 
 WorkflowManagerImp* WorkflowManagerImp::Instance()

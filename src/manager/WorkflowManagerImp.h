@@ -42,6 +42,12 @@ public:
     void SetNotificationManager(WorkflowNotificationManager* manager) { m_notificationManager = manager; }
     WorkflowNotificationManager* NotificationManager() const { return m_notificationManager; }
     ExecutingRegistry* Registry() const { return m_registry.get(); }
+    // The plug-in record of the workflow's "Plugin" file, found on the plug-in search folders
+    // and created on first request (one per file name, ignoring case); null when the workflow
+    // names none or no folder holds it.
+    Plugin* PluginFor(Workflow* workflow);
+    // The absolute folder in which the workflow's plug-in was found; empty when none was.
+    QString PluginFolderFor(Workflow* workflow) const;
     // Read by Initialize once the hub and the notification manager are up; held until Uninitialize.
     void LoadProducts();
     const ProductCatalog& Products() const { return m_products; }
@@ -98,6 +104,7 @@ private:
     QString m_currentLocale;
     QList<Workflow*> m_catalogue;
     QList<Plugin*> m_plugins;
+    QHash<Workflow*, QString> m_pluginFolders;
     bool m_catalogueLoaded = false;
     HostApplicationContext* m_context = nullptr;
     std::unique_ptr<ExecutingRegistry> m_registry;

@@ -28,4 +28,20 @@ void WorkflowNotificationManagerImp::RemoveLinkStateListener(LinkStateListener* 
     m_listeners.removeAll(listener);
 }
 
+void WorkflowNotificationManagerImp::AnnounceExecutionBeginning(Workflow* workflow)
+{
+    Q_UNUSED(workflow);
+}
+
+void WorkflowNotificationManagerImp::AnnounceExecutionFinished(Workflow* workflow)
+{
+    Q_UNUSED(workflow);
+}
+
+void WorkflowNotificationManagerImp::AnnounceWorkflowModified(const QString& workflowId, const QString& sourceFile)
+{
+    Q_UNUSED(workflowId);
+    Q_UNUSED(sourceFile);
+}
+
 } // namespace Velmora::WorkflowCore

@@ -25,6 +25,12 @@ public:
     void RemoveLinkStateListener(LinkStateListener* listener);
     const QList<LinkStateListener*>& LinkStateListeners() const { return m_listeners; }
 
+    // Announcements to the linked applications; each does nothing outside the host application or
+    // for a null workflow.
+    void AnnounceExecutionBeginning(Workflow* workflow);
+    void AnnounceExecutionFinished(Workflow* workflow);
+    void AnnounceWorkflowModified(const QString& workflowId, const QString& sourceFile);
+
 private:
     WorkflowNotificationManager* m_public = nullptr;
     bool m_isHostProcess = false;
