@@ -7,7 +7,9 @@ cd "$(dirname "$0")/.."
 bash scripts/dependencies.sh
 
 build_dir=${1:-build}
-cmake -S . -B "$build_dir" -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo -DVMWF_BUILD_TESTS=OFF -DVMWF_BUILD_BENCH=OFF
+# The same settings as the test command, so that either may run first in one build folder: the demo
+# builds only what it runs, the tests build the rest.
+cmake -S . -B "$build_dir" -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo -DVMWF_WERROR=ON -DVMWF_SANITIZE=OFF
 cmake --build "$build_dir" --parallel "$(nproc)" --target vmworkflow
 
 tool="$build_dir/bin/vmworkflow"
