@@ -2,6 +2,7 @@
 //
 // Exit status: 0 when the action succeeded, 1 when it failed, 2 for a bad command line.
 
+#include "RunCommands.h"
 #include "WorkflowText.h"
 
 #include <VmWorkflowCore/Workflow.h>
@@ -314,7 +315,10 @@ int main(int argc, char** argv)
         "  delete ID [--keep-file]                       delete a user workflow\n"
         "  new-name BASE                                 a free name for a new workflow\n"
         "  products IDS [--json]                         product names, hub names, versions and\n"
-        "                                                whether they are installed (ids joined by \",\")\n\n"
+        "                                                whether they are installed (ids joined by \",\")\n"
+        "  run ID [--launch-point N] [--wait] [--json]   run a workflow in the host application;\n"
+        "                                                --wait follows it and exits with its status\n"
+        "  running [--json]                              the workflows running for this user\n\n"
         "Filter items are key=value (IsExecutable, IsTemplate, PrimaryProduct, TargetProduct,\n"
         "RequiredProduct) joined by \",\"; sort items are key:0 (ascending) or key:1 (descending)\n"
         "joined by \",\", the first written deciding first; Name is a sort key too."));
@@ -328,11 +332,20 @@ int main(int argc, char** argv)
     const QCommandLineOption filter(QStringLiteral("filter"), QStringLiteral("Filter text for list."),
                                     QStringLiteral("text"));
     const QCommandLineOption sort(QStringLiteral("sort"), QStringLiteral("Sort text for list."), QStringLiteral("text"));
+    const QCommandLineOption pluginPaths(QStringLiteral("plugin-paths"),
+                                         QStringLiteral("Plug-in folders joined by \";\" (default: beside the tool)."),
+                                         QStringLiteral("paths"));
+    const QCommandLineOption launchPoint(QStringLiteral("launch-point"),
+                                         QStringLiteral("Where run says the launch came from: 0 application menu, "
+                                                        "1 workflow browser, 2 workflow editor, 3 ribbon (default 0)."),
+                                         QStringLiteral("number"), QStringLiteral("0"));
+    const QCommandLineOption wait(QStringLiteral("wait"),
+                                  QStringLiteral("With run: follow the run to its end and exit with its status."));
     const QCommandLineOption json(QStringLiteral("json"), QStringLiteral("Print JSON."));
     const QCommandLineOption keepFile(QStringLiteral("keep-file"),
                                       QStringLiteral("Delete from the catalogue only; leave the file."));
-    parser.addOptions({searchPaths, locale, filter, sort, json, keepFile});
-    parser.addPositionalArgument(QStringLiteral("command"), QStringLiteral("list, show, delete, new-name or products"));
+    parser.addOptions({searchPaths, pluginPaths, locale, filter, sort, json, keepFile, launchPoint, wait});
+    parser.addPositionalArgument(QStringLiteral("command"), QStringLiteral("list, show, delete, new-name, products, run or running"));
     parser.addPositionalArgument(QStringLiteral("argument"), QStringLiteral("the command's argument"), QStringLiteral("[argument]"));
 
     if (!parser.parse(QCoreApplication::arguments()))
@@ -377,11 +390,17 @@ int main(int argc, char** argv)
         problem = expectArguments(1, QStringLiteral("a base name"));
     else if (command == QLatin1String("products"))
         problem = expectArguments(1, QStringLiteral("product ids joined by \",\""));
+    else if (command == QLatin1String("run"))
+        problem = expectArguments(1, QStringLiteral("a workflow id"));
+    else if (command == QLatin1String("running"))
+        problem = expectArguments(0, QString());
     else
         problem = QStringLiteral("the command \"%1\" is unknown; see --help.").arg(command);
     for (const QString& check : {onlyFor(filter, {QStringLiteral("list")}), onlyFor(sort, {QStringLiteral("list")}),
-                                 onlyFor(json, {QStringLiteral("list"), QStringLiteral("show"), QStringLiteral("products")}),
-                                 onlyFor(keepFile, {QStringLiteral("delete")})})
+                                 onlyFor(json, {QStringLiteral("list"), QStringLiteral("show"), QStringLiteral("products"),
+                                                QStringLiteral("run"), QStringLiteral("running")}),
+                                 onlyFor(keepFile, {QStringLiteral("delete")}), onlyFor(wait, {QStringLiteral("run")}),
+                                 onlyFor(launchPoint, {QStringLiteral("run")})})
     {
         if (problem.isEmpty())
             problem = check;
@@ -390,6 +409,10 @@ int main(int argc, char** argv)
         problem = CheckFilterText(parser.value(filter));
     if (problem.isEmpty() && parser.isSet(sort))
         problem = CheckSortText(parser.value(sort));
+    bool launchPointIsNumber = true;
+    const int launchPointValue = parser.value(launchPoint).toInt(&launchPointIsNumber);
+    if (problem.isEmpty() && !launchPointIsNumber)
+        problem = QStringLiteral("the launch point \"%1\" is not a number.").arg(parser.value(launchPoint));
     if (!problem.isEmpty())
         return Fail(BadCommandLine, problem);
 
@@ -418,6 +441,8 @@ int main(int argc, char** argv)
     else if (QLocale::system().name() == QLatin1String("C"))
         manager->SetCurrentLocale(Wide(QStringLiteral("en-US"))); // a machine without a language set
     manager->SetWorkflowSearchPaths(Wide(paths));
+    if (parser.isSet(pluginPaths))
+        manager->SetWorkflowPluginSearchPaths(Wide(parser.value(pluginPaths)));
 
     int status = Success;
     if (command == QLatin1String("list"))
@@ -428,6 +453,14 @@ int main(int argc, char** argv)
         status = Delete(manager, rest.first(), parser.isSet(keepFile));
     else if (command == QLatin1String("products"))
         status = Products(manager, rest.first(), parser.isSet(json));
+    else if (command == QLatin1String("run"))
+    {
+        QTextStream err(stderr);
+        status = VmWorkflowTool::Run(manager, {rest.first(), launchPointValue, parser.isSet(wait), parser.isSet(json)},
+                                     Out(), err);
+    }
+    else if (command == QLatin1String("running"))
+        status = VmWorkflowTool::Running(manager, parser.isSet(json), Out());
     else
         Out() << WorkflowPrivate::GetNewWorkflowName(rest.first()) << '\n';
     Out().flush();
