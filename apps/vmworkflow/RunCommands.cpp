@@ -253,6 +253,30 @@ private:
     QJsonArray m_events;
 };
 
+// The tool's side of a launch: it vetoes nothing and hands the user's extra arguments to the host.
+class ToolContext : public HostApplicationContext
+{
+public:
+    explicit ToolContext(const QMap<QString, QString>& arguments) : m_arguments(arguments) {}
+
+    bool CanExecuteWorkflow(Workflow*) override { return true; }
+    void AddLaunchArguments(Workflow*, WorkflowArguments* arguments) override
+    {
+        for (auto it = m_arguments.constBegin(); it != m_arguments.constEnd(); ++it)
+            arguments->SetValue(Wide(it.key()), Wide(it.value()));
+    }
+    int GetCurrentProductId(WideChar* buffer, int size) override
+    {
+        if (buffer && size > 0)
+            buffer[0] = 0;
+        return 0;
+    }
+    bool BeforeExecuteWorkflow(Workflow*) override { return true; }
+
+private:
+    QMap<QString, QString> m_arguments;
+};
+
 } // namespace
 
 int Run(WorkflowManager* manager, const RunRequest& request, QTextStream& out, QTextStream& err)
@@ -273,11 +297,19 @@ int Run(WorkflowManager* manager, const RunRequest& request, QTextStream& out, Q
 
     // Listen before launching: the host may announce the run as soon as it is linked.
     RunFollower follower(manager, workflow, request, out);
-    if (!manager->ExecuteWorkflow(workflow, WorkflowLaunchPoint(request.launchPoint)))
+    ToolContext context(request.arguments);
+    manager->SetHostApplicationContext(&context);
+    const bool launched = manager->ExecuteWorkflow(workflow, WorkflowLaunchPoint(request.launchPoint));
+    if (!launched)
+    {
+        manager->SetHostApplicationContext(nullptr);
         return Refuse(err, QStringLiteral("the launch of \"%1\" was refused by the workflow's plug-in or the host "
                                           "application could not be started.")
                                .arg(request.id));
-    return follower.Follow();
+    }
+    const int status = follower.Follow();
+    manager->SetHostApplicationContext(nullptr);
+    return status;
 }
 
 int Running(WorkflowManager* manager, bool json, QTextStream& out)

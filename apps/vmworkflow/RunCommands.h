@@ -4,6 +4,7 @@
 
 #include <VmWorkflowCore/WorkflowManager.h>
 
+#include <QMap>
 #include <QString>
 
 class QTextStream;
@@ -16,6 +17,8 @@ struct RunRequest
     int launchPoint = 0;
     bool wait = false;
     bool json = false;
+    // Extra "/Key=Value" arguments for the host and the workflow's plug-in.
+    QMap<QString, QString> arguments;
 };
 
 // Launches the workflow through the library. Without wait it prints the host's process id once

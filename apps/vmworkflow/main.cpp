@@ -317,7 +317,8 @@ int main(int argc, char** argv)
         "  products IDS [--json]                         product names, hub names, versions and\n"
         "                                                whether they are installed (ids joined by \",\")\n"
         "  run ID [--launch-point N] [--wait] [--json]   run a workflow in the host application;\n"
-        "                                                --wait follows it and exits with its status\n"
+        "      [--set KEY=VALUE]...                      --wait follows it and exits with its status;\n"
+        "                                                --set passes /KEY=VALUE to the host\n"
         "  running [--json]                              the workflows running for this user\n\n"
         "Filter items are key=value (IsExecutable, IsTemplate, PrimaryProduct, TargetProduct,\n"
         "RequiredProduct) joined by \",\"; sort items are key:0 (ascending) or key:1 (descending)\n"
@@ -341,10 +342,14 @@ int main(int argc, char** argv)
                                          QStringLiteral("number"), QStringLiteral("0"));
     const QCommandLineOption wait(QStringLiteral("wait"),
                                   QStringLiteral("With run: follow the run to its end and exit with its status."));
+    const QCommandLineOption setArgument(QStringLiteral("set"),
+                                         QStringLiteral("With run: one more /KEY=VALUE argument for the host and "
+                                                        "the workflow's plug-in (may be repeated)."),
+                                         QStringLiteral("key=value"));
     const QCommandLineOption json(QStringLiteral("json"), QStringLiteral("Print JSON."));
     const QCommandLineOption keepFile(QStringLiteral("keep-file"),
                                       QStringLiteral("Delete from the catalogue only; leave the file."));
-    parser.addOptions({searchPaths, pluginPaths, locale, filter, sort, json, keepFile, launchPoint, wait});
+    parser.addOptions({searchPaths, pluginPaths, locale, filter, sort, json, keepFile, launchPoint, wait, setArgument});
     parser.addPositionalArgument(QStringLiteral("command"), QStringLiteral("list, show, delete, new-name, products, run or running"));
     parser.addPositionalArgument(QStringLiteral("argument"), QStringLiteral("the command's argument"), QStringLiteral("[argument]"));
 
@@ -400,7 +405,8 @@ int main(int argc, char** argv)
                                  onlyFor(json, {QStringLiteral("list"), QStringLiteral("show"), QStringLiteral("products"),
                                                 QStringLiteral("run"), QStringLiteral("running")}),
                                  onlyFor(keepFile, {QStringLiteral("delete")}), onlyFor(wait, {QStringLiteral("run")}),
-                                 onlyFor(launchPoint, {QStringLiteral("run")})})
+                                 onlyFor(launchPoint, {QStringLiteral("run")}),
+                                 onlyFor(setArgument, {QStringLiteral("run")})})
     {
         if (problem.isEmpty())
             problem = check;
@@ -413,6 +419,15 @@ int main(int argc, char** argv)
     const int launchPointValue = parser.value(launchPoint).toInt(&launchPointIsNumber);
     if (problem.isEmpty() && !launchPointIsNumber)
         problem = QStringLiteral("the launch point \"%1\" is not a number.").arg(parser.value(launchPoint));
+    QMap<QString, QString> launchArguments;
+    for (const QString& pair : parser.values(setArgument))
+    {
+        const qsizetype equals = pair.indexOf(QLatin1Char('='));
+        if (equals <= 0 && problem.isEmpty())
+            problem = QStringLiteral("the argument \"%1\" is not of the form KEY=VALUE.").arg(pair);
+        else if (equals > 0)
+            launchArguments.insert(pair.left(equals), pair.mid(equals + 1));
+    }
     if (!problem.isEmpty())
         return Fail(BadCommandLine, problem);
 
@@ -456,7 +471,7 @@ int main(int argc, char** argv)
     else if (command == QLatin1String("run"))
     {
         QTextStream err(stderr);
-        status = VmWorkflowTool::Run(manager, {rest.first(), launchPointValue, parser.isSet(wait), parser.isSet(json)},
+        status = VmWorkflowTool::Run(manager, {rest.first(), launchPointValue, parser.isSet(wait), parser.isSet(json), launchArguments},
                                      Out(), err);
     }
     else if (command == QLatin1String("running"))
