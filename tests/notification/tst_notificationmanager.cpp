@@ -53,6 +53,19 @@ Q_SIGNALS:
     void Received(const QString& name, const QVariantMap& data);
 };
 
+// Counts how often the library tells it of the link it waits for.
+class CountingListener : public LinkStateListener
+{
+public:
+    explicit CountingListener(int processId) : m_processId(processId) {}
+    void OnLinkStarted() override { ++told; }
+    int GetProcessId() override { return m_processId; }
+    int told = 0;
+
+private:
+    int m_processId;
+};
+
 } // namespace
 
 class tst_NotificationManager : public QObject
@@ -283,9 +296,15 @@ private Q_SLOTS:
         QVERIFY(StartHelper(QStringLiteral(VMWF_NOTIFY_HOST),
                             {QString::number(QCoreApplication::applicationPid())}, &told));
 
-        // The link this process opened is not recorded: only the host keeps a list of links.
-        QVERIFY(
-            WorkflowManagerImp::Instance()->NotificationManager()->GetImp()->LinkedApplications().isEmpty());
+        // Even when told of a link to the helper that a listener here waits for, this process
+        // neither tells the listener nor records the link: only the host keeps a list of links.
+        WorkflowNotificationManagerImp* imp = WorkflowManagerImp::Instance()->NotificationManager()->GetImp();
+        CountingListener listener(int(m_helper->processId()));
+        WorkflowPrivate::AddLinkStateListener(&listener);
+        imp->ApplicationLinkStarted(m_application);
+        WorkflowPrivate::RemoveLinkStateListener(&listener);
+        QCOMPARE(listener.told, 0);
+        QVERIFY(imp->LinkedApplications().isEmpty());
 
         const QString changed =
             WriteWorkflow(QStringLiteral("changes/Changed.workflow"), QStringLiteral("After"));
