@@ -125,8 +125,9 @@ bool WorkflowManager::DeleteWorkflow(const WideChar* id, const WideChar* sourceF
 
 bool WorkflowManager::WorkflowModifiedInPlugin(const WideChar* workflowId, const WideChar* sourceFile)
 {
-    Q_UNUSED(workflowId);
-    Q_UNUSED(sourceFile);
+    // Plug-ins treat the announcement as fire-and-forget; whether anyone heard it is not theirs.
+    if (WorkflowNotificationManager* notifications = m_imp->NotificationManager())
+        notifications->GetImp()->AnnounceWorkflowModified(TextIn(workflowId), TextIn(sourceFile));
     return true;
 }
 
@@ -147,22 +148,17 @@ WorkflowNotificationManager* WorkflowManager::GetNotificationManager()
 
 void WorkflowManager::WorkflowExecutionBeginningInApplication(Workflow* workflow, int processId)
 {
-    Q_UNUSED(workflow);
-    Q_UNUSED(processId);
+    m_imp->Registry()->AddExecutingApplication(workflow, processId);
 }
 
 void WorkflowManager::WorkflowExecutionFinishedInApplication(Workflow* workflow, int processId)
 {
-    Q_UNUSED(workflow);
-    Q_UNUSED(processId);
+    m_imp->Registry()->RemoveExecutingApplication(workflow, processId);
 }
 
 bool WorkflowManager::SetExecutingWorkflowExitStatus(Workflow* workflow, int status, const WideChar* message)
 {
-    Q_UNUSED(workflow);
-    Q_UNUSED(status);
-    Q_UNUSED(message);
-    return false;
+    return m_imp->Registry()->SetExitStatus(workflow, status, TextIn(message));
 }
 
 int WorkflowManager::ProductIdsToNameList(const WideChar* ids, WideChar* buffer, int size) const
