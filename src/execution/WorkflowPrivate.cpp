@@ -1,6 +1,8 @@
 #include <VmWorkflowCore/WorkflowPrivate.h>
 
 #include "manager/WorkflowManagerImp.h"
+#include "models/WorkflowListModel.h"
+#include "models/WorkflowListProxyModel.h"
 #include "notification/WorkflowNotificationManagerImp.h"
 #include "workflow/WorkflowArgumentsImp.h"
 #include "workflow/WorkflowImp.h"
@@ -162,9 +164,10 @@ WorkflowExecutor* WorkflowPrivate::GetWorkflowExecuteHandler(Workflow* workflow)
 
 QSortFilterProxyModel* WorkflowPrivate::GetWorkflowListModel(const QString& filter, const QString& sort)
 {
-    Q_UNUSED(filter);
-    Q_UNUSED(sort);
-    return nullptr;
+    auto* proxy = new WorkflowListProxyModel(ParseFilterText(filter), ParseSortText(sort));
+    // The list model has no parent; the caller's proxy destroys it.
+    proxy->AdoptSourceModel(new WorkflowListModel);
+    return proxy;
 }
 
 } // namespace Velmora::WorkflowCore
