@@ -33,6 +33,7 @@ WorkflowListProxyModel::WorkflowListProxyModel(const WorkflowFilterMap& filters,
     // The sort keys are the proxy's order: rows are sorted from the start, not only once a view
     // asks for it.
     sort(0, Qt::AscendingOrder);
+    connect(this, &QAbstractItemModel::modelAboutToBeReset, this, [this] { m_displayNames.clear(); });
 }
 
 WorkflowListProxyModel::~WorkflowListProxyModel()
@@ -66,9 +67,14 @@ Workflow* WorkflowListProxyModel::WorkflowAtRow(int proxyRow) const
 
 QString WorkflowListProxyModel::DisplayNames(const QString& productIds) const
 {
+    const auto cached = m_displayNames.constFind(productIds);
+    if (cached != m_displayNames.constEnd())
+        return *cached;
     WorkflowListModel* model = ListModel();
     WorkflowManagerImp* manager = model ? model->Manager() : nullptr;
-    return manager ? manager->ProductDisplayNames(productIds) : productIds;
+    if (!manager)
+        return productIds;
+    return *m_displayNames.insert(productIds, manager->ProductDisplayNames(productIds));
 }
 
 bool WorkflowListProxyModel::filterAcceptsRow(int sourceRow, const QModelIndex& sourceParent) const

@@ -2,6 +2,7 @@
 
 #include "manager/WorkflowQuery.h"
 
+#include <QHash>
 #include <QSortFilterProxyModel>
 
 #include <memory>
@@ -43,6 +44,10 @@ private:
     WorkflowFilterMap m_filters;
     WorkflowSortMap m_sortKeys;
     std::unique_ptr<WorkflowListModel> m_ownedSource;
+    // Display names by product-id text: a sort compares the same few product lists many times.
+    // The product catalogue stays as it is while the manager lives; a reset of the rows (a
+    // rescan or the manager's end) starts the cache afresh.
+    mutable QHash<QString, QString> m_displayNames;
 };
 
 } // namespace Velmora::WorkflowCore
