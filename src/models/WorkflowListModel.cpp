@@ -88,8 +88,9 @@ void WorkflowListModel::WorkflowRemoved(int row)
 
 void WorkflowListModel::WorkflowModified(int row)
 {
-    // -1 means a workflow outside the catalogue; a row the catalogue does not have names nothing.
-    if (row == -1 || row < 0 || row >= rowCount())
+    // -1 stands for a workflow outside the catalogue; like any row the catalogue does not have,
+    // it changes nothing in the views.
+    if (row < 0 || row >= rowCount())
         return;
     emit dataChanged(index(row, 0), index(row, 0));
 }
