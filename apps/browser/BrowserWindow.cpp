@@ -71,7 +71,8 @@ QString ProductNames(const QString& ids)
     if (ids.isEmpty())
         return QString();
     const Wide wideIds(ids);
-    const QString names = ReadText([&](WideChar* b, int s) { return Manager()->ProductIdsToNameList(wideIds, b, s); });
+    const QString names =
+        ReadText([&](WideChar* b, int s) { return Manager()->ProductIdsToNameList(wideIds, b, s); });
     return QStringLiteral("%1 (%2)").arg(names.toHtmlEscaped(), ids.toHtmlEscaped());
 }
 
@@ -115,7 +116,8 @@ BrowserWindow::BrowserWindow(const QString& searchPaths, QWidget* parent)
     while (it->MoveNext())
     {
         ++count;
-        for (const QString& id : Text(it->GetCurrent(), &Workflow::GetPrimaryProduct).split(QLatin1Char(','), Qt::SkipEmptyParts))
+        for (const QString& id :
+             Text(it->GetCurrent(), &Workflow::GetPrimaryProduct).split(QLatin1Char(','), Qt::SkipEmptyParts))
         {
             if (!products.contains(id, Qt::CaseInsensitive))
                 products << id;
@@ -125,21 +127,25 @@ BrowserWindow::BrowserWindow(const QString& searchPaths, QWidget* parent)
     for (const QString& id : std::as_const(products))
     {
         const Wide wideId(id);
-        const QString name = ReadText([&](WideChar* b, int s) { return Manager()->ProductIdsToNameList(wideId, b, s); });
+        const QString name =
+            ReadText([&](WideChar* b, int s) { return Manager()->ProductIdsToNameList(wideId, b, s); });
         m_product->addItem(name.isEmpty() ? id : name, id);
     }
     m_host->currentProduct = m_product->currentData().toString();
     Manager()->SetHostApplicationContext(m_host.get());
 
     if (count == 0)
-        ShowNotice(tr("No workflows were found on the search paths: %1").arg(m_searchPaths.toHtmlEscaped()), true);
+        ShowNotice(tr("No workflows were found on the search paths: %1").arg(m_searchPaths.toHtmlEscaped()),
+                   true);
 
     connect(m_filter, &QLineEdit::textChanged, this, &BrowserWindow::RebuildModel);
     connect(m_sort, &QComboBox::currentIndexChanged, this, &BrowserWindow::RebuildModel);
-    connect(m_product, &QComboBox::currentIndexChanged, this, [this] {
-        m_host->currentProduct = m_product->currentData().toString();
-        RebuildModel();
-    });
+    connect(m_product, &QComboBox::currentIndexChanged, this,
+            [this]
+            {
+                m_host->currentProduct = m_product->currentData().toString();
+                RebuildModel();
+            });
     connect(m_language, &QComboBox::currentIndexChanged, this, &BrowserWindow::SwitchLanguage);
     connect(m_run, &QPushButton::clicked, this, &BrowserWindow::RunSelected);
     FollowExecutions();
@@ -232,7 +238,8 @@ void BrowserWindow::RebuildModel()
         WorkflowPrivate::GetWorkflowListModel(m_filter->text(), m_sort->currentData().toString()));
     m_list->setModel(proxy.get());
     m_proxy = std::move(proxy);
-    connect(m_list->selectionModel(), &QItemSelectionModel::currentChanged, this, &BrowserWindow::ShowDetails);
+    connect(m_list->selectionModel(), &QItemSelectionModel::currentChanged, this,
+            &BrowserWindow::ShowDetails);
     connect(m_proxy.get(), &QAbstractItemModel::modelReset, this, &BrowserWindow::ShowDetails);
     connect(m_proxy.get(), &QAbstractItemModel::dataChanged, this, &BrowserWindow::ShowDetails);
     ShowDetails();
@@ -283,13 +290,13 @@ void BrowserWindow::ShowDetails()
     QString html;
     html += QStringLiteral("<h3>%1</h3>").arg(Text(workflow, &Workflow::GetName).toHtmlEscaped());
     html += QStringLiteral("<p>%1</p>").arg(Text(workflow, &Workflow::GetDescription).toHtmlEscaped());
-    const QString introduction = ReadText([&](WideChar* b, int s) { return workflow->GetIntroduction(b, s); });
+    const QString introduction =
+        ReadText([&](WideChar* b, int s) { return workflow->GetIntroduction(b, s); });
     if (!introduction.isEmpty())
         html += QStringLiteral("<p><b>%1</b> %2</p>").arg(tr("Introduction:"), introduction.toHtmlEscaped());
     html += QStringLiteral("<table cellspacing=\"4\">");
-    const auto row = [&html](const QString& label, const QString& value) {
-        html += QStringLiteral("<tr><td><b>%1</b></td><td>%2</td></tr>").arg(label, value);
-    };
+    const auto row = [&html](const QString& label, const QString& value)
+    { html += QStringLiteral("<tr><td><b>%1</b></td><td>%2</td></tr>").arg(label, value); };
     row(tr("Kind:"), workflow->IsTemplate() ? tr("template") : tr("workflow"));
     row(tr("Primary product:"), ProductNames(Text(workflow, &Workflow::GetPrimaryProduct)));
     row(tr("Target product:"), ProductNames(Text(workflow, &Workflow::GetTargetProduct)));
@@ -321,8 +328,10 @@ void BrowserWindow::SwitchLanguage()
     Manager()->SetCurrentLocale(Wide(locale));
     // Workflow texts are translated as the files are read, so the catalogue is read again: the
     // same folders, written once with and once without a closing ";".
-    const QString current = ReadText([](WideChar* b, int s) { return Manager()->GetWorkflowSearchPaths(b, s); });
-    const QString reread = current.endsWith(QLatin1Char(';')) ? current.chopped(1) : current + QLatin1Char(';');
+    const QString current =
+        ReadText([](WideChar* b, int s) { return Manager()->GetWorkflowSearchPaths(b, s); });
+    const QString reread =
+        current.endsWith(QLatin1Char(';')) ? current.chopped(1) : current + QLatin1Char(';');
     Manager()->SetWorkflowSearchPaths(Wide(reread));
     RebuildModel();
 }
@@ -332,22 +341,26 @@ void BrowserWindow::FollowExecutions()
     WorkflowNotificationManager* notifications = Manager()->GetNotificationManager();
     if (!notifications)
         return;
-    const auto describe = [](ExecutingWorkflow* running) {
+    const auto describe = [](ExecutingWorkflow* running)
+    {
         Workflow* workflow = running ? running->GetWorkflow() : nullptr;
         return workflow ? Text(workflow, &Workflow::GetName) : tr("a workflow");
     };
     connect(notifications, &WorkflowNotificationManager::WorkflowExecutionBeginning, this,
-            [this, describe](ExecutingWorkflow* running) {
-                m_runStatus->setText(tr("Running: %1").arg(describe(running)));
-            });
+            [this, describe](ExecutingWorkflow* running)
+            { m_runStatus->setText(tr("Running: %1").arg(describe(running))); });
     connect(notifications, &WorkflowNotificationManager::WorkflowExecutionFinished, this,
-            [this, describe](ExecutingWorkflow* running) {
+            [this, describe](ExecutingWorkflow* running)
+            {
                 const int status = running ? running->GetErrorStatus() : 0;
                 const QString message =
-                    running ? ReadText([&](WideChar* b, int s) { return running->GetErrorMessage(b, s); }) : QString();
+                    running ? ReadText([&](WideChar* b, int s) { return running->GetErrorMessage(b, s); })
+                            : QString();
                 QString text = tr("Finished: %1").arg(describe(running));
                 if (status != 0)
-                    text += tr(" (status %1%2)").arg(status).arg(message.isEmpty() ? QString() : QStringLiteral(": ") + message);
+                    text += tr(" (status %1%2)")
+                                .arg(status)
+                                .arg(message.isEmpty() ? QString() : QStringLiteral(": ") + message);
                 m_runStatus->setText(text);
             });
 }

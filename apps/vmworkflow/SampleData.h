@@ -15,8 +15,8 @@ namespace VmWorkflowTool {
 
 inline QString SampleDataFolder()
 {
-    const QString installed = QDir(QCoreApplication::applicationDirPath())
-                                  .absoluteFilePath(QStringLiteral("../share/vmworkflow"));
+    const QString installed =
+        QDir(QCoreApplication::applicationDirPath()).absoluteFilePath(QStringLiteral("../share/vmworkflow"));
     if (QFileInfo(installed).isDir())
         return QDir::cleanPath(installed);
     return QStringLiteral(VMWF_SOURCE_SHARE_DIR);

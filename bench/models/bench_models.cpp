@@ -59,7 +59,8 @@ bool SetUpEnvironment(const QString& root)
     qputenv("XDG_DATA_DIRS", QFile::encodeName(root + QStringLiteral("/datadirs")));
     qputenv("XDG_RUNTIME_DIR", QFile::encodeName(root + QStringLiteral("/runtime")));
     QDir().mkpath(root + QStringLiteral("/runtime"));
-    QFile::setPermissions(root + QStringLiteral("/runtime"), QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
+    QFile::setPermissions(root + QStringLiteral("/runtime"),
+                          QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
     const QString products = root + QStringLiteral("/products");
     return Write(products + QStringLiteral("/Products.xml"),
                  "<Products>"
@@ -80,8 +81,9 @@ void AddWorkflows(int count)
 {
     const QStringList products = {QStringLiteral("alpha"), QStringLiteral("beta"), QStringLiteral("gamma"),
                                   QStringLiteral("delta")};
-    const QStringList required = {QStringLiteral("alpha"), QStringLiteral("beta"), QStringLiteral("alpha & gamma"),
-                                  QStringLiteral("(alpha | beta) & delta"), QStringLiteral("gamma | delta")};
+    const QStringList required = {QStringLiteral("alpha"), QStringLiteral("beta"),
+                                  QStringLiteral("alpha & gamma"), QStringLiteral("(alpha | beta) & delta"),
+                                  QStringLiteral("gamma | delta")};
     for (int i = 0; i < count; ++i)
     {
         auto* workflow = new Workflow;
@@ -159,12 +161,15 @@ int main(int argc, char** argv)
     WorkflowManager::GetInstance()->SetHostApplicationContext(&host);
     // Load the (empty) catalogue first, so that no later scan replaces what is added below.
     QDir().mkpath(root.path() + QStringLiteral("/workflows"));
-    WorkflowManager::GetInstance()->GetImp()->SetWorkflowSearchPaths(root.path() + QStringLiteral("/workflows"));
+    WorkflowManager::GetInstance()->GetImp()->SetWorkflowSearchPaths(root.path() +
+                                                                     QStringLiteral("/workflows"));
     AddWorkflows(count);
 
-    const Figures given = Measure(QStringLiteral("IsExecutable=true"), QStringLiteral("TargetProduct:1,Name:0"));
-    std::printf("%d workflows, filter \"IsExecutable=true\", sort \"TargetProduct:1,Name:0\": %d rows shown\n",
-                count, given.rows);
+    const Figures given =
+        Measure(QStringLiteral("IsExecutable=true"), QStringLiteral("TargetProduct:1,Name:0"));
+    std::printf(
+        "%d workflows, filter \"IsExecutable=true\", sort \"TargetProduct:1,Name:0\": %d rows shown\n", count,
+        given.rows);
     std::printf("  first full filter and sort:        %8.2f ms\n", given.firstMs);
     std::printf("  re-filter after WorkflowModified:  %8.3f ms median, %.3f ms worst of 200\n",
                 given.modifiedMedianMs, given.modifiedWorstMs);

@@ -24,8 +24,8 @@ QString CurrentProductId(HostApplicationContext* context)
 
 } // namespace
 
-WorkflowListProxyModel::WorkflowListProxyModel(const WorkflowFilterMap& filters, const WorkflowSortMap& sortKeys,
-                                               QObject* parent)
+WorkflowListProxyModel::WorkflowListProxyModel(const WorkflowFilterMap& filters,
+                                               const WorkflowSortMap& sortKeys, QObject* parent)
     : QSortFilterProxyModel(parent), m_filters(filters), m_sortKeys(sortKeys)
 {
     setSortCaseSensitivity(Qt::CaseInsensitive);
@@ -117,7 +117,8 @@ bool WorkflowListProxyModel::lessThan(const QModelIndex& left, const QModelIndex
 
     const WorkflowFields& x = a->GetImp()->Fields();
     const WorkflowFields& y = b->GetImp()->Fields();
-    const int targets = QString::localeAwareCompare(DisplayNames(x.TargetProduct), DisplayNames(y.TargetProduct));
+    const int targets =
+        QString::localeAwareCompare(DisplayNames(x.TargetProduct), DisplayNames(y.TargetProduct));
     if (targets != 0)
         return targets < 0;
     if (x.IsTemplate != y.IsTemplate)

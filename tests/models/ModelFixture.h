@@ -68,12 +68,15 @@ inline bool WriteSampleCatalogue(const QString& folder)
     if (!image.save(folder + QStringLiteral("/images/report16.png")))
         return false;
     const QByteArray templates =
-        WorkflowElement(R"(Id="T1" IsTemplate="True" Name="Report" PrimaryProduct="prodA" TargetProduct="prodA:2016" )"
-                        R"(RequiredProducts="prodA" TemplateImage="images/report16.png|images/report32.png")") +
-        WorkflowElement(R"(Id="T2" IsTemplate="True" Name="Export" PrimaryProduct="prodB" TargetProduct="prodB:2017" )"
-                        R"(RequiredProducts="prodB")") +
-        WorkflowElement(R"(Id="T3" IsTemplate="True" Name="Archive" PrimaryProduct="prodA" TargetProduct="prodC:2015" )"
-                        R"(RequiredProducts="prodC,prodA")");
+        WorkflowElement(
+            R"(Id="T1" IsTemplate="True" Name="Report" PrimaryProduct="prodA" TargetProduct="prodA:2016" )"
+            R"(RequiredProducts="prodA" TemplateImage="images/report16.png|images/report32.png")") +
+        WorkflowElement(
+            R"(Id="T2" IsTemplate="True" Name="Export" PrimaryProduct="prodB" TargetProduct="prodB:2017" )"
+            R"(RequiredProducts="prodB")") +
+        WorkflowElement(
+            R"(Id="T3" IsTemplate="True" Name="Archive" PrimaryProduct="prodA" TargetProduct="prodC:2015" )"
+            R"(RequiredProducts="prodC,prodA")");
     const QByteArray workflows =
         WorkflowElement(R"(Id="W1" IsTemplate="False" TemplateId="T1" Name="Monthly" PrimaryProduct="prodA" )"
                         R"(TargetProduct="prodA:2016" RequiredProducts="prodA")") +

@@ -71,15 +71,18 @@ private slots:
         QVERIFY(QTest::qWaitForWindowExposed(&window));
         QTest::keyClicks(window.FilterField(), QStringLiteral("IsTemplate=true"));
         QCOMPARE(window.FilterField()->text(), QStringLiteral("IsTemplate=true"));
-        QCOMPARE(window.VisibleNames(), Strings({"Monthly report", "Data export", "Legacy import", "Peer review"}));
+        QCOMPARE(window.VisibleNames(),
+                 Strings({"Monthly report", "Data export", "Legacy import", "Peer review"}));
         QCOMPARE(window.WorkflowList()->model()->rowCount(), 4);
 
         QVERIFY(window.SelectByName(QStringLiteral("Data export")));
         const QString details = window.Details()->toPlainText();
-        QVERIFY2(details.contains(QStringLiteral("Exports the selected data for the partner system.")), qPrintable(details));
+        QVERIFY2(details.contains(QStringLiteral("Exports the selected data for the partner system.")),
+                 qPrintable(details));
         QVERIFY2(details.contains(QStringLiteral("Choose the data, then the format.")), qPrintable(details));
         QVERIFY2(details.contains(QStringLiteral("Beta Ledger (beta)")), qPrintable(details));
-        QVERIFY2(details.contains(QStringLiteral("Target product:\nBeta Ledger (beta:2017)")), qPrintable(details));
+        QVERIFY2(details.contains(QStringLiteral("Target product:\nBeta Ledger (beta:2017)")),
+                 qPrintable(details));
         QVERIFY2(details.contains(QStringLiteral("Required products:\nalpha & beta")), qPrintable(details));
         QVERIFY2(details.contains(QStringLiteral("Requires:\nAlpha and Beta")), qPrintable(details));
         QVERIFY2(details.contains(QStringLiteral("Read-only:\nyes")), qPrintable(details));
@@ -111,9 +114,11 @@ private slots:
         BrowserWindow window;
         QTest::keyClicks(window.FilterField(), QStringLiteral("IsTemplate=true"));
         window.SortChoice()->setCurrentIndex(window.SortChoice()->findData(QStringLiteral("Name:1")));
-        QCOMPARE(window.VisibleNames(), Strings({"Peer review", "Monthly report", "Legacy import", "Data export"}));
+        QCOMPARE(window.VisibleNames(),
+                 Strings({"Peer review", "Monthly report", "Legacy import", "Data export"}));
         window.SortChoice()->setCurrentIndex(window.SortChoice()->findData(QStringLiteral("Name:0")));
-        QCOMPARE(window.VisibleNames(), Strings({"Data export", "Legacy import", "Monthly report", "Peer review"}));
+        QCOMPARE(window.VisibleNames(),
+                 Strings({"Data export", "Legacy import", "Monthly report", "Peer review"}));
     }
 
     void otherProductShowsItsWorkflows()
@@ -162,7 +167,8 @@ private slots:
         QTemporaryDir empty;
         BrowserWindow window(empty.path());
         QVERIFY(!window.Notice()->isHidden());
-        QVERIFY(window.Notice()->text().contains(QStringLiteral("No workflows were found on the search paths")));
+        QVERIFY(
+            window.Notice()->text().contains(QStringLiteral("No workflows were found on the search paths")));
         QVERIFY(window.Notice()->text().contains(empty.path()));
         QCOMPARE(window.VisibleNames(), QStringList());
     }

@@ -167,7 +167,8 @@ private slots:
             QCOMPARE(inserted.at(i).at(2).toInt(), i);
         }
         QCOMPARE(model->rowCount(), 6);
-        QCOMPARE(ProxyIds(watched.proxy.get()), Strings({"T2", "T3", "T1"})); // target names: Alpha, Mike, Zulu
+        QCOMPARE(ProxyIds(watched.proxy.get()),
+                 Strings({"T2", "T3", "T1"})); // target names: Alpha, Mike, Zulu
         Manager()->SetHostApplicationContext(nullptr);
     }
 
@@ -184,9 +185,10 @@ private slots:
         QSignalSpy reset(model, &QAbstractItemModel::modelReset);
         QSignalSpy removed(model, &QAbstractItemModel::rowsRemoved);
         // A second folder whose workflow has no template: the rescan drops it again.
-        QVERIFY(WriteFile(Folder(QStringLiteral("two/c.workflow")),
-                          WorkflowDocument(WorkflowElement(R"(Id="Lost" IsTemplate="False" TemplateId="Gone")") +
-                                           WorkflowElement(R"(Id="W4" IsTemplate="False" TemplateId="T2" Name="Alpha")"))));
+        QVERIFY(WriteFile(
+            Folder(QStringLiteral("two/c.workflow")),
+            WorkflowDocument(WorkflowElement(R"(Id="Lost" IsTemplate="False" TemplateId="Gone")") +
+                             WorkflowElement(R"(Id="W4" IsTemplate="False" TemplateId="T2" Name="Alpha")"))));
         SetSearchPaths(Folder(QStringLiteral("one")) + QLatin1Char(';') + Folder(QStringLiteral("two")));
         QCOMPARE(aboutToReset.count(), 1);
         QCOMPARE(reset.count(), 1);
@@ -300,7 +302,8 @@ private slots:
     void deletionOfAnUnwritableFileLeavesTheRemovalOpen()
     {
         SetSearchPaths(Folder(QStringLiteral("one")));
-        std::unique_ptr<QSortFilterProxyModel> proxy(WorkflowPrivate::GetWorkflowListModel(QString(), QString()));
+        std::unique_ptr<QSortFilterProxyModel> proxy(
+            WorkflowPrivate::GetWorkflowListModel(QString(), QString()));
         auto* model = proxy->sourceModel();
         QSignalSpy aboutToRemove(model, &QAbstractItemModel::rowsAboutToBeRemoved);
         QSignalSpy removed(model, &QAbstractItemModel::rowsRemoved);

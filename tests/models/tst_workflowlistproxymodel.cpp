@@ -144,7 +144,8 @@ private slots:
         auto proxy = Proxy(QStringLiteral("IsTemplate=true,IsTemplate=false"), QString());
         QCOMPARE(proxy->Filters().size(), 1);
         QCOMPARE(proxy->Filters().value(QStringLiteral("IsTemplate")), QStringLiteral("false"));
-        auto required = Proxy(QStringLiteral("RequiredProduct=prodA,RequiredProduct=prodB"), QStringLiteral("Name:0"));
+        auto required =
+            Proxy(QStringLiteral("RequiredProduct=prodA,RequiredProduct=prodB"), QStringLiteral("Name:0"));
         QCOMPARE(ProxyIds(*required), Strings({"W2", "T2"}));
     }
 
@@ -176,7 +177,7 @@ private slots:
         QVERIFY(!proxy.lessThan(t1b, t1));
         // Rows that differ in a key are ordered one way only.
         const QModelIndex w3 = model.index(5, 0); // "Report", not a template
-        QVERIFY(proxy.lessThan(w3, t1)); // IsTemplate descending: the non-template first
+        QVERIFY(proxy.lessThan(w3, t1));          // IsTemplate descending: the non-template first
         QVERIFY(!proxy.lessThan(t1, w3));
     }
 
@@ -205,25 +206,24 @@ private slots:
         QTest::addColumn<QStringList>("filterEntries");
         QTest::addColumn<QStringList>("sortEntries");
         QTest::newRow("empty") << QString() << QString() << QStringList() << QStringList();
-        QTest::newRow("only separators") << QStringLiteral(",,,") << QStringLiteral(",,") << QStringList()
-                                         << QStringList();
+        QTest::newRow("only separators")
+            << QStringLiteral(",,,") << QStringLiteral(",,") << QStringList() << QStringList();
         // "=" splits into no pieces at all; ":" into two empty ones, which make an (unknown) empty key.
         QTest::newRow("only inner separators")
             << QStringLiteral("=,=,") << QStringLiteral(":,:,:") << QStringList() << Strings({"=asc"});
         QTest::newRow("trimmed") << QStringLiteral(" IsTemplate = true ,") << QStringLiteral(" Name : 1 ")
                                  << Strings({"IsTemplate=true"}) << Strings({"Name=desc"});
         QTest::newRow("not a number reads as ascending")
-            << QString() << QStringLiteral("Name:abc,IsTemplate:,TargetProduct:0x1")
-            << QStringList() << Strings({"IsTemplate=asc", "Name=asc", "TargetProduct=asc"});
+            << QString() << QStringLiteral("Name:abc,IsTemplate:,TargetProduct:0x1") << QStringList()
+            << Strings({"IsTemplate=asc", "Name=asc", "TargetProduct=asc"});
         QTest::newRow("any other number is descending")
             << QString() << QStringLiteral("Name:-3,IsTemplate:7") << QStringList()
             << Strings({"IsTemplate=desc", "Name=desc"});
         QTest::newRow("extra pieces are dropped")
             << QStringLiteral("a=b=c,IsTemplate") << QStringLiteral("Name,Name:1:2") << QStringList()
             << QStringList();
-        QTest::newRow("unknown keys are kept")
-            << QStringLiteral("Colour=red") << QStringLiteral("Colour:1")
-            << Strings({"Colour=red"}) << Strings({"Colour=desc"});
+        QTest::newRow("unknown keys are kept") << QStringLiteral("Colour=red") << QStringLiteral("Colour:1")
+                                               << Strings({"Colour=red"}) << Strings({"Colour=desc"});
     }
     void textsAreParsedIntoMaps()
     {
@@ -265,13 +265,15 @@ private slots:
         QStringList sortItems;
         for (int i = 0; i < 10000; ++i)
         {
-            filterItems << QStringLiteral("IsTemplate=%1").arg(i % 2 ? QStringLiteral("true") : QStringLiteral("false"));
+            filterItems << QStringLiteral("IsTemplate=%1")
+                               .arg(i % 2 ? QStringLiteral("true") : QStringLiteral("false"));
             sortItems << QStringLiteral("Unknown%1:%2").arg(i).arg(i % 2);
         }
         sortItems << QStringLiteral("Name:1");
         auto proxy = Proxy(filterItems.join(QLatin1Char(',')), sortItems.join(QLatin1Char(',')));
         QCOMPARE(proxy->Filters().size(), 1);
-        QCOMPARE(proxy->Filters().value(QStringLiteral("IsTemplate")), QStringLiteral("true")); // the last one
+        QCOMPARE(proxy->Filters().value(QStringLiteral("IsTemplate")),
+                 QStringLiteral("true")); // the last one
         QCOMPARE(proxy->SortKeys().size(), 10001);
         QCOMPARE(ProxyIds(*proxy), Strings({"T1", "T2", "T3"}));
     }
@@ -282,16 +284,16 @@ private slots:
         for (int i = 0; i < 10000; ++i)
         {
             const QString name = QStringLiteral("Flow %1").arg((i * 7919) % 10000, 5, 10, QLatin1Char('0'));
-            AddTemplate(QStringLiteral("Many%1").arg(i), name, i % 3 ? QStringLiteral("prodA") : QStringLiteral("prodB"));
+            AddTemplate(QStringLiteral("Many%1").arg(i), name,
+                        i % 3 ? QStringLiteral("prodA") : QStringLiteral("prodB"));
             if (i % 3 == 0)
                 names << name;
         }
         auto proxy = Proxy(QStringLiteral("PrimaryProduct=prodB,IsTemplate=true"), QStringLiteral("Name:1"));
         QAbstractItemModelTester tester(proxy.get(), QAbstractItemModelTester::FailureReportingMode::Fatal);
         names << QStringLiteral("Export");
-        std::sort(names.begin(), names.end(), [](const QString& a, const QString& b) {
-            return QString::localeAwareCompare(a, b) > 0;
-        });
+        std::sort(names.begin(), names.end(),
+                  [](const QString& a, const QString& b) { return QString::localeAwareCompare(a, b) > 0; });
         QCOMPARE(proxy->rowCount(), int(names.size()));
         for (int row = 0; row < proxy->rowCount(); ++row)
             QCOMPARE(proxy->data(proxy->index(row, 0)).toString(), names.at(row));
