@@ -3,6 +3,7 @@
 // Exit status: 0 when the action succeeded, 1 when it failed, 2 for a bad command line.
 
 #include "RunCommands.h"
+#include "SampleData.h"
 #include "WorkflowText.h"
 
 #include <VmWorkflowCore/Workflow.h>
@@ -26,6 +27,7 @@
 #include <vector>
 
 using namespace Velmora::WorkflowCore;
+using VmWorkflowTool::DefaultSearchPaths;
 using VmWorkflowTool::ReadText;
 using VmWorkflowTool::Wide;
 
@@ -55,22 +57,6 @@ int Fail(ExitStatus status, const QString& sentence)
     QTextStream err(stderr);
     err << QCoreApplication::applicationName() << ": " << sentence << '\n';
     return status;
-}
-
-// The sample data that ships with the tool: beside an installed tool, else in the source tree.
-QString SampleDataFolder()
-{
-    const QString installed = QDir(QCoreApplication::applicationDirPath())
-                                  .absoluteFilePath(QStringLiteral("../share/vmworkflow"));
-    if (QFileInfo(installed).isDir())
-        return QDir::cleanPath(installed);
-    return QStringLiteral(VMWF_SOURCE_SHARE_DIR);
-}
-
-QString DefaultSearchPaths()
-{
-    const QString samples = SampleDataFolder() + QStringLiteral("/workflows");
-    return samples + QStringLiteral("/templates;") + samples + QStringLiteral("/user");
 }
 
 bool KnownKey(const QStringList& keys, const QString& key)
@@ -440,14 +426,7 @@ int main(int argc, char** argv)
     }
 
     if (!parser.isSet(searchPaths))
-    {
-        // The sample workflows come with sample products "installed" through their hub manifests.
-        QByteArray applications = QFile::encodeName(SampleDataFolder() + QStringLiteral("/applications"));
-        const QByteArray configured = qgetenv("VELMORA_APPLICATIONS_PATH");
-        if (!configured.isEmpty())
-            applications += QDir::listSeparator().toLatin1() + configured;
-        qputenv("VELMORA_APPLICATIONS_PATH", applications);
-    }
+        VmWorkflowTool::UseSampleApplications();
 
     WorkflowManager::Initialize();
     WorkflowManager* manager = WorkflowManager::GetInstance();

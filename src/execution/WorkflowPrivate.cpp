@@ -2,6 +2,8 @@
 
 #include "execution/ExecutingRegistry.h"
 #include "manager/WorkflowManagerImp.h"
+#include "models/WorkflowListModel.h"
+#include "models/WorkflowListProxyModel.h"
 #include "notification/WorkflowNotificationManagerImp.h"
 #include "workflow/WorkflowArgumentsImp.h"
 #include "workflow/WorkflowImp.h"
@@ -171,9 +173,10 @@ WorkflowExecutor* WorkflowPrivate::GetWorkflowExecuteHandler(Workflow* workflow)
 
 QSortFilterProxyModel* WorkflowPrivate::GetWorkflowListModel(const QString& filter, const QString& sort)
 {
-    Q_UNUSED(filter);
-    Q_UNUSED(sort);
-    return nullptr;
+    auto* proxy = new WorkflowListProxyModel(ParseFilterText(filter), ParseSortText(sort));
+    // The list model has no parent; the caller's proxy destroys it.
+    proxy->AdoptSourceModel(new WorkflowListModel);
+    return proxy;
 }
 
 } // namespace Velmora::WorkflowCore

@@ -110,6 +110,9 @@ QString IndexKey(const QString& text)
 
 void WorkflowManagerImp::EmptyCatalogue()
 {
+    const bool announce = !m_catalogue.isEmpty();
+    if (announce)
+        emit CatalogueAboutToBeEmptied();
     const QList<Workflow*> workflows = m_catalogue;
     m_catalogue = QList<Workflow*>();
     m_catalogueLoaded = false;
@@ -120,6 +123,8 @@ void WorkflowManagerImp::EmptyCatalogue()
     // Every template remembers its introduction choice as it goes: one rewrite of the file.
     WorkflowSettingsBatch batch;
     qDeleteAll(workflows);
+    if (announce)
+        emit CatalogueEmptied();
 }
 
 void WorkflowManagerImp::ScanCatalogue()

@@ -88,6 +88,10 @@ Q_SIGNALS:
     void WorkflowInserted(int count);
     void WorkflowRemoved(int index);
     void WorkflowModified(int index);
+    // Around the emptying of a catalogue that holds workflows, by a rescan or the manager's end:
+    // the per-row signals say nothing of it, so views start over.
+    void CatalogueAboutToBeEmptied();
+    void CatalogueEmptied();
 
 private:
     void ReadWorkflowFile(const QString& path);

@@ -64,11 +64,14 @@ private slots:
             if (meta.method(i).methodType() == QMetaMethod::Signal)
                 signatures << QString::fromLatin1(meta.method(i).methodSignature());
         }
+        // The five per-row signals in their order, then the pair around emptying the catalogue.
         QCOMPARE(signatures, QStringList({QStringLiteral("WorkflowAboutToBeInserted(int)"),
                                           QStringLiteral("WorkflowAboutToBeRemoved(int)"),
                                           QStringLiteral("WorkflowInserted(int)"),
                                           QStringLiteral("WorkflowRemoved(int)"),
-                                          QStringLiteral("WorkflowModified(int)")}));
+                                          QStringLiteral("WorkflowModified(int)"),
+                                          QStringLiteral("CatalogueAboutToBeEmptied()"),
+                                          QStringLiteral("CatalogueEmptied()")}));
     }
 
     void userWorkflowFolderIsUnderApplicationData()
