@@ -6,6 +6,7 @@
 #include <VmWorkflowCore/WorkflowPlugin.h>
 #include <VmWorkflowCore/WorkflowPrivate.h>
 
+#include "execution/ExecutingRegistry.h"
 #include "execution/Plugin.h"
 #include "manager/WorkflowManagerImp.h"
 #include "workflow/WorkflowImp.h"
@@ -20,6 +21,7 @@
 
 #include <sys/stat.h>
 #include <sys/types.h>
+#include <unistd.h>
 
 using namespace Velmora::WorkflowCore;
 using namespace VmWorkflowTest;
@@ -406,6 +408,34 @@ private slots:
 
         // The plug-in has no say: it is not even loaded.
         QCOMPARE(Count(QStringLiteral("load")), 0);
+    }
+
+    void unfinishedLaunchOfThisProcessBlocksExecution()
+    {
+        const int self = static_cast<int>(QCoreApplication::applicationPid());
+        const int parent = static_cast<int>(::getppid());
+        auto mine = MakeWorkflow(kCounting, QStringLiteral("Id_Mine"));
+        auto theirs = MakeWorkflow(kCounting, QStringLiteral("Id_Theirs"));
+        QVERIFY(WorkflowPrivate::CanExecuteWorkflow(mine.get()));
+
+        // A run another process launched does not count.
+        QVERIFY(Imp()->Registry()->Add(theirs.get(), self, parent));
+        QVERIFY(WorkflowPrivate::CanExecuteWorkflow(mine.get()));
+
+        // A run this process launched and whose host still runs does.
+        QVERIFY(Imp()->Registry()->Add(mine.get(), self, self));
+        QVERIFY(!WorkflowPrivate::CanExecuteWorkflow(mine.get()));
+        QVERIFY(!WorkflowPrivate::CanExecuteWorkflow(theirs.get()));
+
+        // Once it has finished, the next launch is free again.
+        QVERIFY(Imp()->Registry()->SetExitStatus(mine.get(), 5, QStringLiteral("done")));
+        QVERIFY(WorkflowPrivate::CanExecuteWorkflow(mine.get()));
+
+        // A refusing context still wins over an empty registry.
+        Context refusing(false);
+        Imp()->SetHostApplicationContext(&refusing);
+        QVERIFY(!WorkflowPrivate::CanExecuteWorkflow(mine.get()));
+        Imp()->SetHostApplicationContext(nullptr);
     }
 };
 
