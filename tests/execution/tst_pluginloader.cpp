@@ -107,7 +107,8 @@ private:
     {
         const QString wanted = path.isEmpty() ? QString() : QFileInfo(path).canonicalFilePath();
         int count = 0;
-        const QStringList lines = QString::fromUtf8(ReadFile(Log())).split(QLatin1Char('\n'), Qt::SkipEmptyParts);
+        const QStringList lines =
+            QString::fromUtf8(ReadFile(Log())).split(QLatin1Char('\n'), Qt::SkipEmptyParts);
         for (const QString& line : lines)
         {
             const QString lineEvent = line.section(QLatin1Char(' '), 0, 0);
@@ -132,8 +133,8 @@ private slots:
         // A missing folder and empty parts around the one that exists. The settings file needs the
         // quotes: an unquoted ";" would start a comment there.
         QVERIFY(WriteFile(m_env.ConfigDirs() + QStringLiteral("/Velmora/Workflow/2017.conf"),
-                          "[General]\nWorkflowPluginSearchPaths=\"" + QFile::encodeName(m_env.Root()) + "/missing;;" +
-                              QFile::encodeName(MachineFolder()) + ";\"\n"));
+                          "[General]\nWorkflowPluginSearchPaths=\"" + QFile::encodeName(m_env.Root()) +
+                              "/missing;;" + QFile::encodeName(MachineFolder()) + ";\"\n"));
     }
 
     void init()
@@ -157,7 +158,8 @@ private slots:
         QTest::addColumn<bool>("inConfigured");
         QTest::addColumn<bool>("inMachine");
         QTest::addColumn<QString>("expectedFolder");
-        QTest::newRow("configured before machine and application") << true << true << QStringLiteral("configured");
+        QTest::newRow("configured before machine and application")
+            << true << true << QStringLiteral("configured");
         QTest::newRow("configured before application") << true << false << QStringLiteral("configured");
         QTest::newRow("machine before application") << false << true << QStringLiteral("machine");
         QTest::newRow("application last") << false << false << QStringLiteral("application");
@@ -174,11 +176,12 @@ private slots:
         if (inMachine)
             QVERIFY(CopyPlugin(kCounting, MachineFolder() + QLatin1Char('/') + kCounting));
         // A configured folder without the file comes first and is passed over.
-        Imp()->SetWorkflowPluginSearchPaths(QStringLiteral(";%1;;%2;").arg(Folder(QStringLiteral("empty")), configured));
+        Imp()->SetWorkflowPluginSearchPaths(
+            QStringLiteral(";%1;;%2;").arg(Folder(QStringLiteral("empty")), configured));
 
         const QString folder = expectedFolder == QLatin1String("configured") ? configured
-                               : expectedFolder == QLatin1String("machine") ? MachineFolder()
-                                                                           : ApplicationFolder();
+                               : expectedFolder == QLatin1String("machine")  ? MachineFolder()
+                                                                             : ApplicationFolder();
         auto workflow = MakeWorkflow(kCounting);
         Plugin* plugin = Imp()->PluginFor(workflow.get());
         QVERIFY(plugin);
