@@ -5,6 +5,7 @@
 #include <QCoreApplication>
 #include <QCryptographicHash>
 #include <QFileInfo>
+#include <QTimeZone>
 
 namespace Velmora::WorkflowCore {
 
@@ -89,6 +90,27 @@ int MatchingParenthesis(const QString& text, int position)
 QString DigestText(const QString& text)
 {
     return QString::fromLatin1(QCryptographicHash::hash(text.toUtf8(), QCryptographicHash::Md5).toHex());
+}
+
+QDateTime DateFromUtcText(const QString& text)
+{
+    const QString trimmed = text.trimmed();
+    if (trimmed.isEmpty())
+        return QDateTime();
+    QDateTime value = QDateTime::fromString(trimmed, Qt::ISODate);
+    if (value.timeSpec() == Qt::LocalTime)
+        value = QDateTime::fromString(trimmed + QLatin1Char('Z'), Qt::ISODate);
+    else if (value.isValid())
+        value = QDateTime(value.date(), value.time(), QTimeZone::utc());
+    return value.isValid() ? value.toLocalTime() : QDateTime();
+}
+
+QString UtcTextFromDate(const QDateTime& date)
+{
+    if (!date.isValid())
+        return QString();
+    const QDateTime written = date.timeSpec() == Qt::LocalTime ? date.toUTC() : date;
+    return written.toString(QStringLiteral("yyyy-MM-ddTHH:mm:ss"));
 }
 
 QStringList SplitSearchPaths(const QString& searchPaths)

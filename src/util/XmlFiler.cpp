@@ -1,5 +1,6 @@
 #include "XmlFiler.h"
 
+#include "FileUtil.h"
 #include "XlfCatalog.h"
 
 #include <QFile>
@@ -251,12 +252,9 @@ QDateTime XmlFiler::GetDateTimeAttribute(const QString& name, const QDateTime& d
     const QString text = element.attribute(name);
     if (text.isEmpty())
         return defaultValue;
-    QDateTime value = QDateTime::fromString(text, Qt::ISODate);
-    if (!value.isValid())
-        return defaultValue;
     // The written time is UTC whatever offset the text carries; readers see it in local time.
-    value.setTimeZone(QTimeZone::utc());
-    return value.toLocalTime();
+    const QDateTime value = DateFromUtcText(text);
+    return value.isValid() ? value : defaultValue;
 }
 
 bool XmlFiler::SetAttribute(const QString& name, const QString& value)
