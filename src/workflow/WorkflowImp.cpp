@@ -10,6 +10,7 @@
 #include <QUuid>
 
 #include <cstdlib>
+#include <limits>
 
 namespace Velmora::WorkflowCore {
 
@@ -108,7 +109,13 @@ unsigned int WorkflowImp::ToInterfaceDate(const QDateTime& date)
 {
     if (!date.isValid())
         return 0;
-    return static_cast<unsigned int>(date.toSecsSinceEpoch());
+    // Dates before 1970 or after 2106-02-07T06:28:15 UTC have no 32-bit form: they stop at the ends.
+    const qint64 seconds = date.toSecsSinceEpoch();
+    if (seconds < 0)
+        return 0;
+    if (seconds > qint64(std::numeric_limits<unsigned int>::max()))
+        return std::numeric_limits<unsigned int>::max();
+    return static_cast<unsigned int>(seconds);
 }
 
 void WorkflowImp::BuildImageTables()

@@ -99,6 +99,29 @@ private slots:
         QCOMPARE(qint64(again.GetCreatedDate()), seconds);
     }
 
+    void datesOutsideTheInterfaceRangeStopAtItsEnds_data()
+    {
+        QTest::addColumn<QString>("text");
+        QTest::addColumn<qint64>("seconds");
+        const qint64 largest = std::numeric_limits<unsigned int>::max();
+        QTest::newRow("minute before epoch") << "1969-12-31T23:59:00" << qint64(0);
+        QTest::newRow("long before") << "1601-01-01T00:00:00" << qint64(0);
+        QTest::newRow("last second") << "2106-02-07T06:28:15" << largest;
+        QTest::newRow("one second after") << "2106-02-07T06:28:16" << largest;
+        QTest::newRow("far after") << "9999-12-31T23:59:59" << largest;
+    }
+    void datesOutsideTheInterfaceRangeStopAtItsEnds()
+    {
+        QFETCH(QString, text);
+        QFETCH(qint64, seconds);
+        const QString path = m_dir.filePath(QStringLiteral("Range.workflow"));
+        QVERIFY(WriteFile(path, WorkflowDocument(WorkflowElement("Id=\"r\" CreatedDate=\"" + text.toUtf8() + "\""))));
+        Workflow workflow;
+        QVERIFY(workflow.Load(Wide(path), Wide(QString())));
+        QCOMPARE(qint64(workflow.GetCreatedDate()), seconds);
+        QCOMPARE(qint64(workflow.GetLastModifiedDate()), seconds);
+    }
+
     void modificationTimeIsWrittenInUtc()
     {
         const QString path = m_dir.filePath(QStringLiteral("Now.workflow"));
