@@ -331,10 +331,10 @@ bool WorkflowManagerImp::DeleteWorkflow(const QString& id, const QString& source
                 doomed.parentNode().removeChild(doomed);
             anyLeft = !filer.GetDocumentElement().firstChildElement().isNull();
         }
-        if (anyLeft)
-            filer.Save(file);
-        else
-            QFile::remove(QDir::cleanPath(file));
+        // A file that cannot be rewritten or removed still holds the workflow: not deleted.
+        const bool written = anyLeft ? filer.Save(file) : QFile::remove(QDir::cleanPath(file));
+        if (!written)
+            return false;
     }
     m_catalogue.removeAt(index);
     IndexRemove(workflow);

@@ -75,10 +75,18 @@ bool XmlFiler::Save(const QString& path)
     if (m_document.isNull() || m_document.documentElement().isNull())
         return false;
 
-    // Replacing the file by renaming would slip past a file the user made read-only.
+    // A link is never written through: the file it leads to is not the one asked for.
     const QFileInfo existing(path);
+    if (existing.isSymLink())
+        return false;
+    // Replacing the file by renaming would slip past a file the user made read-only.
     if (existing.exists() && !existing.isWritable())
         return false;
+    const bool replacing = existing.exists();
+    // The "user" flags describe the running user, not the file: only owner, group and other count.
+    const QFileDevice::Permissions permissions =
+        replacing ? existing.permissions() & ~(QFileDevice::ReadUser | QFileDevice::WriteUser | QFileDevice::ExeUser)
+                  : QFileDevice::Permissions();
 
     QSaveFile file(path);
     if (!file.open(QIODevice::WriteOnly | QIODevice::Truncate)) {
@@ -89,7 +97,12 @@ bool XmlFiler::Save(const QString& path)
     QTextStream stream(&file);
     m_document.save(stream, kIndent);
     stream.flush();
-    return file.commit();
+    if (!file.commit())
+        return false;
+    // The new file takes the place of the old one with the old one's permissions.
+    if (replacing)
+        QFile::setPermissions(path, permissions);
+    return true;
 }
 
 void XmlFiler::Create(const QString& rootName)

@@ -7,6 +7,7 @@
 #include "workflow/WorkflowSettings.h"
 
 #include <QDir>
+#include <QFileInfo>
 
 namespace Velmora::WorkflowCore {
 
@@ -107,6 +108,26 @@ bool LoadWorkflow(WorkflowImp& record, const QString& file, const QString& id)
         }
     }
     ReadWorkflow(filer, record);
+    return true;
+}
+
+bool MayReplaceWorkflowFile(const QString& target, const QString& id)
+{
+    const QFileInfo info(target);
+    if (info.isSymLink())
+        return false;
+    if (!info.exists())
+        return true;
+    XmlFiler filer(false);
+    if (!filer.Open(target))
+        return false;
+    if (!filer.GoToFirstChild())
+        return true;
+    do
+    {
+        if (filer.GetAttribute(QStringLiteral("Id"), QString()).compare(id, Qt::CaseInsensitive) != 0)
+            return false;
+    } while (filer.GoToNextSibling());
     return true;
 }
 

@@ -179,8 +179,15 @@ bool WorkflowImp::Save()
 {
     if (m.IsTemplate)
         return false;
-    const QString target = QFileInfo(m.SourceFile).absolutePath() + QLatin1Char('/') + SafeFileName(m.Name) +
+    // Without a name the file would be a hidden ".workflow" that no scan reads.
+    const QString fileName = SafeFileName(m.Name);
+    if (fileName.isEmpty())
+        return false;
+    const QString target = QFileInfo(m.SourceFile).absolutePath() + QLatin1Char('/') + fileName +
                            QStringLiteral(".workflow");
+    // A rename onto another workflow's file must not replace that workflow.
+    if (!MayReplaceWorkflowFile(target, m.Id))
+        return false;
     if (!WriteWorkflow(*this, m.Name, target, m.Id))
         return false;
     m.SourceFile = QDir::cleanPath(target);
@@ -207,6 +214,8 @@ bool WorkflowImp::Save(const QString& path)
     const QString newId = QStringLiteral("Id_%1_%2").arg(idPart, QUuid::createUuid().toString(QUuid::WithBraces));
 
     m.CreatedDate = QDateTime::currentDateTime();
+    if (SafeFileName(name).isEmpty() || !MayReplaceWorkflowFile(target, newId))
+        return false;
     if (!WriteWorkflow(*this, name, target, newId))
         return false;
     m.SourceFile = QDir::cleanPath(target);

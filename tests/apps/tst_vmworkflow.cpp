@@ -8,7 +8,11 @@
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QProcess>
+#include <QCryptographicHash>
 #include <QtTest>
+
+#include <sys/stat.h>
+#include <unistd.h>
 
 using namespace VmWorkflowTest;
 
@@ -211,6 +215,44 @@ private slots:
         const Run templ = Tool({QStringLiteral("--search-paths"), folder, QStringLiteral("delete"), QStringLiteral("Tpl")});
         QCOMPARE(templ.status, 1);
         QVERIFY(QFile::exists(folder + QStringLiteral("/t.workflow")));
+    }
+
+    void deleteInAReadOnlyFolderFails()
+    {
+        const QString folder = m_env.Root() + QStringLiteral("/lockeddelete");
+        QVERIFY(WriteFile(folder + QStringLiteral("/t.workflow"), WorkflowDocument(WorkflowElement(R"(Id="LTpl")"))));
+        const QByteArray two = WorkflowDocument(WorkflowElement(R"(Id="LMine" IsTemplate="False" TemplateId="LTpl")") +
+                                                WorkflowElement(R"(Id="LOther" IsTemplate="False" TemplateId="LTpl")"));
+        QVERIFY(WriteFile(folder + QStringLiteral("/u.workflow"), two));
+        const QByteArray one = WorkflowDocument(WorkflowElement(R"(Id="LLast" IsTemplate="False" TemplateId="LTpl")"));
+        QVERIFY(WriteFile(folder + QStringLiteral("/v.workflow"), one));
+        QVERIFY(QFile::setPermissions(folder, QFileDevice::ReadOwner | QFileDevice::ExeOwner | QFileDevice::ReadOther |
+                                                  QFileDevice::ExeOther));
+        // Root writes into read-only folders, so only an ordinary user sees the refusal.
+        const bool privileged = ::geteuid() == 0;
+        // Rewriting a file that keeps another workflow, and removing a file left empty.
+        const Run rewrite =
+            Tool({QStringLiteral("--search-paths"), folder, QStringLiteral("delete"), QStringLiteral("LMine")});
+        const Run remove =
+            Tool({QStringLiteral("--search-paths"), folder, QStringLiteral("delete"), QStringLiteral("LLast")});
+        const QByteArray afterRewrite = ReadFile(folder + QStringLiteral("/u.workflow"));
+        const bool lastKept = QFile::exists(folder + QStringLiteral("/v.workflow"));
+        QFile::setPermissions(folder, QFileDevice::ReadOwner | QFileDevice::WriteOwner | QFileDevice::ExeOwner);
+        if (privileged)
+        {
+            QCOMPARE(rewrite.status, 0);
+            QCOMPARE(remove.status, 0);
+            QVERIFY(!afterRewrite.contains("LMine"));
+            QVERIFY(!lastKept);
+            return;
+        }
+        QCOMPARE(rewrite.status, 1);
+        QVERIFY2(!rewrite.out.contains("deleted"), rewrite.out.constData());
+        QCOMPARE(rewrite.err.count('\n'), 1);
+        QCOMPARE(afterRewrite, two);
+        QCOMPARE(remove.status, 1);
+        QVERIFY(!remove.out.contains("deleted"));
+        QVERIFY(lastKept);
     }
 
     void listSaysWhichSamplesRunHere()
