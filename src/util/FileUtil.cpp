@@ -52,7 +52,8 @@ QStringList FindFiles(const QString& path, const QString& patterns, QDir::Filter
             const QString subPath = QDir::cleanPath(sub.absoluteFilePath());
             if (wantsFolders)
                 found << subPath;
-            found << FindFiles(subPath, patterns.isEmpty() ? QStringLiteral("*") : patterns, filters, sort, true);
+            // The same name filters below: for a file path that is the file's own name alone.
+            found << FindFiles(subPath, nameFilters.join(QLatin1Char('|')), filters, sort, true);
         }
     }
     return found;
