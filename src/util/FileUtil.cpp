@@ -73,6 +73,24 @@ QString ApplicationDataFolder()
     return folder.isEmpty() ? QString() : QDir::cleanPath(folder);
 }
 
+bool MakePrivateFolders(const QString& folder)
+{
+    if (folder.isEmpty())
+        return false;
+    const QFileInfo info(folder);
+    if (info.isDir())
+        return true;
+    if (info.exists() || info.isSymLink())
+        return false;
+    const QString parent = info.absolutePath();
+    if (parent != info.absoluteFilePath() && !MakePrivateFolders(parent))
+        return false;
+    if (!QDir().mkdir(folder) && !QFileInfo(folder).isDir())
+        return false;
+    QFile::setPermissions(folder, QFileDevice::ReadOwner | QFileDevice::WriteOwner | QFileDevice::ExeOwner);
+    return true;
+}
+
 int MatchingParenthesis(const QString& text, int position)
 {
     if (position < 0 || position >= text.size() || text.at(position) != QLatin1Char('('))

@@ -22,6 +22,10 @@ QString ApplicationFolder();
 // The user's roaming application-data folder, cleaned; empty when the platform gives none.
 QString ApplicationDataFolder();
 
+// Creates folder with every missing parent; the folders it makes are private to the user (mode
+// 0700 where the platform has modes). True when the folder exists afterwards.
+bool MakePrivateFolders(const QString& folder);
+
 // The position of the ")" that closes the "(" at position, or -1 when position holds no "(" or
 // the text ends before the parentheses balance.
 int MatchingParenthesis(const QString& text, int position);

@@ -1,6 +1,7 @@
 #include "workflow/WorkflowImp.h"
 
 #include "manager/WorkflowManagerImp.h"
+#include "util/FileUtil.h"
 #include "workflow/WorkflowFile.h"
 #include "workflow/WorkflowSettings.h"
 
@@ -208,7 +209,9 @@ bool WorkflowImp::Save(const QString& path)
     const QString idPart = CamelCaseId(name);
 
     QString folder = Manager() ? Manager()->UserWorkflowFolder() : QString();
-    if (folder.isEmpty() || !(QFileInfo(folder).isDir() || QDir().mkdir(folder)))
+    // A new user's folders are made on the first save; only when that fails does the workflow
+    // stay beside its source.
+    if (folder.isEmpty() || !MakePrivateFolders(folder))
         folder = QFileInfo(m.SourceFile).absolutePath();
     const QString target = folder + QLatin1Char('/') + SafeFileName(name) + QStringLiteral(".workflow");
     const QString newId = QStringLiteral("Id_%1_%2").arg(idPart, QUuid::createUuid().toString(QUuid::WithBraces));

@@ -162,15 +162,43 @@ private slots:
         QVERIFY(F(*templ).Id.startsWith(QStringLiteral("Id_Notes.txt_{")));
     }
 
+    void saveAsOnAFreshProfileCreatesTheUserFolders()
+    {
+        // A new user has neither the data folder nor anything below it.
+        QVERIFY(QDir(m_env.DataHome()).removeRecursively());
+        auto templ = LoadUserWorkflow(QStringLiteral("t4.workflow"), R"(Id="Id_T4" Name="T")");
+        QVERIFY(templ);
+        QVERIFY(templ->Save(Wide(QStringLiteral("First.workflow"))));
+        const QString target = UserFolder() + QStringLiteral("/First.workflow");
+        QCOMPARE(F(*templ).SourceFile, target);
+        QVERIFY(QFile::exists(target));
+        QVERIFY(!QFile::exists(Path(QStringLiteral("First.workflow"))));
+        const QFileDevice::Permissions privateFolder =
+            QFileDevice::ReadOwner | QFileDevice::WriteOwner | QFileDevice::ExeOwner;
+        for (const QString& folder : {m_env.DataHome() + QStringLiteral("/Velmora"), UserFolder()})
+            QCOMPARE(QFile::permissions(folder) & 0x7077, privateFolder & 0x7077);
+
+        // The settings folder likewise.
+        QVERIFY(QDir(m_env.DataHome() + QStringLiteral("/Velmora")).removeRecursively());
+        templ->SetUISetting(Wide(QStringLiteral("Key")), Wide(QStringLiteral("Value")));
+        const QString settingsFolder = m_env.DataHome() + QStringLiteral("/Velmora/WorkflowSettings");
+        QVERIFY(QFile::exists(settingsFolder + QStringLiteral("/WorkflowSettings.xml")));
+        QCOMPARE(ReadText([&](WideChar* b, int n) { return templ->GetUISetting(Wide(QStringLiteral("Key")), b, n); }),
+                 QStringLiteral("Value"));
+        for (const QString& folder : {m_env.DataHome() + QStringLiteral("/Velmora"), settingsFolder})
+            QCOMPARE(QFile::permissions(folder) & 0x7077, privateFolder & 0x7077);
+    }
+
     void saveAsFallsBackToSourceFolderWhenUserFolderCannotBeMade()
     {
-        // Only one folder level is created: without <data>/Velmora the user folder cannot be.
-        QVERIFY(!QFileInfo::exists(m_env.DataHome() + QStringLiteral("/Velmora")));
+        // A file where the vendor folder belongs: the user folder cannot be made below it.
+        QVERIFY(WriteFile(m_env.DataHome() + QStringLiteral("/Velmora"), "in the way"));
         auto templ = LoadUserWorkflow(QStringLiteral("t4.workflow"), R"(Id="Id_T4" Name="T")");
         QVERIFY(templ);
         QVERIFY(templ->Save(Wide(QStringLiteral("Fallback.workflow"))));
         QCOMPARE(F(*templ).SourceFile, Path(QStringLiteral("Fallback.workflow")));
         QVERIFY(QFile::exists(Path(QStringLiteral("Fallback.workflow"))));
+        QVERIFY(QFile::remove(m_env.DataHome() + QStringLiteral("/Velmora")));
     }
 
     void failedSaveAsKeepsRecordButCreatedDate()
