@@ -233,7 +233,7 @@ bool WorkflowImp::Save(const QString& path)
 Workflow* WorkflowImp::FindTemplate() const
 {
     WorkflowManagerImp* manager = Manager();
-    return manager ? manager->FindWorkflow(m.TemplateId, QString()) : nullptr;
+    return manager ? manager->FindWorkflowFor(m_facade, m.TemplateId, QString()) : nullptr;
 }
 
 void WorkflowImp::Reset()
