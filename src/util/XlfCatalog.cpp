@@ -97,6 +97,11 @@ QString FindTranslationFile(const QString& fileName, const QString& locale, cons
 
     const QString localeName =
         locale.isEmpty() ? QLocale::system().name().replace(QLatin1Char('_'), QLatin1Char('-')) : locale;
+    // The locale names a folder below each search path, never a path of its own: "de-DE", "fr",
+    // "sr-Latn-RS", "en_US" are names; "..", "a/b" and anything else are not, and find nothing.
+    static const QRegularExpression localeForm(QStringLiteral("^[A-Za-z]{1,8}([-_][A-Za-z0-9]{1,8})*$"));
+    if (!localeForm.match(localeName).hasMatch())
+        return QString();
 
     const QString relative = QStringLiteral("/%1/%2").arg(localeName, name);
     for (const QString& path : SplitSearchPaths(searchPaths)) {

@@ -255,6 +255,49 @@ private slots:
         QVERIFY(lastKept);
     }
 
+    void localeIsANameNotAPath()
+    {
+        // <root>/loc/a/b is the search path; "../../x" would reach <root>/loc/x.
+        const QString base = m_env.Root() + QStringLiteral("/loc");
+        const QString search = base + QStringLiteral("/a/b");
+        QVERIFY(WriteFile(search + QStringLiteral("/w.workflow"),
+                          WorkflowDocument(WorkflowElement(R"x(Id="Loc" Name="tr(Hello)")x"), "Texts")));
+        const QByteArray xlf = "<xliff><file original=\"w.workflow\"><body><trans-unit id=\"" +
+                               QCryptographicHash::hash("tr(Hello)", QCryptographicHash::Md5).toHex() +
+                               "\"><target>Escaped</target></trans-unit></body></file></xliff>";
+        QVERIFY(WriteFile(base + QStringLiteral("/x/Texts.xlf"), xlf));
+        QVERIFY(WriteFile(search + QStringLiteral("/de-DE/Texts.xlf"),
+                          QByteArray(xlf).replace("Escaped", "Hallo")));
+        const auto name = [&](const QString& locale) {
+            const Run run = Tool({QStringLiteral("--search-paths"), search, QStringLiteral("--locale"), locale,
+                                  QStringLiteral("show"), QStringLiteral("Loc"), QStringLiteral("--json")});
+            return QJsonDocument::fromJson(run.out).object().value(QStringLiteral("name")).toString();
+        };
+        QCOMPARE(name(QStringLiteral("de-DE")), QStringLiteral("Hallo"));
+        QCOMPARE(name(QStringLiteral("../../x")), QStringLiteral("tr(Hello)"));
+        QCOMPARE(name(QStringLiteral("de-DE/../../../x")), QStringLiteral("tr(Hello)"));
+    }
+
+    void plainListCannotForgeLines()
+    {
+        const QString folder = m_env.Root() + QStringLiteral("/forged");
+        QVERIFY(WriteFile(folder + QStringLiteral("/f.workflow"),
+                          WorkflowDocument(WorkflowElement(
+                              R"(Id="Forge&#10;template  runs here        Id_Fake" Name="A&#13;&#10;1 workflow&#x85;&#x2028;end")"))));
+        const Run run = Tool({QStringLiteral("--search-paths"), folder, QStringLiteral("list")});
+        QCOMPARE(run.status, 0);
+        // One line for the workflow and one for the count, and no control character but the ends of line.
+        QCOMPARE(run.out.count('\n'), 2);
+        for (const QChar c : QString::fromUtf8(run.out))
+            QVERIFY2(c == QLatin1Char('\n') || (c.category() != QChar::Other_Control && c.category() != QChar::Separator_Line),
+                     run.out.toPercentEncoding().constData());
+        QVERIFY(run.out.endsWith("\n1 workflow\n"));
+        const QJsonArray rows = ListJson({QStringLiteral("--search-paths"), folder});
+        QCOMPARE(rows.size(), 1);
+        QCOMPARE(rows.at(0).toObject().value(QStringLiteral("name")).toString(),
+                 QString::fromUtf8("A\r\n1 workflow\u0085\u2028end"));
+    }
+
     void listSaysWhichSamplesRunHere()
     {
         // The sample manifests install Alpha 2016.1 and Beta 2017.0, Delta only as 2014.2.
