@@ -59,6 +59,11 @@ QStringList FindFiles(const QString& path, const QString& patterns, QDir::Filter
     return found;
 }
 
+bool IsRegularFile(const QString& path)
+{
+    return !path.isEmpty() && QFileInfo(path).isFile();
+}
+
 QString ApplicationFolder()
 {
     // A host without an application object still has a folder; Qt would only warn and say none.

@@ -16,6 +16,10 @@ namespace Velmora::WorkflowCore {
 QStringList FindFiles(const QString& path, const QString& patterns, QDir::Filters filters = QDir::NoFilter,
                       QDir::SortFlags sort = QDir::NoSort, bool recursive = false);
 
+// Whether path names a regular file (a link is followed). Readers open nothing else: a pipe or a
+// device would block the read or never end.
+bool IsRegularFile(const QString& path);
+
 // The running application's folder, absolute and cleaned.
 QString ApplicationFolder();
 

@@ -106,11 +106,11 @@ QString FindTranslationFile(const QString& fileName, const QString& locale, cons
     const QString relative = QStringLiteral("/%1/%2").arg(localeName, name);
     for (const QString& path : SplitSearchPaths(searchPaths)) {
         const QFileInfo candidate(path + relative);
-        if (candidate.isFile())
+        if (IsRegularFile(candidate.filePath()))
             return candidate.absoluteFilePath();
     }
     const QFileInfo fallback(ApplicationFolder() + relative);
-    if (fallback.isFile())
+    if (IsRegularFile(fallback.filePath()))
         return fallback.absoluteFilePath();
     return QString();
 }

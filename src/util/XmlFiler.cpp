@@ -41,7 +41,7 @@ XmlFiler::XmlFiler(bool translate)
 bool XmlFiler::Open(const QString& path)
 {
     // Only a regular file is a file here: a pipe or a device would block the read or never end.
-    if (path.isEmpty() || !QFileInfo(path).isFile())
+    if (!IsRegularFile(path))
         return false;
 
     QFile file(path);

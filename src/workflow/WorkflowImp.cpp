@@ -8,6 +8,7 @@
 #include <QDir>
 #include <QFileInfo>
 #include <QImage>
+#include <QImageReader>
 #include <QUuid>
 
 #include <cstdlib>
@@ -29,7 +30,14 @@ bool TargetProductIsComplete(const QString& targetProduct)
 
 int ImageWidth(const QString& path)
 {
-    const QImage image(path);
+    // Only a regular file is read: a pipe named as an image would block for ever.
+    if (!IsRegularFile(path))
+        return 0;
+    QImageReader reader(path);
+    const QSize size = reader.size();
+    if (size.isValid())
+        return size.width();
+    const QImage image = reader.read();
     return image.isNull() ? 0 : image.width();
 }
 

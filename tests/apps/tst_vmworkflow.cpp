@@ -38,6 +38,27 @@ Run Tool(const QStringList& arguments)
     return run;
 }
 
+// Like Tool, but a run that does not end within the time is killed and reported as status -2.
+Run ToolWithin(const QStringList& arguments, int milliseconds)
+{
+    QProcess process;
+    process.start(QStringLiteral(VMWF_TOOL), arguments);
+    Run run;
+    if (!process.waitForFinished(milliseconds))
+    {
+        process.kill();
+        process.waitForFinished(10000);
+        run.status = -2;
+        return run;
+    }
+    if (process.exitStatus() != QProcess::NormalExit)
+        return run;
+    run.status = process.exitCode();
+    run.out = process.readAllStandardOutput();
+    run.err = process.readAllStandardError();
+    return run;
+}
+
 QJsonArray ListJson(const QStringList& extra = {})
 {
     const Run run = Tool(QStringList{QStringLiteral("list"), QStringLiteral("--json")} + extra);
@@ -296,6 +317,20 @@ private slots:
         QCOMPARE(rows.size(), 1);
         QCOMPARE(rows.at(0).toObject().value(QStringLiteral("name")).toString(),
                  QString::fromUtf8("A\r\n1 workflow\u0085\u2028end"));
+    }
+
+    void fifoAsImageDoesNotHang()
+    {
+        const QString folder = m_env.Root() + QStringLiteral("/fifoimage");
+        QVERIFY(WriteFile(folder + QStringLiteral("/f.workflow"),
+                          WorkflowDocument(WorkflowElement(R"(Id="Fifo" Name="F" TemplateImage="pipe.png")"))));
+        QVERIFY(::mkfifo(QFile::encodeName(folder + QStringLiteral("/pipe.png")).constData(), 0600) == 0);
+        const Run run = ToolWithin({QStringLiteral("--search-paths"), folder, QStringLiteral("show"),
+                                    QStringLiteral("Fifo"), QStringLiteral("--json")},
+                                   20000);
+        QCOMPARE(run.status, 0);
+        QCOMPARE(QJsonDocument::fromJson(run.out).object().value(QStringLiteral("id")).toString(),
+                 QStringLiteral("Fifo"));
     }
 
     void listSaysWhichSamplesRunHere()

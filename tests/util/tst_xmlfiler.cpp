@@ -4,6 +4,8 @@
 
 #include "FileFixtures.h"
 
+#include <QCoreApplication>
+#include <QProcess>
 #include <QTemporaryDir>
 #include <QTimeZone>
 #include <QtTest>
@@ -501,6 +503,35 @@ private slots:
         withoutCatalogue.SetAttribute(QStringLiteral("Name"), QStringLiteral("tr(Name)"));
         QCOMPARE(withoutCatalogue.GetAttribute(QStringLiteral("Name"), QString()), QStringLiteral("tr(Name)"));
     }
+
+    // A pipe where the machine settings file belongs would block start-up for ever.
+    void fifoInPlaceOfTheMachineSettingsIsNotRead()
+    {
+        const QString child = QCoreApplication::applicationDirPath() + QStringLiteral("/deepxml_child");
+        QVERIFY(QFile::exists(child));
+        QTemporaryDir home;
+        QVERIFY(home.isValid());
+        QVERIFY(QDir().mkpath(home.filePath(QStringLiteral("config/Velmora/Workflow"))));
+        QVERIFY(::mkfifo(QFile::encodeName(home.filePath(QStringLiteral("config/Velmora/Workflow/2015.0.conf"))).constData(),
+                         0600) == 0);
+        QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+        environment.insert(QStringLiteral("XDG_CONFIG_DIRS"), home.filePath(QStringLiteral("config")));
+        environment.insert(QStringLiteral("XDG_DATA_HOME"), home.filePath(QStringLiteral("data")));
+        QProcess process;
+        process.setProcessEnvironment(environment);
+        process.start(child, {QStringLiteral("locate")});
+        const bool finished = process.waitForFinished(20000);
+        if (!finished)
+        {
+            process.kill();
+            process.waitForFinished(10000);
+        }
+        QVERIFY2(finished, "reading the machine settings blocked");
+        QCOMPARE(process.exitCode(), 0);
+        // Nothing was read: the catalogue is looked for at the bare file name.
+        QCOMPARE(process.readAllStandardOutput().trimmed(), QByteArray("/Products.xml"));
+    }
+
 };
 
 QTEST_GUILESS_MAIN(tst_XmlFiler)
