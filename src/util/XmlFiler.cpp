@@ -9,6 +9,7 @@
 #include <QSaveFile>
 #include <QTextStream>
 #include <QTimeZone>
+#include <QXmlStreamReader>
 
 namespace Velmora::WorkflowCore {
 
@@ -29,6 +30,27 @@ bool IsAbsolutePath(const QString& path)
 {
     const QString trimmed = path.trimmed();
     return trimmed.startsWith(QLatin1Char('/')) || trimmed.startsWith(QLatin1Char('\\'));
+}
+
+// No file of the library nests anywhere near this deep. A deeper one is taken as unreadable:
+// building, writing out and destroying the tree all recurse once per level.
+const int kMaxDepth = 512;
+
+// Whether the markup nests no deeper than kMaxDepth; a streaming pass that never recurses.
+bool DepthIsBounded(const QByteArray& markup)
+{
+    QXmlStreamReader reader(markup);
+    int depth = 0;
+    while (!reader.atEnd()) {
+        const QXmlStreamReader::TokenType token = reader.readNext();
+        if (token == QXmlStreamReader::StartElement) {
+            if (++depth > kMaxDepth)
+                return false;
+        } else if (token == QXmlStreamReader::EndElement) {
+            --depth;
+        }
+    }
+    return true;
 }
 
 } // namespace
@@ -53,11 +75,19 @@ bool XmlFiler::Open(const QString& path)
         return false;
     }
 
+    const QByteArray content = file.readAll();
+    file.close();
+    if (!DepthIsBounded(content)) {
+        qCDebug(lcXml).noquote() << QStringLiteral("XmlFiler: %1 nests deeper than %2 elements")
+                                        .arg(path, QString::number(kMaxDepth));
+        return false;
+    }
+
     QDomDocument document;
     QString error;
     int line = 0;
     int column = 0;
-    if (!document.setContent(&file, &error, &line, &column)) {
+    if (!document.setContent(content, &error, &line, &column)) {
         qCDebug(lcXml).noquote() << QStringLiteral("XmlFiler: %1 in %2 at %3:%4")
                                         .arg(error, path, QString::number(line), QString::number(column));
         return false;
@@ -306,8 +336,11 @@ QString XmlFiler::GetInnerXml() const
 
 bool XmlFiler::AppendXml(const QString& fragment)
 {
+    const QString wrapped = QStringLiteral("<Root>") + fragment + QStringLiteral("</Root>");
+    if (!DepthIsBounded(wrapped.toUtf8()))
+        return false;
     QDomDocument wrapper;
-    if (!wrapper.setContent(QStringLiteral("<Root>") + fragment + QStringLiteral("</Root>")))
+    if (!wrapper.setContent(wrapped))
         return false;
     const QDomElement wrapperRoot = wrapper.documentElement();
     if (!wrapperRoot.hasChildNodes())
