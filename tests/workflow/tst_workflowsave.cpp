@@ -209,8 +209,12 @@ private slots:
         auto templ = LoadUserWorkflow(QStringLiteral("locked/t5.workflow"), R"(Id="Id_T5" Name="T5")");
         QVERIFY(templ);
         QFile::setPermissions(Path(QStringLiteral("locked")), QFileDevice::ReadOwner | QFileDevice::ExeOwner);
+        // A file where the vendor folder belongs: the user folder cannot be made, so the save
+        // falls back to the locked source folder.
+        QVERIFY(WriteFile(m_env.DataHome() + QStringLiteral("/Velmora"), "in the way"));
         const QDateTime created = F(*templ).CreatedDate;
         QVERIFY(!templ->Save(Wide(QStringLiteral("New one.workflow"))));
+        QVERIFY(QFile::remove(m_env.DataHome() + QStringLiteral("/Velmora")));
         QFile::setPermissions(Path(QStringLiteral("locked")), QFileDevice::ReadOwner | QFileDevice::WriteOwner |
                                                                   QFileDevice::ExeOwner);
         QCOMPARE(F(*templ).Id, QStringLiteral("Id_T5"));
