@@ -170,6 +170,32 @@ QSet<Workflow*> ExecutableWorkflows(WorkflowManager* manager)
     return executable;
 }
 
+// Texts come from files anyone may write: in the line-based output a control character (a line
+// break, an escape sequence) is shown as an escape, so that no text can forge lines of its own.
+QString Printable(const QString& text)
+{
+    QString result;
+    result.reserve(text.size());
+    for (const QChar c : text)
+    {
+        const QChar::Category category = c.category();
+        if (c == QLatin1Char('\\'))
+            result += QStringLiteral("\\\\");
+        else if (c == QLatin1Char('\n'))
+            result += QStringLiteral("\\n");
+        else if (c == QLatin1Char('\r'))
+            result += QStringLiteral("\\r");
+        else if (c == QLatin1Char('\t'))
+            result += QStringLiteral("\\t");
+        else if (category == QChar::Other_Control || category == QChar::Separator_Line ||
+                 category == QChar::Separator_Paragraph || category == QChar::Other_Format)
+            result += QStringLiteral("\\u%1").arg(c.unicode(), 4, 16, QLatin1Char('0'));
+        else
+            result += c;
+    }
+    return result;
+}
+
 int List(WorkflowManager* manager, const QString& filter, const QString& sort, bool json)
 {
     const QSet<Workflow*> executable = ExecutableWorkflows(manager);
@@ -191,8 +217,8 @@ int List(WorkflowManager* manager, const QString& filter, const QString& sort, b
         const QJsonObject row = value.toObject();
         Out() << (row.value(QStringLiteral("isTemplate")).toBool() ? "template  " : "workflow  ")
               << (row.value(QStringLiteral("isExecutable")).toBool() ? "runs here      " : "cannot run here")
-              << "  " << row.value(QStringLiteral("id")).toString() << "  " << row.value(QStringLiteral("name")).toString()
-              << '\n';
+              << "  " << Printable(row.value(QStringLiteral("id")).toString()) << "  "
+              << Printable(row.value(QStringLiteral("name")).toString()) << '\n';
     }
     Out() << rows.size() << (rows.size() == 1 ? " workflow\n" : " workflows\n");
     return Success;
@@ -219,7 +245,7 @@ int Show(WorkflowManager* manager, const QString& id, bool json)
             value = QString::fromUtf8(QJsonDocument(it.value().toObject()).toJson(QJsonDocument::Compact));
         else
             value = it.value().toString();
-        Out() << it.key() << ": " << value << '\n';
+        Out() << it.key() << ": " << Printable(value) << '\n';
     }
     return Success;
 }

@@ -69,7 +69,8 @@ public:
     int GetTargetProduct(WideChar* buffer, int size);
     int GetRequiredProducts(WideChar* buffer, int size);
     int GetRequiredProductsDisplayText(WideChar* buffer, int size);
-    // Seconds since 1970-01-01 00:00 UTC.
+    // Seconds since 1970-01-01 00:00 UTC. A date before that reads as 0 and one after
+    // 2106-02-07T06:28:15 UTC as 4294967295, the largest value the result can hold.
     unsigned int GetCreatedDate();
     unsigned int GetLastModifiedDate();
     int GetKeywords(WideChar* buffer, int size);

@@ -200,7 +200,11 @@ void WorkflowManagerImp::ScanCatalogue()
 {
     EmptyCatalogue();
     if (m_searchPaths.isEmpty() && m_userWorkflowFolder.isEmpty())
+    {
+        // Nothing to read is a loaded, empty catalogue: asking again must not rebuild it.
+        m_catalogueLoaded = true;
         return;
+    }
     // Folders are taken as written: one named twice is read twice, and the earlier copy wins.
     QStringList folders = SplitSearchPaths(m_searchPaths);
     if (!m_userWorkflowFolder.isEmpty())
@@ -333,6 +337,18 @@ void WorkflowManagerImp::EnsureIndexFresh()
 Workflow* WorkflowManagerImp::FindWorkflow(const QString& id, const QString& sourceFile)
 {
     EnsureCatalogueLoaded();
+    return LookUpLoaded(id, sourceFile);
+}
+
+Workflow* WorkflowManagerImp::FindWorkflowFor(const Workflow* asker, const QString& id, const QString& sourceFile)
+{
+    if (!m_catalogueLoaded && m_indexedKeys.contains(asker))
+        return LookUpLoaded(id, sourceFile);
+    return FindWorkflow(id, sourceFile);
+}
+
+Workflow* WorkflowManagerImp::LookUpLoaded(const QString& id, const QString& sourceFile)
+{
     EnsureIndexFresh();
     const auto bucket = m_byId.constFind(IndexKey(id));
     if (bucket == m_byId.constEnd())
@@ -366,7 +382,8 @@ int WorkflowManagerImp::IndexOfWorkflow(const Workflow* workflow) const
 
 void WorkflowManagerImp::NotifyWorkflowChanged(const QString& id, const QString& sourceFile)
 {
-    Workflow* entry = FindWorkflow(id, sourceFile);
+    // Records call this from inside their own members: a scan here could destroy the caller.
+    Workflow* entry = LookUpLoaded(id, sourceFile);
     if (!entry)
         return;
     const int index = IndexOfWorkflow(entry);
@@ -406,10 +423,10 @@ bool WorkflowManagerImp::DeleteWorkflow(const QString& id, const QString& source
                 doomed.parentNode().removeChild(doomed);
             anyLeft = !filer.GetDocumentElement().firstChildElement().isNull();
         }
-        if (anyLeft)
-            filer.Save(file);
-        else
-            QFile::remove(QDir::cleanPath(file));
+        // A file that cannot be rewritten or removed still holds the workflow: not deleted.
+        const bool written = anyLeft ? filer.Save(file) : QFile::remove(QDir::cleanPath(file));
+        if (!written)
+            return false;
     }
     m_catalogue.removeAt(index);
     IndexRemove(workflow);

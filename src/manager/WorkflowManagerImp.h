@@ -64,6 +64,10 @@ public:
     Workflow* FindWorkflow(const QString& id, const QString& sourceFile);
     // The first workflow whose name equals name ignoring case. Loads the catalogue when needed.
     Workflow* FindWorkflowByName(const QString& name);
+    // For a record asking about another workflow (its template) from inside one of its members:
+    // like FindWorkflow, but never starts the scan while the asker is a catalogue record, since
+    // the scan would destroy the asker under its own feet.
+    Workflow* FindWorkflowFor(const Workflow* asker, const QString& id, const QString& sourceFile);
     int IndexOfWorkflow(const Workflow* workflow) const;
     // Tells the observers that the catalogue's entry for that id and file changed.
     void NotifyWorkflowChanged(const QString& id, const QString& sourceFile);
@@ -101,6 +105,7 @@ private:
     void IndexAppend(Workflow* workflow);
     void IndexRemove(Workflow* workflow);
     void EnsureIndexFresh();
+    Workflow* LookUpLoaded(const QString& id, const QString& sourceFile);
 
     QString m_searchPaths;
     QString m_userWorkflowFolder;

@@ -32,6 +32,21 @@ QString ApplicationDataFolder()
 
 std::unique_ptr<QSettings> MachineSettings(const QString& key)
 {
+    // The store reads Velmora/<key>.conf and Velmora.conf below every configuration folder; one
+    // that is there but is no regular file (a pipe, a device) would block the read: read none.
+    QString folders = qEnvironmentVariable("XDG_CONFIG_DIRS");
+    if (folders.isEmpty())
+        folders = QStringLiteral("/etc/xdg");
+    for (const QString& folder : folders.split(QLatin1Char(':'), Qt::SkipEmptyParts))
+    {
+        for (const QString& name : {QStringLiteral("%1/Velmora/%2.conf").arg(folder, key),
+                                    QStringLiteral("%1/Velmora.conf").arg(folder)})
+        {
+            struct stat info;
+            if (::stat(QFile::encodeName(name).constData(), &info) == 0 && !S_ISREG(info.st_mode))
+                return std::make_unique<QSettings>(QString(), QSettings::IniFormat);
+        }
+    }
     return std::make_unique<QSettings>(QSettings::NativeFormat, QSettings::SystemScope,
                                        QStringLiteral("Velmora"), key);
 }

@@ -5,6 +5,7 @@
 #include <QCoreApplication>
 #include <QCryptographicHash>
 #include <QFileInfo>
+#include <QTimeZone>
 
 namespace Velmora::WorkflowCore {
 
@@ -51,10 +52,16 @@ QStringList FindFiles(const QString& path, const QString& patterns, QDir::Filter
             const QString subPath = QDir::cleanPath(sub.absoluteFilePath());
             if (wantsFolders)
                 found << subPath;
-            found << FindFiles(subPath, patterns.isEmpty() ? QStringLiteral("*") : patterns, filters, sort, true);
+            // The same name filters below: for a file path that is the file's own name alone.
+            found << FindFiles(subPath, nameFilters.join(QLatin1Char('|')), filters, sort, true);
         }
     }
     return found;
+}
+
+bool IsRegularFile(const QString& path)
+{
+    return !path.isEmpty() && QFileInfo(path).isFile();
 }
 
 QString ApplicationFolder()
@@ -69,6 +76,24 @@ QString ApplicationDataFolder()
 {
     const QString folder = Platform::ApplicationDataFolder();
     return folder.isEmpty() ? QString() : QDir::cleanPath(folder);
+}
+
+bool MakePrivateFolders(const QString& folder)
+{
+    if (folder.isEmpty())
+        return false;
+    const QFileInfo info(folder);
+    if (info.isDir())
+        return true;
+    if (info.exists() || info.isSymLink())
+        return false;
+    const QString parent = info.absolutePath();
+    if (parent != info.absoluteFilePath() && !MakePrivateFolders(parent))
+        return false;
+    if (!QDir().mkdir(folder) && !QFileInfo(folder).isDir())
+        return false;
+    QFile::setPermissions(folder, QFileDevice::ReadOwner | QFileDevice::WriteOwner | QFileDevice::ExeOwner);
+    return true;
 }
 
 int MatchingParenthesis(const QString& text, int position)
@@ -89,6 +114,27 @@ int MatchingParenthesis(const QString& text, int position)
 QString DigestText(const QString& text)
 {
     return QString::fromLatin1(QCryptographicHash::hash(text.toUtf8(), QCryptographicHash::Md5).toHex());
+}
+
+QDateTime DateFromUtcText(const QString& text)
+{
+    const QString trimmed = text.trimmed();
+    if (trimmed.isEmpty())
+        return QDateTime();
+    QDateTime value = QDateTime::fromString(trimmed, Qt::ISODate);
+    if (value.timeSpec() == Qt::LocalTime)
+        value = QDateTime::fromString(trimmed + QLatin1Char('Z'), Qt::ISODate);
+    else if (value.isValid())
+        value = QDateTime(value.date(), value.time(), QTimeZone::utc());
+    return value.isValid() ? value.toLocalTime() : QDateTime();
+}
+
+QString UtcTextFromDate(const QDateTime& date)
+{
+    if (!date.isValid())
+        return QString();
+    const QDateTime written = date.timeSpec() == Qt::LocalTime ? date.toUTC() : date;
+    return written.toString(QStringLiteral("yyyy-MM-ddTHH:mm:ss"));
 }
 
 QStringList SplitSearchPaths(const QString& searchPaths)

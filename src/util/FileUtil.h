@@ -1,5 +1,6 @@
 #pragma once
 
+#include <QDateTime>
 #include <QDir>
 #include <QString>
 #include <QStringList>
@@ -15,11 +16,19 @@ namespace Velmora::WorkflowCore {
 QStringList FindFiles(const QString& path, const QString& patterns, QDir::Filters filters = QDir::NoFilter,
                       QDir::SortFlags sort = QDir::NoSort, bool recursive = false);
 
+// Whether path names a regular file (a link is followed). Readers open nothing else: a pipe or a
+// device would block the read or never end.
+bool IsRegularFile(const QString& path);
+
 // The running application's folder, absolute and cleaned.
 QString ApplicationFolder();
 
 // The user's roaming application-data folder, cleaned; empty when the platform gives none.
 QString ApplicationDataFolder();
+
+// Creates folder with every missing parent; the folders it makes are private to the user (mode
+// 0700 where the platform has modes). True when the folder exists afterwards.
+bool MakePrivateFolders(const QString& folder);
 
 // The position of the ")" that closes the "(" at position, or -1 when position holds no "(" or
 // the text ends before the parentheses balance.
@@ -27,6 +36,15 @@ int MatchingParenthesis(const QString& text, int position);
 
 // Lower-case hexadecimal MD5 of the text's UTF-8 bytes: 32 characters.
 QString DigestText(const QString& text);
+
+// A date written in a file: ISO 8601 without a zone, always meaning UTC. The text is read as UTC
+// from the start (a UTC time never falls into a local clock change) and handed back in local
+// time; an empty or malformed text gives a null date-time. A text that carries a zone is taken
+// as the UTC time its digits spell.
+QDateTime DateFromUtcText(const QString& text);
+// The text of a date for a file: UTC, ISO 8601 without a zone; a local time is converted, a value
+// in UTC or with an offset is written as it stands; a null date-time gives an empty text.
+QString UtcTextFromDate(const QDateTime& date);
 
 // A ";"-separated list of folders, empty pieces dropped, order and repetitions kept.
 QStringList SplitSearchPaths(const QString& searchPaths);

@@ -7,6 +7,8 @@
 #include <QLocale>
 #include <QRegularExpression>
 
+#include <algorithm>
+
 namespace Velmora::WorkflowCore {
 
 XlfCatalog::XlfCatalog(const QString& path)
@@ -41,10 +43,14 @@ void XlfCatalog::Load()
             do {
                 const QString id = filer.GetAttribute(QStringLiteral("id"), QString());
                 filer.PushPosition();
-                QString target;
+                // A unit that is there translates, even to nothing: an empty or missing target is
+                // an empty translation, never a miss that would show the tr(...) text.
+                QString target = QString::fromLatin1("");
                 if (filer.GoToPath(QStringLiteral("target")))
                     target = filer.GetText();
                 filer.PopPosition();
+                if (target.isNull())
+                    target = QString::fromLatin1("");
                 units.insert(id, target);
             } while (filer.GoToNextSibling());
         }
@@ -55,8 +61,11 @@ void XlfCatalog::Load()
 
 bool IsTranslatableText(const QString& text)
 {
-    static const QRegularExpression opening(QStringLiteral("^\\s*tr\\s*\\("));
-    static const QRegularExpression closing(QStringLiteral("\\)\\s*$"));
+    // Blanks are every Unicode blank: a no-break or ideographic space counts like a space.
+    static const QRegularExpression opening(QStringLiteral("^\\s*tr\\s*\\("),
+                                            QRegularExpression::UseUnicodePropertiesOption);
+    static const QRegularExpression closing(QStringLiteral("\\)\\s*$"),
+                                            QRegularExpression::UseUnicodePropertiesOption);
     return opening.match(text).hasMatch() && closing.match(text).hasMatch();
 }
 
@@ -65,9 +74,16 @@ QString TranslationUnitId(const QString& text)
     return DigestText(text);
 }
 
+QString FileNamePart(const QString& path)
+{
+    // Names written on another system carry its separator: either one ends a folder.
+    const qsizetype cut = std::max(path.lastIndexOf(QLatin1Char('/')), path.lastIndexOf(QLatin1Char('\\')));
+    return path.mid(cut + 1);
+}
+
 QString SourceFileKey(const QString& path)
 {
-    return QFileInfo(path).fileName().toLower();
+    return FileNamePart(path).toLower();
 }
 
 QString FindTranslationFile(const QString& fileName, const QString& locale, const QString& searchPaths)
@@ -75,21 +91,26 @@ QString FindTranslationFile(const QString& fileName, const QString& locale, cons
     if (fileName.isEmpty())
         return QString();
 
-    QString name = QFileInfo(fileName).fileName();
+    QString name = FileNamePart(fileName);
     if (QFileInfo(name).suffix().isEmpty() && !name.contains(QLatin1Char('.')))
         name += QStringLiteral(".xlf");
 
     const QString localeName =
         locale.isEmpty() ? QLocale::system().name().replace(QLatin1Char('_'), QLatin1Char('-')) : locale;
+    // The locale names a folder below each search path, never a path of its own: "de-DE", "fr",
+    // "sr-Latn-RS", "en_US" are names; "..", "a/b" and anything else are not, and find nothing.
+    static const QRegularExpression localeForm(QStringLiteral("^[A-Za-z]{1,8}([-_][A-Za-z0-9]{1,8})*$"));
+    if (!localeForm.match(localeName).hasMatch())
+        return QString();
 
     const QString relative = QStringLiteral("/%1/%2").arg(localeName, name);
     for (const QString& path : SplitSearchPaths(searchPaths)) {
         const QFileInfo candidate(path + relative);
-        if (candidate.isFile())
+        if (IsRegularFile(candidate.filePath()))
             return candidate.absoluteFilePath();
     }
     const QFileInfo fallback(ApplicationFolder() + relative);
-    if (fallback.isFile())
+    if (IsRegularFile(fallback.filePath()))
         return fallback.absoluteFilePath();
     return QString();
 }

@@ -33,6 +33,9 @@ bool IsTranslatableText(const QString& text);
 // The unit id of a translatable text as written: the digest of the whole text.
 QString TranslationUnitId(const QString& text);
 
+// The part of a path after its last "/" or "\\", whichever separator it was written with.
+QString FileNamePart(const QString& path);
+
 // The lower-cased file-name part of a path: what units are grouped by.
 QString SourceFileKey(const QString& path);
 

@@ -1,5 +1,6 @@
 #include "XmlFiler.h"
 
+#include "FileUtil.h"
 #include "XlfCatalog.h"
 
 #include <QFile>
@@ -8,6 +9,7 @@
 #include <QSaveFile>
 #include <QTextStream>
 #include <QTimeZone>
+#include <QXmlStreamReader>
 
 namespace Velmora::WorkflowCore {
 
@@ -30,6 +32,27 @@ bool IsAbsolutePath(const QString& path)
     return trimmed.startsWith(QLatin1Char('/')) || trimmed.startsWith(QLatin1Char('\\'));
 }
 
+// No file of the library nests anywhere near this deep. A deeper one is taken as unreadable:
+// building, writing out and destroying the tree all recurse once per level.
+const int kMaxDepth = 512;
+
+// Whether the markup nests no deeper than kMaxDepth; a streaming pass that never recurses.
+bool DepthIsBounded(const QByteArray& markup)
+{
+    QXmlStreamReader reader(markup);
+    int depth = 0;
+    while (!reader.atEnd()) {
+        const QXmlStreamReader::TokenType token = reader.readNext();
+        if (token == QXmlStreamReader::StartElement) {
+            if (++depth > kMaxDepth)
+                return false;
+        } else if (token == QXmlStreamReader::EndElement) {
+            --depth;
+        }
+    }
+    return true;
+}
+
 } // namespace
 
 XmlFiler::XmlFiler(bool translate)
@@ -40,7 +63,7 @@ XmlFiler::XmlFiler(bool translate)
 bool XmlFiler::Open(const QString& path)
 {
     // Only a regular file is a file here: a pipe or a device would block the read or never end.
-    if (path.isEmpty() || !QFileInfo(path).isFile())
+    if (!IsRegularFile(path))
         return false;
 
     QFile file(path);
@@ -52,11 +75,19 @@ bool XmlFiler::Open(const QString& path)
         return false;
     }
 
+    const QByteArray content = file.readAll();
+    file.close();
+    if (!DepthIsBounded(content)) {
+        qCDebug(lcXml).noquote() << QStringLiteral("XmlFiler: %1 nests deeper than %2 elements")
+                                        .arg(path, QString::number(kMaxDepth));
+        return false;
+    }
+
     QDomDocument document;
     QString error;
     int line = 0;
     int column = 0;
-    if (!document.setContent(&file, &error, &line, &column)) {
+    if (!document.setContent(content, &error, &line, &column)) {
         qCDebug(lcXml).noquote() << QStringLiteral("XmlFiler: %1 in %2 at %3:%4")
                                         .arg(error, path, QString::number(line), QString::number(column));
         return false;
@@ -74,10 +105,18 @@ bool XmlFiler::Save(const QString& path)
     if (m_document.isNull() || m_document.documentElement().isNull())
         return false;
 
-    // Replacing the file by renaming would slip past a file the user made read-only.
+    // A link is never written through: the file it leads to is not the one asked for.
     const QFileInfo existing(path);
+    if (existing.isSymLink())
+        return false;
+    // Replacing the file by renaming would slip past a file the user made read-only.
     if (existing.exists() && !existing.isWritable())
         return false;
+    const bool replacing = existing.exists();
+    // The "user" flags describe the running user, not the file: only owner, group and other count.
+    const QFileDevice::Permissions permissions =
+        replacing ? existing.permissions() & ~(QFileDevice::ReadUser | QFileDevice::WriteUser | QFileDevice::ExeUser)
+                  : QFileDevice::Permissions();
 
     QSaveFile file(path);
     if (!file.open(QIODevice::WriteOnly | QIODevice::Truncate)) {
@@ -88,7 +127,12 @@ bool XmlFiler::Save(const QString& path)
     QTextStream stream(&file);
     m_document.save(stream, kIndent);
     stream.flush();
-    return file.commit();
+    if (!file.commit())
+        return false;
+    // The new file takes the place of the old one with the old one's permissions.
+    if (replacing)
+        QFile::setPermissions(path, permissions);
+    return true;
 }
 
 void XmlFiler::Create(const QString& rootName)
@@ -251,12 +295,9 @@ QDateTime XmlFiler::GetDateTimeAttribute(const QString& name, const QDateTime& d
     const QString text = element.attribute(name);
     if (text.isEmpty())
         return defaultValue;
-    QDateTime value = QDateTime::fromString(text, Qt::ISODate);
-    if (!value.isValid())
-        return defaultValue;
     // The written time is UTC whatever offset the text carries; readers see it in local time.
-    value.setTimeZone(QTimeZone::utc());
-    return value.toLocalTime();
+    const QDateTime value = DateFromUtcText(text);
+    return value.isValid() ? value : defaultValue;
 }
 
 bool XmlFiler::SetAttribute(const QString& name, const QString& value)
@@ -295,8 +336,11 @@ QString XmlFiler::GetInnerXml() const
 
 bool XmlFiler::AppendXml(const QString& fragment)
 {
+    const QString wrapped = QStringLiteral("<Root>") + fragment + QStringLiteral("</Root>");
+    if (!DepthIsBounded(wrapped.toUtf8()))
+        return false;
     QDomDocument wrapper;
-    if (!wrapper.setContent(QStringLiteral("<Root>") + fragment + QStringLiteral("</Root>")))
+    if (!wrapper.setContent(wrapped))
         return false;
     const QDomElement wrapperRoot = wrapper.documentElement();
     if (!wrapperRoot.hasChildNodes())

@@ -1,11 +1,13 @@
 #include "workflow/WorkflowFile.h"
 
 #include "manager/WorkflowManagerImp.h"
+#include "util/FileUtil.h"
 #include "util/XmlFiler.h"
 #include "workflow/WorkflowImp.h"
 #include "workflow/WorkflowSettings.h"
 
 #include <QDir>
+#include <QFileInfo>
 
 namespace Velmora::WorkflowCore {
 
@@ -18,16 +20,6 @@ const QString kXlfFile = QStringLiteral("XlfFile");
 QString BoolText(bool value)
 {
     return value ? QStringLiteral("True") : QStringLiteral("False");
-}
-
-// Dates are written as UTC in the ISO form without a zone; a local time is converted first,
-// a value that already carries UTC or an offset is written as it stands.
-QString DateText(const QDateTime& date)
-{
-    if (!date.isValid())
-        return QString();
-    const QDateTime written = date.timeSpec() == Qt::LocalTime ? date.toUTC() : date;
-    return written.toString(QStringLiteral("yyyy-MM-ddTHH:mm:ss"));
 }
 
 QString ImageListText(const QMap<int, QString>& table, const QString& asRead)
@@ -119,6 +111,26 @@ bool LoadWorkflow(WorkflowImp& record, const QString& file, const QString& id)
     return true;
 }
 
+bool MayReplaceWorkflowFile(const QString& target, const QString& id)
+{
+    const QFileInfo info(target);
+    if (info.isSymLink())
+        return false;
+    if (!info.exists())
+        return true;
+    XmlFiler filer(false);
+    if (!filer.Open(target))
+        return false;
+    if (!filer.GoToFirstChild())
+        return true;
+    do
+    {
+        if (filer.GetAttribute(QStringLiteral("Id"), QString()).compare(id, Qt::CaseInsensitive) != 0)
+            return false;
+    } while (filer.GoToNextSibling());
+    return true;
+}
+
 bool WriteWorkflow(WorkflowImp& record, const QString& name, const QString& target, const QString& id)
 {
     WorkflowFields& m = record.Fields();
@@ -137,10 +149,10 @@ bool WriteWorkflow(WorkflowImp& record, const QString& name, const QString& targ
     filer.SetAttribute(QStringLiteral("RequiredProducts"), m.RequiredProducts);
     filer.SetAttribute(QStringLiteral("TargetProduct"), m.TargetProduct);
     filer.SetAttribute(QStringLiteral("RequiredProductsDisplayText"), m.RequiredProductsDisplayText);
-    filer.SetAttribute(QStringLiteral("CreatedDate"), DateText(m.CreatedDate));
+    filer.SetAttribute(QStringLiteral("CreatedDate"), UtcTextFromDate(m.CreatedDate));
     // The modification time moves even when the save then fails.
     m.LastModifiedDate = QDateTime::currentDateTime();
-    filer.SetAttribute(QStringLiteral("LastModifiedDate"), DateText(m.LastModifiedDate));
+    filer.SetAttribute(QStringLiteral("LastModifiedDate"), UtcTextFromDate(m.LastModifiedDate));
     filer.SetAttribute(QStringLiteral("IsReadOnly"), BoolText(m.IsReadOnly));
     // Every written file describes a user workflow: templates are only ever installed.
     filer.SetAttribute(QStringLiteral("IsTemplate"), BoolText(false));

@@ -13,6 +13,11 @@ void ReadWorkflow(XmlFiler& filer, WorkflowImp& record);
 // Reads the workflow of file whose Id equals id ignoring case (the first one for an empty id).
 bool LoadWorkflow(WorkflowImp& record, const QString& file, const QString& id);
 
+// Whether a save of the workflow with that id may put its file at target: there is no file, or
+// every element of the file is a workflow of that id (ignoring case). A file holding another
+// workflow, one that cannot be read, and a link are never replaced.
+bool MayReplaceWorkflowFile(const QString& target, const QString& id);
+
 // Writes the record as a one-workflow file at target under the given name and id.
 bool WriteWorkflow(WorkflowImp& record, const QString& name, const QString& target, const QString& id);
 

@@ -2,15 +2,18 @@
 
 #include "execution/Analytics.h"
 #include "manager/WorkflowManagerImp.h"
+#include "util/FileUtil.h"
 #include "workflow/WorkflowFile.h"
 #include "workflow/WorkflowSettings.h"
 
 #include <QDir>
 #include <QFileInfo>
 #include <QImage>
+#include <QImageReader>
 #include <QUuid>
 
 #include <cstdlib>
+#include <limits>
 
 namespace Velmora::WorkflowCore {
 
@@ -28,7 +31,14 @@ bool TargetProductIsComplete(const QString& targetProduct)
 
 int ImageWidth(const QString& path)
 {
-    const QImage image(path);
+    // Only a regular file is read: a pipe named as an image would block for ever.
+    if (!IsRegularFile(path))
+        return 0;
+    QImageReader reader(path);
+    const QSize size = reader.size();
+    if (size.isValid())
+        return size.width();
+    const QImage image = reader.read();
     return image.isNull() ? 0 : image.width();
 }
 
@@ -109,7 +119,13 @@ unsigned int WorkflowImp::ToInterfaceDate(const QDateTime& date)
 {
     if (!date.isValid())
         return 0;
-    return static_cast<unsigned int>(date.toSecsSinceEpoch());
+    // Dates before 1970 or after 2106-02-07T06:28:15 UTC have no 32-bit form: they stop at the ends.
+    const qint64 seconds = date.toSecsSinceEpoch();
+    if (seconds < 0)
+        return 0;
+    if (seconds > qint64(std::numeric_limits<unsigned int>::max()))
+        return std::numeric_limits<unsigned int>::max();
+    return static_cast<unsigned int>(seconds);
 }
 
 void WorkflowImp::BuildImageTables()
@@ -173,8 +189,15 @@ bool WorkflowImp::Save()
 {
     if (m.IsTemplate)
         return false;
-    const QString target = QFileInfo(m.SourceFile).absolutePath() + QLatin1Char('/') + SafeFileName(m.Name) +
+    // Without a name the file would be a hidden ".workflow" that no scan reads.
+    const QString fileName = SafeFileName(m.Name);
+    if (fileName.isEmpty())
+        return false;
+    const QString target = QFileInfo(m.SourceFile).absolutePath() + QLatin1Char('/') + fileName +
                            QStringLiteral(".workflow");
+    // A rename onto another workflow's file must not replace that workflow.
+    if (!MayReplaceWorkflowFile(target, m.Id))
+        return false;
     if (!WriteWorkflow(*this, m.Name, target, m.Id))
         return false;
     ReportWorkflowModification(m.Id, m.TemplateId);
@@ -196,12 +219,16 @@ bool WorkflowImp::Save(const QString& path)
     const QString idPart = CamelCaseId(name);
 
     QString folder = Manager() ? Manager()->UserWorkflowFolder() : QString();
-    if (folder.isEmpty() || !(QFileInfo(folder).isDir() || QDir().mkdir(folder)))
+    // A new user's folders are made on the first save; only when that fails does the workflow
+    // stay beside its source.
+    if (folder.isEmpty() || !MakePrivateFolders(folder))
         folder = QFileInfo(m.SourceFile).absolutePath();
     const QString target = folder + QLatin1Char('/') + SafeFileName(name) + QStringLiteral(".workflow");
     const QString newId = QStringLiteral("Id_%1_%2").arg(idPart, QUuid::createUuid().toString(QUuid::WithBraces));
 
     m.CreatedDate = QDateTime::currentDateTime();
+    if (SafeFileName(name).isEmpty() || !MayReplaceWorkflowFile(target, newId))
+        return false;
     if (!WriteWorkflow(*this, name, target, newId))
         return false;
     ReportWorkflowCreation(m.TemplateId, m.IsModified);
@@ -217,7 +244,7 @@ bool WorkflowImp::Save(const QString& path)
 Workflow* WorkflowImp::FindTemplate() const
 {
     WorkflowManagerImp* manager = Manager();
-    return manager ? manager->FindWorkflow(m.TemplateId, QString()) : nullptr;
+    return manager ? manager->FindWorkflowFor(m_facade, m.TemplateId, QString()) : nullptr;
 }
 
 void WorkflowImp::Reset()

@@ -173,7 +173,7 @@ void WriteWorkflowSetting(const QString& workflowId, const QString& key, const Q
     if (key.isEmpty())
         return;
     const QString folder = WorkflowSettingsFolder();
-    if (folder.isEmpty() || !QDir().mkpath(folder))
+    if (folder.isEmpty() || !MakePrivateFolders(folder))
         return;
     const QString file = WorkflowSettingsFile();
     if (s_pending.depth > 0)

@@ -8,7 +8,11 @@
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QProcess>
+#include <QCryptographicHash>
 #include <QtTest>
+
+#include <sys/stat.h>
+#include <unistd.h>
 
 using namespace VmWorkflowTest;
 
@@ -27,6 +31,27 @@ Run Tool(const QStringList& arguments)
     process.start(QStringLiteral(VMWF_TOOL), arguments);
     Run run;
     if (!process.waitForFinished(60000) || process.exitStatus() != QProcess::NormalExit)
+        return run;
+    run.status = process.exitCode();
+    run.out = process.readAllStandardOutput();
+    run.err = process.readAllStandardError();
+    return run;
+}
+
+// Like Tool, but a run that does not end within the time is killed and reported as status -2.
+Run ToolWithin(const QStringList& arguments, int milliseconds)
+{
+    QProcess process;
+    process.start(QStringLiteral(VMWF_TOOL), arguments);
+    Run run;
+    if (!process.waitForFinished(milliseconds))
+    {
+        process.kill();
+        process.waitForFinished(10000);
+        run.status = -2;
+        return run;
+    }
+    if (process.exitStatus() != QProcess::NormalExit)
         return run;
     run.status = process.exitCode();
     run.out = process.readAllStandardOutput();
@@ -211,6 +236,101 @@ private slots:
         const Run templ = Tool({QStringLiteral("--search-paths"), folder, QStringLiteral("delete"), QStringLiteral("Tpl")});
         QCOMPARE(templ.status, 1);
         QVERIFY(QFile::exists(folder + QStringLiteral("/t.workflow")));
+    }
+
+    void deleteInAReadOnlyFolderFails()
+    {
+        const QString folder = m_env.Root() + QStringLiteral("/lockeddelete");
+        QVERIFY(WriteFile(folder + QStringLiteral("/t.workflow"), WorkflowDocument(WorkflowElement(R"(Id="LTpl")"))));
+        const QByteArray two = WorkflowDocument(WorkflowElement(R"(Id="LMine" IsTemplate="False" TemplateId="LTpl")") +
+                                                WorkflowElement(R"(Id="LOther" IsTemplate="False" TemplateId="LTpl")"));
+        QVERIFY(WriteFile(folder + QStringLiteral("/u.workflow"), two));
+        const QByteArray one = WorkflowDocument(WorkflowElement(R"(Id="LLast" IsTemplate="False" TemplateId="LTpl")"));
+        QVERIFY(WriteFile(folder + QStringLiteral("/v.workflow"), one));
+        QVERIFY(QFile::setPermissions(folder, QFileDevice::ReadOwner | QFileDevice::ExeOwner | QFileDevice::ReadOther |
+                                                  QFileDevice::ExeOther));
+        // Root writes into read-only folders, so only an ordinary user sees the refusal.
+        const bool privileged = ::geteuid() == 0;
+        // Rewriting a file that keeps another workflow, and removing a file left empty.
+        const Run rewrite =
+            Tool({QStringLiteral("--search-paths"), folder, QStringLiteral("delete"), QStringLiteral("LMine")});
+        const Run remove =
+            Tool({QStringLiteral("--search-paths"), folder, QStringLiteral("delete"), QStringLiteral("LLast")});
+        const QByteArray afterRewrite = ReadFile(folder + QStringLiteral("/u.workflow"));
+        const bool lastKept = QFile::exists(folder + QStringLiteral("/v.workflow"));
+        QFile::setPermissions(folder, QFileDevice::ReadOwner | QFileDevice::WriteOwner | QFileDevice::ExeOwner);
+        if (privileged)
+        {
+            QCOMPARE(rewrite.status, 0);
+            QCOMPARE(remove.status, 0);
+            QVERIFY(!afterRewrite.contains("LMine"));
+            QVERIFY(!lastKept);
+            return;
+        }
+        QCOMPARE(rewrite.status, 1);
+        QVERIFY2(!rewrite.out.contains("deleted"), rewrite.out.constData());
+        QCOMPARE(rewrite.err.count('\n'), 1);
+        QCOMPARE(afterRewrite, two);
+        QCOMPARE(remove.status, 1);
+        QVERIFY(!remove.out.contains("deleted"));
+        QVERIFY(lastKept);
+    }
+
+    void localeIsANameNotAPath()
+    {
+        // <root>/loc/a/b is the search path; "../../x" would reach <root>/loc/x.
+        const QString base = m_env.Root() + QStringLiteral("/loc");
+        const QString search = base + QStringLiteral("/a/b");
+        QVERIFY(WriteFile(search + QStringLiteral("/w.workflow"),
+                          WorkflowDocument(WorkflowElement(R"x(Id="Loc" Name="tr(Hello)")x"), "Texts")));
+        const QByteArray xlf = "<xliff><file original=\"w.workflow\"><body><trans-unit id=\"" +
+                               QCryptographicHash::hash("tr(Hello)", QCryptographicHash::Md5).toHex() +
+                               "\"><target>Escaped</target></trans-unit></body></file></xliff>";
+        QVERIFY(WriteFile(base + QStringLiteral("/x/Texts.xlf"), xlf));
+        QVERIFY(WriteFile(search + QStringLiteral("/de-DE/Texts.xlf"),
+                          QByteArray(xlf).replace("Escaped", "Hallo")));
+        const auto name = [&](const QString& locale) {
+            const Run run = Tool({QStringLiteral("--search-paths"), search, QStringLiteral("--locale"), locale,
+                                  QStringLiteral("show"), QStringLiteral("Loc"), QStringLiteral("--json")});
+            return QJsonDocument::fromJson(run.out).object().value(QStringLiteral("name")).toString();
+        };
+        QCOMPARE(name(QStringLiteral("de-DE")), QStringLiteral("Hallo"));
+        QCOMPARE(name(QStringLiteral("../../x")), QStringLiteral("tr(Hello)"));
+        QCOMPARE(name(QStringLiteral("de-DE/../../../x")), QStringLiteral("tr(Hello)"));
+    }
+
+    void plainListCannotForgeLines()
+    {
+        const QString folder = m_env.Root() + QStringLiteral("/forged");
+        QVERIFY(WriteFile(folder + QStringLiteral("/f.workflow"),
+                          WorkflowDocument(WorkflowElement(
+                              R"(Id="Forge&#10;template  runs here        Id_Fake" Name="A&#13;&#10;1 workflow&#x85;&#x2028;end")"))));
+        const Run run = Tool({QStringLiteral("--search-paths"), folder, QStringLiteral("list")});
+        QCOMPARE(run.status, 0);
+        // One line for the workflow and one for the count, and no control character but the ends of line.
+        QCOMPARE(run.out.count('\n'), 2);
+        for (const QChar c : QString::fromUtf8(run.out))
+            QVERIFY2(c == QLatin1Char('\n') || (c.category() != QChar::Other_Control && c.category() != QChar::Separator_Line),
+                     run.out.toPercentEncoding().constData());
+        QVERIFY(run.out.endsWith("\n1 workflow\n"));
+        const QJsonArray rows = ListJson({QStringLiteral("--search-paths"), folder});
+        QCOMPARE(rows.size(), 1);
+        QCOMPARE(rows.at(0).toObject().value(QStringLiteral("name")).toString(),
+                 QString::fromUtf8("A\r\n1 workflow\u0085\u2028end"));
+    }
+
+    void fifoAsImageDoesNotHang()
+    {
+        const QString folder = m_env.Root() + QStringLiteral("/fifoimage");
+        QVERIFY(WriteFile(folder + QStringLiteral("/f.workflow"),
+                          WorkflowDocument(WorkflowElement(R"(Id="Fifo" Name="F" TemplateImage="pipe.png")"))));
+        QVERIFY(::mkfifo(QFile::encodeName(folder + QStringLiteral("/pipe.png")).constData(), 0600) == 0);
+        const Run run = ToolWithin({QStringLiteral("--search-paths"), folder, QStringLiteral("show"),
+                                    QStringLiteral("Fifo"), QStringLiteral("--json")},
+                                   20000);
+        QCOMPARE(run.status, 0);
+        QCOMPARE(QJsonDocument::fromJson(run.out).object().value(QStringLiteral("id")).toString(),
+                 QStringLiteral("Fifo"));
     }
 
     void listSaysWhichSamplesRunHere()

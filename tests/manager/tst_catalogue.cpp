@@ -149,6 +149,17 @@ private slots:
         QCOMPARE(CatalogueIds(), QStringList{QStringLiteral("Top")});
     }
 
+    void hiddenFilesAreNotCatalogued()
+    {
+        Write(QStringLiteral("seen.workflow"), WorkflowElement(R"(Id="Seen")"));
+        Write(QStringLiteral(".workflow"), WorkflowElement(R"(Id="Unnamed")"));
+        Write(QStringLiteral(".hidden.workflow"), WorkflowElement(R"(Id="Hidden")"));
+        QVERIFY(WriteFile(Imp()->UserWorkflowFolder() + QStringLiteral("/.Other.workflow"),
+                          WorkflowDocument(WorkflowElement(R"(Id="HiddenMine")"))));
+        SetSearchPaths(m_dir->path());
+        QCOMPARE(CatalogueIds(), QStringList{QStringLiteral("Seen")});
+    }
+
     void badFilesAndMissingFoldersAreSkipped()
     {
         QVERIFY(WriteFile(Path(QStringLiteral("broken.workflow")), "<Workflows><Workflow Id=\"x\""));

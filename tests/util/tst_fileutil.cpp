@@ -91,6 +91,46 @@ private slots:
                  Paths({QStringLiteral("c.xml")}));
     }
 
+    void pathNamingAFileSearchesOnlyThatNameBelow()
+    {
+        QVERIFY(WriteFile(Path(QStringLiteral("named/c.xml")), "x"));
+        QVERIFY(WriteFile(Path(QStringLiteral("named/sub/c.xml")), "x"));
+        QVERIFY(WriteFile(Path(QStringLiteral("named/sub/d.workflow")), "x"));
+        QCOMPARE(FindFiles(Path(QStringLiteral("named/c.xml")), QStringLiteral("*.workflow"), QDir::Files, QDir::Name,
+                           true),
+                 Paths({QStringLiteral("named/c.xml"), QStringLiteral("named/sub/c.xml")}));
+    }
+
+    void subfoldersUseTheSamePatterns()
+    {
+        QVERIFY(WriteFile(Path(QStringLiteral("same/a.workflow")), "x"));
+        QVERIFY(WriteFile(Path(QStringLiteral("same/b.txt")), "x"));
+        QVERIFY(WriteFile(Path(QStringLiteral("same/sub/c.workflow")), "x"));
+        QVERIFY(WriteFile(Path(QStringLiteral("same/sub/d.txt")), "x"));
+        QCOMPARE(FindFiles(Path(QStringLiteral("same")), QStringLiteral("|*.workflow||"), QDir::Files, QDir::Name, true),
+                 Paths({QStringLiteral("same/a.workflow"), QStringLiteral("same/sub/c.workflow")}));
+        QCOMPARE(FindFiles(Path(QStringLiteral("same")), QString(), QDir::Files, QDir::Name, true),
+                 Paths({QStringLiteral("same/a.workflow"), QStringLiteral("same/b.txt"), QStringLiteral("same/sub/c.workflow"),
+                        QStringLiteral("same/sub/d.txt")}));
+    }
+
+    void linkedFoldersNeverLoop()
+    {
+        QVERIFY(WriteFile(Path(QStringLiteral("cycle/a/x.workflow")), "x"));
+        QVERIFY(WriteFile(Path(QStringLiteral("cycle/b/y.workflow")), "x"));
+        // a/back leads to the top, b/side to a sibling: both would repeat what is listed anyway.
+        QVERIFY(QFile::link(Path(QStringLiteral("cycle")), Path(QStringLiteral("cycle/a/back"))));
+        QVERIFY(QFile::link(Path(QStringLiteral("cycle/b")), Path(QStringLiteral("cycle/a/side"))));
+        QStringList found =
+            FindFiles(Path(QStringLiteral("cycle")), QStringLiteral("*.workflow"), QDir::Files, QDir::Name, true);
+        QCOMPARE(found.removeDuplicates(), 0);
+        QVERIFY(found.contains(Path(QStringLiteral("cycle/a/x.workflow"))));
+        QVERIFY(found.contains(Path(QStringLiteral("cycle/b/y.workflow"))));
+        for (const QString& file : found)
+            QVERIFY2(file.count(QLatin1Char('/')) < Path(QStringLiteral("cycle")).count(QLatin1Char('/')) + 4,
+                     qPrintable(file));
+    }
+
     void missingPathListsNothing()
     {
         QVERIFY(FindFiles(Path(QStringLiteral("nowhere")), QStringLiteral("*"), QDir::Files, QDir::Name, true).isEmpty());

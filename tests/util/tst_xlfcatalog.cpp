@@ -234,6 +234,71 @@ private slots:
         QCOMPARE(untranslated.GetAttribute(QStringLiteral("Name"), QString()), QStringLiteral("tr(Name)"));
     }
 
+    void unitWithEmptyOrMissingTargetTranslatesToEmpty()
+    {
+        const QByteArray a = DigestText(QStringLiteral("tr(A)")).toUtf8();
+        const QByteArray b = DigestText(QStringLiteral("tr(B)")).toUtf8();
+        const QByteArray c = DigestText(QStringLiteral("tr(C)")).toUtf8();
+        const QString path = Path(QStringLiteral("empty-targets.xlf"));
+        QVERIFY(WriteFile(path, "<xliff><file original=\"x.workflow\"><body>"
+                                "<trans-unit id=\"" + a + "\"><source>tr(A)</source><target/></trans-unit>"
+                                "<trans-unit id=\"" + b + "\"><source>tr(B)</source><target></target></trans-unit>"
+                                "<trans-unit id=\"" + c + "\"><source>tr(C)</source></trans-unit>"
+                                "</body></file></xliff>"));
+        XlfCatalog catalogue(path);
+        for (const QByteArray& id : {a, b, c})
+        {
+            const QString found = catalogue.Lookup(QStringLiteral("x.workflow"), QString::fromLatin1(id));
+            QVERIFY(!found.isNull());
+            QVERIFY(found.isEmpty());
+        }
+        QVERIFY(catalogue.Lookup(QStringLiteral("x.workflow"), TranslationUnitId(QStringLiteral("tr(D)"))).isNull());
+
+        // Read through the filer, the empty translation replaces the text.
+        QVERIFY(WriteFile(Path(QStringLiteral("files/x.workflow")),
+                          "<Workflows><Workflow Name=\"tr(A)\" Other=\"tr(D)\"/></Workflows>"));
+        XmlFiler filer;
+        filer.SetTranslator(&catalogue);
+        QVERIFY(filer.Open(Path(QStringLiteral("files/x.workflow"))));
+        QVERIFY(filer.GoToPath(QStringLiteral("Workflow")));
+        QCOMPARE(filer.GetAttribute(QStringLiteral("Name"), QStringLiteral("default")), QString());
+        QCOMPARE(filer.GetAttribute(QStringLiteral("Other"), QString()), QStringLiteral("tr(D)"));
+    }
+
+    void fileNamePartIsTakenAtEitherSeparator()
+    {
+        QCOMPARE(SourceFileKey(QStringLiteral("C:\\Data\\W.workflow")), QStringLiteral("w.workflow"));
+        QCOMPARE(SourceFileKey(QStringLiteral("/data/Sub\\W.workflow")), QStringLiteral("w.workflow"));
+        QCOMPARE(SourceFileKey(QStringLiteral("W.workflow")), QStringLiteral("w.workflow"));
+
+        const QString xlf = Path(QStringLiteral("windows.xlf"));
+        QVERIFY(WriteFile(xlf, Xliff({{"C:\\Data\\W.workflow", {{"tr(Name)", "Name aus Windows"}}}})));
+        XlfCatalog catalogue(xlf);
+        QCOMPARE(catalogue.Lookup(QStringLiteral("w.workflow"), TranslationUnitId(QStringLiteral("tr(Name)"))),
+                 QStringLiteral("Name aus Windows"));
+
+        QVERIFY(WriteFile(Path(QStringLiteral("seps/de-DE/Texts.xlf")), Xliff({})));
+        QCOMPARE(FindTranslationFile(QStringLiteral("lang\\Texts"), QStringLiteral("de-DE"), Path(QStringLiteral("seps"))),
+                 Path(QStringLiteral("seps/de-DE/Texts.xlf")));
+        QCOMPARE(FindTranslationFile(QStringLiteral("lang/Texts"), QStringLiteral("de-DE"), Path(QStringLiteral("seps"))),
+                 Path(QStringLiteral("seps/de-DE/Texts.xlf")));
+    }
+
+    void unicodeBlanksAroundTranslatableText_data()
+    {
+        QTest::addColumn<QString>("text");
+        QTest::newRow("no-break space") << (QString(QChar(0x00A0)) + QStringLiteral("tr(Name)") + QChar(0x00A0));
+        QTest::newRow("ideographic space") << (QString(QChar(0x3000)) + QStringLiteral("tr") + QChar(0x3000) +
+                                               QStringLiteral("(Name)") + QChar(0x3000));
+        QTest::newRow("mixed") << (QStringLiteral(" \t") + QChar(0x2003) + QStringLiteral("tr(Name)") + QChar(0x00A0));
+    }
+    void unicodeBlanksAroundTranslatableText()
+    {
+        QFETCH(QString, text);
+        QVERIFY(IsTranslatableText(text));
+        QVERIFY(!IsTranslatableText(QChar(0x00A0) + QStringLiteral("xtr(Name)")));
+    }
+
     // A translation file made by a tool we did not write: a Qt Linguist file whose message ids
     // are our unit ids, converted to XLIFF by lconvert, read by a workflow load.
     void lconvertMadeXliffTranslatesAWorkflow()

@@ -4,6 +4,8 @@
 
 #include "FileFixtures.h"
 
+#include <QCoreApplication>
+#include <QProcess>
 #include <QTemporaryDir>
 #include <QTimeZone>
 #include <QtTest>
@@ -500,6 +502,98 @@ private slots:
         withoutCatalogue.Create(QStringLiteral("R"));
         withoutCatalogue.SetAttribute(QStringLiteral("Name"), QStringLiteral("tr(Name)"));
         QCOMPARE(withoutCatalogue.GetAttribute(QStringLiteral("Name"), QString()), QStringLiteral("tr(Name)"));
+    }
+
+    // A pipe where the machine settings file belongs would block start-up for ever.
+    void fifoInPlaceOfTheMachineSettingsIsNotRead()
+    {
+        const QString child = QCoreApplication::applicationDirPath() + QStringLiteral("/deepxml_child");
+        QVERIFY(QFile::exists(child));
+        QTemporaryDir home;
+        QVERIFY(home.isValid());
+        QVERIFY(QDir().mkpath(home.filePath(QStringLiteral("config/Velmora/Workflow"))));
+        QVERIFY(::mkfifo(QFile::encodeName(home.filePath(QStringLiteral("config/Velmora/Workflow/2015.0.conf"))).constData(),
+                         0600) == 0);
+        QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+        environment.insert(QStringLiteral("XDG_CONFIG_DIRS"), home.filePath(QStringLiteral("config")));
+        environment.insert(QStringLiteral("XDG_DATA_HOME"), home.filePath(QStringLiteral("data")));
+        QProcess process;
+        process.setProcessEnvironment(environment);
+        process.start(child, {QStringLiteral("locate")});
+        const bool finished = process.waitForFinished(20000);
+        if (!finished)
+        {
+            process.kill();
+            process.waitForFinished(10000);
+        }
+        QVERIFY2(finished, "reading the machine settings blocked");
+        QCOMPARE(process.exitCode(), 0);
+        // Nothing was read: the catalogue is looked for at the bare file name.
+        QCOMPARE(process.readAllStandardOutput().trimmed(), QByteArray("/Products.xml"));
+    }
+
+    // Files nested far deeper than any real one are unreadable to every reader of the library,
+    // and reading them neither overflows the stack nor crashes at exit.
+    void deeplyNestedFilesAreUnreadable_data()
+    {
+        QTest::addColumn<int>("depth");
+        QTest::newRow("10000") << 10000;
+        QTest::newRow("100000") << 100000;
+    }
+    void deeplyNestedFilesAreUnreadable()
+    {
+        QFETCH(int, depth);
+        const QString child = QCoreApplication::applicationDirPath() + QStringLiteral("/deepxml_child");
+        QVERIFY(QFile::exists(child));
+        QTemporaryDir home;
+        QVERIFY(home.isValid());
+        QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+        environment.insert(QStringLiteral("XDG_DATA_HOME"), home.filePath(QStringLiteral("data")));
+        environment.insert(QStringLiteral("XDG_CONFIG_DIRS"), home.filePath(QStringLiteral("config")));
+        environment.insert(QStringLiteral("XDG_RUNTIME_DIR"), home.filePath(QStringLiteral("runtime")));
+        environment.insert(QStringLiteral("XDG_DATA_DIRS"), home.filePath(QStringLiteral("datadirs")));
+        QDir().mkpath(home.filePath(QStringLiteral("runtime")));
+        QFile::setPermissions(home.filePath(QStringLiteral("runtime")),
+                              QFileDevice::ReadOwner | QFileDevice::WriteOwner | QFileDevice::ExeOwner);
+        const auto run = [&](const QStringList& arguments) -> QByteArray {
+            QProcess process;
+            process.setProcessEnvironment(environment);
+            process.start(child, arguments);
+            if (!process.waitForFinished(100000) || process.exitStatus() != QProcess::NormalExit ||
+                process.exitCode() != 0)
+                return QByteArray("crashed or failed: ") + process.readAllStandardError().right(400);
+            return process.readAllStandardOutput().trimmed();
+        };
+        const QByteArray open = QByteArray("<a>").repeated(depth);
+        const QByteArray close = QByteArray("</a>").repeated(depth);
+
+        const QString workflows = home.filePath(QStringLiteral("workflows"));
+        QVERIFY(WriteFile(workflows + QStringLiteral("/deep.workflow"),
+                          "<Workflows><Workflow Id=\"Deep\" IsTemplate=\"False\"><Settings>" + open + close +
+                              "</Settings></Workflow></Workflows>"));
+        QVERIFY(WriteFile(workflows + QStringLiteral("/fine.workflow"),
+                          "<Workflows><Workflow Id=\"Fine\"><Settings><a><b/></a></Settings></Workflow></Workflows>"));
+        QCOMPARE(run({QStringLiteral("filer"), workflows + QStringLiteral("/deep.workflow")}), QByteArray("refused"));
+        QCOMPARE(run({QStringLiteral("filer"), workflows + QStringLiteral("/fine.workflow")}), QByteArray("opened"));
+        QCOMPARE(run({QStringLiteral("workflows"), workflows}), QByteArray("Fine"));
+
+        const QString settings = home.filePath(QStringLiteral("data/Velmora/WorkflowSettings/WorkflowSettings.xml"));
+        const QByteArray deepSettings =
+            "<WorkflowSettings><Workflows><Workflow Id=\"\" Key=\"old\">" + open + close +
+            "</Workflow></Workflows></WorkflowSettings>";
+        QVERIFY(WriteFile(settings, deepSettings));
+        // Unreadable: the setting reads as empty and the file is never rewritten.
+        QCOMPARE(run({QStringLiteral("settings")}), QByteArray("0"));
+        QCOMPARE(ReadFile(settings), deepSettings);
+
+        const QString xliff = home.filePath(QStringLiteral("deep.xlf"));
+        QVERIFY(WriteFile(xliff, "<xliff><file original=\"x.workflow\"><body><trans-unit id=\"1\"><target>t</target>" +
+                                     open + close + "</trans-unit></body></file></xliff>"));
+        QCOMPARE(run({QStringLiteral("xliff"), xliff}), QByteArray("missing"));
+
+        const QString products = home.filePath(QStringLiteral("Products.xml"));
+        QVERIFY(WriteFile(products, "<Products><Product Id=\"p\">" + open + close + "</Product></Products>"));
+        QCOMPARE(run({QStringLiteral("products"), products}), QByteArray("refused"));
     }
 };
 

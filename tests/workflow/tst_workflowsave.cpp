@@ -162,15 +162,43 @@ private slots:
         QVERIFY(F(*templ).Id.startsWith(QStringLiteral("Id_Notes.txt_{")));
     }
 
+    void saveAsOnAFreshProfileCreatesTheUserFolders()
+    {
+        // A new user has neither the data folder nor anything below it.
+        QVERIFY(QDir(m_env.DataHome()).removeRecursively());
+        auto templ = LoadUserWorkflow(QStringLiteral("t4.workflow"), R"(Id="Id_T4" Name="T")");
+        QVERIFY(templ);
+        QVERIFY(templ->Save(Wide(QStringLiteral("First.workflow"))));
+        const QString target = UserFolder() + QStringLiteral("/First.workflow");
+        QCOMPARE(F(*templ).SourceFile, target);
+        QVERIFY(QFile::exists(target));
+        QVERIFY(!QFile::exists(Path(QStringLiteral("First.workflow"))));
+        const QFileDevice::Permissions privateFolder =
+            QFileDevice::ReadOwner | QFileDevice::WriteOwner | QFileDevice::ExeOwner;
+        for (const QString& folder : {m_env.DataHome() + QStringLiteral("/Velmora"), UserFolder()})
+            QCOMPARE(QFile::permissions(folder) & 0x7077, privateFolder & 0x7077);
+
+        // The settings folder likewise.
+        QVERIFY(QDir(m_env.DataHome() + QStringLiteral("/Velmora")).removeRecursively());
+        templ->SetUISetting(Wide(QStringLiteral("Key")), Wide(QStringLiteral("Value")));
+        const QString settingsFolder = m_env.DataHome() + QStringLiteral("/Velmora/WorkflowSettings");
+        QVERIFY(QFile::exists(settingsFolder + QStringLiteral("/WorkflowSettings.xml")));
+        QCOMPARE(ReadText([&](WideChar* b, int n) { return templ->GetUISetting(Wide(QStringLiteral("Key")), b, n); }),
+                 QStringLiteral("Value"));
+        for (const QString& folder : {m_env.DataHome() + QStringLiteral("/Velmora"), settingsFolder})
+            QCOMPARE(QFile::permissions(folder) & 0x7077, privateFolder & 0x7077);
+    }
+
     void saveAsFallsBackToSourceFolderWhenUserFolderCannotBeMade()
     {
-        // Only one folder level is created: without <data>/Velmora the user folder cannot be.
-        QVERIFY(!QFileInfo::exists(m_env.DataHome() + QStringLiteral("/Velmora")));
+        // A file where the vendor folder belongs: the user folder cannot be made below it.
+        QVERIFY(WriteFile(m_env.DataHome() + QStringLiteral("/Velmora"), "in the way"));
         auto templ = LoadUserWorkflow(QStringLiteral("t4.workflow"), R"(Id="Id_T4" Name="T")");
         QVERIFY(templ);
         QVERIFY(templ->Save(Wide(QStringLiteral("Fallback.workflow"))));
         QCOMPARE(F(*templ).SourceFile, Path(QStringLiteral("Fallback.workflow")));
         QVERIFY(QFile::exists(Path(QStringLiteral("Fallback.workflow"))));
+        QVERIFY(QFile::remove(m_env.DataHome() + QStringLiteral("/Velmora")));
     }
 
     void failedSaveAsKeepsRecordButCreatedDate()
@@ -181,8 +209,12 @@ private slots:
         auto templ = LoadUserWorkflow(QStringLiteral("locked/t5.workflow"), R"(Id="Id_T5" Name="T5")");
         QVERIFY(templ);
         QFile::setPermissions(Path(QStringLiteral("locked")), QFileDevice::ReadOwner | QFileDevice::ExeOwner);
+        // A file where the vendor folder belongs: the user folder cannot be made, so the save
+        // falls back to the locked source folder.
+        QVERIFY(WriteFile(m_env.DataHome() + QStringLiteral("/Velmora"), "in the way"));
         const QDateTime created = F(*templ).CreatedDate;
         QVERIFY(!templ->Save(Wide(QStringLiteral("New one.workflow"))));
+        QVERIFY(QFile::remove(m_env.DataHome() + QStringLiteral("/Velmora")));
         QFile::setPermissions(Path(QStringLiteral("locked")), QFileDevice::ReadOwner | QFileDevice::WriteOwner |
                                                                   QFileDevice::ExeOwner);
         QCOMPARE(F(*templ).Id, QStringLiteral("Id_T5"));
@@ -240,6 +272,114 @@ private slots:
         QCOMPARE(QFileInfo(F(workflow).SourceFile).absolutePath(), folder);
         QCOMPARE(F(workflow).Name, name);
         QDir(folder).removeRecursively();
+    }
+
+    void renameOntoAnotherWorkflowsFileIsRefused()
+    {
+        const QByteArray others = WorkflowDocument(
+            WorkflowElement(R"(Id="Id_X" Name="Other" IsTemplate="False")") +
+            WorkflowElement(R"(Id="Id_Y" Name="Second" IsTemplate="False")"));
+        QVERIFY(WriteFile(Path(QStringLiteral("Other.workflow")), others));
+        auto workflow = LoadUserWorkflow(QStringLiteral("mine.workflow"), R"(Id="Id_Mine" Name="Mine" IsTemplate="False")");
+        QVERIFY(workflow);
+        workflow->SetName(Wide(QStringLiteral("Other")));
+        QVERIFY(!workflow->Save());
+        QCOMPARE(ReadFile(Path(QStringLiteral("Other.workflow"))), others);
+        QCOMPARE(F(*workflow).SourceFile, Path(QStringLiteral("mine.workflow")));
+
+        // Saving as a new workflow onto a file of the user folder that holds another workflow.
+        QVERIFY(QDir().mkpath(UserFolder()));
+        const QString userFile = UserFolder() + QStringLiteral("/Taken.workflow");
+        QVERIFY(WriteFile(userFile, others));
+        QVERIFY(!workflow->Save(Wide(QStringLiteral("Taken.workflow"))));
+        QCOMPARE(ReadFile(userFile), others);
+        QCOMPARE(F(*workflow).Id, QStringLiteral("Id_Mine"));
+
+        // The workflow's own file is replaced as before, whatever case its id is written in.
+        QVERIFY(WriteFile(Path(QStringLiteral("Own.workflow")),
+                          WorkflowDocument(WorkflowElement(R"(Id="ID_MINE" Name="Own" IsTemplate="False")"))));
+        workflow->SetName(Wide(QStringLiteral("Own")));
+        QVERIFY(workflow->Save());
+        Workflow reread;
+        QVERIFY(reread.Load(Wide(Path(QStringLiteral("Own.workflow"))), Wide(QString())));
+        QCOMPARE(F(reread).Id, QStringLiteral("Id_Mine"));
+    }
+
+    void saveWithEmptyNameIsRefused()
+    {
+        QDir(m_dir.path()).mkpath(QStringLiteral("unnamed"));
+        auto workflow =
+            LoadUserWorkflow(QStringLiteral("unnamed/n.workflow"), R"(Id="Id_N" Name="N" IsTemplate="False")");
+        QVERIFY(workflow);
+        workflow->SetName(Wide(QString()));
+        QVERIFY(!workflow->Save());
+        QCOMPARE(FilesIn(Path(QStringLiteral("unnamed"))), QStringList{QStringLiteral("n.workflow")});
+        QVERIFY(QDir().mkpath(UserFolder()));
+        QVERIFY(!workflow->Save(Wide(QStringLiteral("/somewhere/.workflow"))));
+        QCOMPARE(FilesIn(UserFolder()), QStringList());
+    }
+
+    void saveKeepsThePermissionsOfTheReplacedFile()
+    {
+        auto workflow = LoadUserWorkflow(QStringLiteral("Perm.workflow"), R"(Id="Id_P" Name="Perm" IsTemplate="False")");
+        QVERIFY(workflow);
+        const QString path = Path(QStringLiteral("Perm.workflow"));
+        const QFileDevice::Permissions shared = QFileDevice::ReadOwner | QFileDevice::WriteOwner | QFileDevice::ReadGroup;
+        QVERIFY(QFile::setPermissions(path, shared));
+        workflow->SetDescription(Wide(QStringLiteral("first")));
+        QVERIFY(workflow->Save());
+        QCOMPARE(QFile::permissions(path) & 0x7077, shared & 0x7077);
+
+        // A read-only file: an ordinary user cannot save over it; root may, and it stays read-only.
+        const QFileDevice::Permissions readOnly = QFileDevice::ReadOwner | QFileDevice::ReadGroup | QFileDevice::ReadOther;
+        QVERIFY(QFile::setPermissions(path, readOnly));
+        const QByteArray before = ReadFile(path);
+        workflow->SetDescription(Wide(QStringLiteral("second")));
+        const bool saved = workflow->Save();
+        QCOMPARE(QFile::permissions(path) & 0x7077, readOnly & 0x7077);
+        if (::geteuid() == 0)
+        {
+            QVERIFY(saved);
+            QVERIFY(ReadFile(path).contains("second"));
+        }
+        else
+        {
+            QVERIFY(!saved);
+            QCOMPARE(ReadFile(path), before);
+        }
+        QFile::setPermissions(path, shared);
+    }
+
+    void saveNeverWritesThroughALink()
+    {
+        QDir(m_dir.path()).mkpath(QStringLiteral("linked"));
+        const QString real = Path(QStringLiteral("linked/Real.workflow"));
+        const QByteArray content = WorkflowDocument(WorkflowElement(R"(Id="Id_L" Name="Link" IsTemplate="False")"));
+        QVERIFY(WriteFile(real, content));
+        const QString link = Path(QStringLiteral("linked/Link.workflow"));
+        QVERIFY(QFile::link(real, link));
+        Workflow workflow;
+        QVERIFY(workflow.Load(Wide(link), Wide(QString())));
+        workflow.SetDescription(Wide(QStringLiteral("through the link")));
+        QVERIFY(!workflow.Save());
+        QCOMPARE(ReadFile(real), content);
+        QVERIFY(QFileInfo(link).isSymLink());
+        QCOMPARE(FilesIn(Path(QStringLiteral("linked"))),
+                 (QStringList{QStringLiteral("Link.workflow"), QStringLiteral("Real.workflow")}));
+
+        // The settings file as a link: the setting is dropped and the link's target stays as it was.
+        const QString settingsFolder = m_env.DataHome() + QStringLiteral("/Velmora/WorkflowSettings");
+        QVERIFY(QDir().mkpath(settingsFolder));
+        const QString target = Path(QStringLiteral("linked/elsewhere.xml"));
+        const QByteArray settings = "<?xml version=\"1.0\"?>\n<WorkflowSettings><Workflows/></WorkflowSettings>\n";
+        QVERIFY(WriteFile(target, settings));
+        QVERIFY(QFile::link(target, settingsFolder + QStringLiteral("/WorkflowSettings.xml")));
+        workflow.SetUISetting(Wide(QStringLiteral("Key")), Wide(QStringLiteral("Value")));
+        QCOMPARE(ReadFile(target), settings);
+        QVERIFY(QFileInfo(settingsFolder + QStringLiteral("/WorkflowSettings.xml")).isSymLink());
+        QCOMPARE(QDir(settingsFolder).entryList(QDir::Files | QDir::Hidden | QDir::System),
+                 QStringList{QStringLiteral("WorkflowSettings.xml")});
+        QFile::remove(settingsFolder + QStringLiteral("/WorkflowSettings.xml"));
     }
 
     void killedWhileSavingLeavesOldOrNewFile()
