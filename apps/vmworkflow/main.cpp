@@ -410,6 +410,16 @@ int main(int argc, char** argv)
             applications += QDir::listSeparator().toLatin1() + configured;
         qputenv("VELMORA_APPLICATIONS_PATH", applications);
     }
+    {
+        // The host application's manifest ships beside the tool (the build writes one too), after
+        // whatever the environment names, so that a configured host wins.
+        QByteArray applications = qgetenv("VELMORA_APPLICATIONS_PATH");
+        if (!applications.isEmpty())
+            applications += QDir::listSeparator().toLatin1();
+        applications += QFile::encodeName(QDir::cleanPath(QCoreApplication::applicationDirPath() +
+                                                          QStringLiteral("/../share/Velmora/Applications")));
+        qputenv("VELMORA_APPLICATIONS_PATH", applications);
+    }
 
     WorkflowManager::Initialize();
     WorkflowManager* manager = WorkflowManager::GetInstance();
