@@ -1,5 +1,6 @@
 #include <VmWorkflowCore/WorkflowPrivate.h>
 
+#include "execution/ExecutingRegistry.h"
 #include "manager/WorkflowManagerImp.h"
 #include "notification/WorkflowNotificationManagerImp.h"
 #include "workflow/WorkflowArgumentsImp.h"
@@ -30,16 +31,24 @@ LinkStateListener::~LinkStateListener() = default;
 
 bool WorkflowPrivate::AddExecutingWorkflow(Workflow* workflow, int hostProcessId, int launcherProcessId)
 {
-    Q_UNUSED(workflow);
-    Q_UNUSED(hostProcessId);
-    Q_UNUSED(launcherProcessId);
-    return false;
+    WorkflowManagerImp* manager = Manager();
+    if (!workflow || !manager || !manager->Registry()->Add(workflow, hostProcessId, launcherProcessId))
+        return false;
+    if (WorkflowNotificationManagerImp* notifications = Notifications())
+        notifications->AnnounceExecutionBeginning(workflow);
+    return true;
 }
 
+// The entry stays in the registry: it counts as ended once its host is gone, and a later run of
+// the same workflow from the same launcher takes its place.
 bool WorkflowPrivate::RemoveExecutingWorkflow(Workflow* workflow)
 {
-    Q_UNUSED(workflow);
-    return false;
+    WorkflowManagerImp* manager = Manager();
+    if (!workflow || !manager || manager->Registry()->ReadAll().isEmpty())
+        return false;
+    if (WorkflowNotificationManagerImp* notifications = Notifications())
+        notifications->AnnounceExecutionFinished(workflow);
+    return true;
 }
 
 void WorkflowPrivate::AddLinkStateListener(LinkStateListener* listener)

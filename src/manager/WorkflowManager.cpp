@@ -145,22 +145,17 @@ WorkflowNotificationManager* WorkflowManager::GetNotificationManager()
 
 void WorkflowManager::WorkflowExecutionBeginningInApplication(Workflow* workflow, int processId)
 {
-    Q_UNUSED(workflow);
-    Q_UNUSED(processId);
+    m_imp->Registry()->AddExecutingApplication(workflow, processId);
 }
 
 void WorkflowManager::WorkflowExecutionFinishedInApplication(Workflow* workflow, int processId)
 {
-    Q_UNUSED(workflow);
-    Q_UNUSED(processId);
+    m_imp->Registry()->RemoveExecutingApplication(workflow, processId);
 }
 
 bool WorkflowManager::SetExecutingWorkflowExitStatus(Workflow* workflow, int status, const WideChar* message)
 {
-    Q_UNUSED(workflow);
-    Q_UNUSED(status);
-    Q_UNUSED(message);
-    return false;
+    return m_imp->Registry()->SetExitStatus(workflow, status, TextIn(message));
 }
 
 int WorkflowManager::ProductIdsToNameList(const WideChar* ids, WideChar* buffer, int size) const

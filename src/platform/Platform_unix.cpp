@@ -7,6 +7,10 @@
 #include <QStandardPaths>
 
 #include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <fcntl.h>
+#include <limits>
 #include <signal.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -30,13 +34,37 @@ std::unique_ptr<QSettings> MachineSettings(const QString& key)
                                        QStringLiteral("Velmora"), key);
 }
 
+namespace {
+// A killed process stays a zombie until its parent reaps it; it runs no more, so it counts as
+// ended. When the state cannot be read (say, /proc hides other users' processes) it counts as
+// running, as the signal test said.
+bool IsZombie(pid_t processId)
+{
+    char path[48];
+    std::snprintf(path, sizeof path, "/proc/%d/stat", static_cast<int>(processId));
+    const int fd = ::open(path, O_RDONLY | O_CLOEXEC);
+    if (fd < 0)
+        return false;
+    char text[512];
+    const ssize_t n = ::read(fd, text, sizeof text - 1);
+    ::close(fd);
+    if (n <= 0)
+        return false;
+    text[n] = '\0';
+    // "pid (name) S ...": the name may hold anything, so the state follows the last ')'.
+    const char* close = std::strrchr(text, ')');
+    return close && close[1] == ' ' && close[2] == 'Z';
+}
+} // namespace
+
 bool IsProcessAlive(qint64 processId)
 {
-    if (processId <= 0)
+    // Beyond the range of a pid the cast could turn into a process group or "every process".
+    if (processId <= 0 || processId > std::numeric_limits<pid_t>::max())
         return false;
-    if (::kill(static_cast<pid_t>(processId), 0) == 0)
-        return true;
-    return errno == EPERM;
+    if (::kill(static_cast<pid_t>(processId), 0) != 0 && errno != EPERM)
+        return false;
+    return !IsZombie(static_cast<pid_t>(processId));
 }
 
 qint64 CurrentProcessId()
