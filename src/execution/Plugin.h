@@ -36,12 +36,17 @@ public:
     WorkflowEditorHandler* EditorHandler();
     WorkflowLaunchHandler* LaunchHandler();
 
+    // Whether the library is mapped into the process right now.
+    bool IsLibraryLoaded() const;
+
     // Unloads the library when the manager goes; the library object goes only when unloading
     // worked, so that nothing calls into code that is still mapped.
     void Unload();
 
 private:
     bool Load();
+    // Loads the library on the first request; true when there is a plug-in interface to ask.
+    bool EnsurePlugin();
 
     QString m_path;
     LoadState m_state = NeverTried;

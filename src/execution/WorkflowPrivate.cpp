@@ -1,6 +1,7 @@
 #include <VmWorkflowCore/WorkflowPrivate.h>
 
 #include "execution/ExecutingRegistry.h"
+#include "execution/Plugin.h"
 #include "manager/WorkflowManagerImp.h"
 #include "notification/WorkflowNotificationManagerImp.h"
 #include "workflow/WorkflowArgumentsImp.h"
@@ -70,8 +71,14 @@ void WorkflowPrivate::AddWorkflow(Workflow* workflow)
 
 bool WorkflowPrivate::CanExecuteWorkflow(Workflow* workflow)
 {
-    Q_UNUSED(workflow);
-    return false;
+    WorkflowManagerImp* manager = Manager();
+    if (!workflow || !manager)
+        return false;
+    HostApplicationContext* context = manager->GetHostApplicationContext();
+    if (context && !context->CanExecuteWorkflow(workflow))
+        return false;
+    // One unfinished launch per process: the plug-in has no say in this.
+    return manager->Registry()->Enumerate(true, false).isEmpty();
 }
 
 void WorkflowPrivate::DeleteSourceFile(Workflow* workflow)
@@ -159,14 +166,16 @@ void WorkflowPrivate::SetWorkflowDirtyState(Workflow* workflow, bool dirty)
 
 WorkflowEditorHandler* WorkflowPrivate::GetWorkflowEditorHandler(Workflow* workflow)
 {
-    Q_UNUSED(workflow);
-    return nullptr;
+    WorkflowManagerImp* manager = Manager();
+    Plugin* plugin = manager ? manager->PluginFor(workflow) : nullptr;
+    return plugin ? plugin->EditorHandler() : nullptr;
 }
 
 WorkflowExecutor* WorkflowPrivate::GetWorkflowExecuteHandler(Workflow* workflow)
 {
-    Q_UNUSED(workflow);
-    return nullptr;
+    WorkflowManagerImp* manager = Manager();
+    Plugin* plugin = manager ? manager->PluginFor(workflow) : nullptr;
+    return plugin ? plugin->ExecuteHandler() : nullptr;
 }
 
 QSortFilterProxyModel* WorkflowPrivate::GetWorkflowListModel(const QString& filter, const QString& sort)

@@ -18,6 +18,7 @@
 
 #include <QDir>
 #include <QFileInfo>
+#include <QSettings>
 
 namespace Velmora::WorkflowCore {
 
@@ -45,18 +46,84 @@ WorkflowManagerImp::~WorkflowManagerImp()
     delete m_notificationManager;
     m_notificationManager = nullptr;
     m_registry.reset();
+    // Nothing is asked of the plug-ins on the way out: their libraries are simply unloaded.
     for (Plugin* plugin : std::as_const(m_plugins))
     {
         plugin->Unload();
         delete plugin;
     }
     m_plugins.clear();
+    m_pluginFolders.clear();
 }
+
+namespace {
+
+const QString kPluginSearchPathsValue = QStringLiteral("WorkflowPluginSearchPaths");
+
+// The machine-wide plug-in folders, as one ";"-separated text.
+QString MachinePluginSearchPaths()
+{
+    const auto settings = Platform::MachineSettings(QStringLiteral("Workflow/2017"));
+    const QVariant value = settings->value(kPluginSearchPathsValue);
+    // A settings file may split a value with commas into a list; the commas were part of the text.
+    if (value.typeId() == QMetaType::QStringList)
+        return value.toStringList().join(QLatin1Char(','));
+    return value.toString();
+}
+
+// The folders searched for a plug-in named without a folder, in the order they are tried.
+QStringList PluginSearchFolders(const QString& configured)
+{
+    QStringList folders = SplitSearchPaths(configured);
+    folders += SplitSearchPaths(MachinePluginSearchPaths());
+    folders.append(ApplicationFolder());
+    return folders;
+}
+
+} // namespace
 
 Plugin* WorkflowManagerImp::PluginFor(Workflow* workflow)
 {
-    Q_UNUSED(workflow);
-    return nullptr;
+    if (!workflow)
+        return nullptr;
+    const QString name = workflow->GetImp()->Fields().Plugin;
+    // Whatever folder an earlier search recorded for this workflow no longer holds.
+    m_pluginFolders.remove(workflow);
+    if (name.isEmpty())
+        return nullptr;
+    QString path;
+    if (QDir::isAbsolutePath(name))
+    {
+        path = name;
+    }
+    else
+    {
+        const QStringList folders = PluginSearchFolders(m_pluginSearchPaths);
+        for (const QString& folder : folders)
+        {
+            if (folder.isEmpty())
+                continue;
+            // Only a regular file is a library; a folder or a fifo of that name is passed over.
+            const QFileInfo candidate(QDir(folder), name);
+            if (!candidate.isFile())
+                continue;
+            path = QDir::cleanPath(candidate.absoluteFilePath());
+            m_pluginFolders.insert(workflow, QDir::cleanPath(QDir(folder).absolutePath()));
+            break;
+        }
+        if (path.isEmpty())
+            return nullptr;
+    }
+    // One record per library file name, wherever each workflow found its copy.
+    const QString fileName = QFileInfo(path).fileName();
+    for (Plugin* plugin : std::as_const(m_plugins))
+    {
+        if (QFileInfo(plugin->Path()).fileName().compare(fileName, Qt::CaseInsensitive) == 0)
+            return plugin;
+    }
+    auto* plugin = new Plugin(path);
+    m_plugins.append(plugin);
+    return plugin;
 }
 
 QString WorkflowManagerImp::PluginFolderFor(Workflow* workflow) const
@@ -117,6 +184,8 @@ void WorkflowManagerImp::EmptyCatalogue()
     m_byName.clear();
     m_indexedKeys.clear();
     m_indexGeneration = WorkflowImp::KeysGeneration();
+    for (Workflow* workflow : workflows)
+        m_pluginFolders.remove(workflow);
     // Every template remembers its introduction choice as it goes: one rewrite of the file.
     WorkflowSettingsBatch batch;
     qDeleteAll(workflows);
@@ -199,6 +268,7 @@ void WorkflowManagerImp::RemoveAt(int index)
     emit WorkflowAboutToBeRemoved(index);
     Workflow* workflow = m_catalogue.takeAt(index);
     IndexRemove(workflow);
+    m_pluginFolders.remove(workflow);
     delete workflow;
     emit WorkflowRemoved(index);
 }
@@ -338,6 +408,7 @@ bool WorkflowManagerImp::DeleteWorkflow(const QString& id, const QString& source
     }
     m_catalogue.removeAt(index);
     IndexRemove(workflow);
+    m_pluginFolders.remove(workflow);
     delete workflow;
     emit WorkflowRemoved(index);
     return true;
