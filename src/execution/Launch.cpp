@@ -58,6 +58,8 @@ void ShowStartFailure(WorkflowImp& record, OstrelAdapter::Application::StartupEr
                     OstrelAdapter::OstrelAdapterUtility::FormatApplicationStarupErrorMessage(
                         QStringLiteral("VmWorkflowHost"), error),
                     QMessageBox::NoButton);
+    // Said again on purpose: only an explicit choice keeps the box from adding an OK button when shown.
+    box.setStandardButtons(QMessageBox::NoButton);
     box.setWindowIcon(QIcon(record.GetImage(WorkflowImageAutomatic, 16)));
     box.exec();
 }

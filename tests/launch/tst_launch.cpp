@@ -15,6 +15,7 @@
 #include <QCoreApplication>
 #include <QDateTime>
 #include <QDir>
+#include <QLibrary>
 #include <QRegularExpression>
 #include <QTemporaryDir>
 #include <QTest>
@@ -31,6 +32,7 @@ namespace {
 
 const QString kRecorder = QStringLiteral(VMWF_LAUNCH_RECORDER);
 const QString kHost = QStringLiteral(VMWF_HOST_EXECUTABLE);
+const QString kRefusingPlugin = QStringLiteral(VMWF_REFUSING_PLUGIN);
 
 class RecordingContext : public HostApplicationContext
 {
@@ -100,6 +102,7 @@ private Q_SLOTS:
     void nullWorkflowIsRefused();
     void contextVetoRefusesBeforeAnythingElse();
     void beforeExecuteRefusalWritesNothing();
+    void pluginRefusalWritesNothing();
     void hostCommandLineIsExactlyTheLaunchArguments();
     void temporaryFileHoldsTheWorkflow();
     void emptyIdGivesFileArgumentWithoutQuestionMark();
@@ -129,7 +132,11 @@ void LaunchTest::initTestCase()
     QStandardPaths::setTestModeEnabled(true);
     const QByteArray workflows = VmWorkflowTest::WorkflowDocument(
         VmWorkflowTest::WorkflowElement(R"(Id="Id_Plain" Name="Plain launch")") +
-        VmWorkflowTest::WorkflowElement(R"(Id="Id_Other" Name="Other launch")"));
+        VmWorkflowTest::WorkflowElement(R"(Id="Id_Other" Name="Other launch")") +
+        VmWorkflowTest::WorkflowElement("Id=\"Id_Refused\" Name=\"Refused\" Plugin=\"" +
+                                        QFile::encodeName(QFileInfo(kRefusingPlugin).fileName()) + "\"") +
+        VmWorkflowTest::WorkflowElement("Id=\"Id_RefusedToo\" Name=\"Refused too\" Plugin=\"" +
+                                        QFile::encodeName(QFileInfo(kRefusingPlugin).fileName()) + "\""));
     QVERIFY(WriteFile(m_workflows.path() + QStringLiteral("/launch.workflow"), workflows));
     QVERIFY(WorkflowManager::Initialize());
     WorkflowManager::GetInstance()->SetWorkflowSearchPaths(Wide(m_workflows.path()));
@@ -228,6 +235,35 @@ void LaunchTest::beforeExecuteRefusalWritesNothing()
     QVERIFY(!WorkflowManager::GetInstance()->ExecuteWorkflow(workflow, WorkflowBrowser));
     QCOMPARE(m_context.calls, (QStringList{QStringLiteral("CanExecuteWorkflow"), QStringLiteral("BeforeExecuteWorkflow")}));
     QVERIFY(TemporaryFiles().isEmpty());
+    QTest::qWait(300);
+    QVERIFY(!QFileInfo::exists(m_runFolder->path() + QStringLiteral("/record.txt")));
+}
+
+void LaunchTest::pluginRefusalWritesNothing()
+{
+    StartedRecorderManifest(QStringLiteral("2017.0"), QStringLiteral("host"));
+    WorkflowManager::GetInstance()->SetWorkflowPluginSearchPaths(Wide(QFileInfo(kRefusingPlugin).absolutePath()));
+    for (const QString& id : {QStringLiteral("Id_Refused"), QStringLiteral("Id_RefusedToo"), QStringLiteral("Id_Refused")})
+    {
+        m_context.calls.clear();
+        Workflow* workflow = CatalogWorkflow(id);
+        QVERIFY(workflow);
+        QVERIFY(!WorkflowManager::GetInstance()->ExecuteWorkflow(workflow, ApplicationMenu));
+        // The plug-in is asked after the host context, and its refusal comes before the arguments.
+        QCOMPARE(m_context.calls,
+                 (QStringList{QStringLiteral("CanExecuteWorkflow"), QStringLiteral("BeforeExecuteWorkflow")}));
+    }
+    WorkflowManager::GetInstance()->SetWorkflowPluginSearchPaths(Wide(QString()));
+    QVERIFY(TemporaryFiles().isEmpty());
+
+    // The manager loaded the plug-in; the same library answers how often it was asked.
+    QLibrary library(kRefusingPlugin);
+    QVERIFY(library.load());
+    auto requests = reinterpret_cast<int (*)()>(library.resolve("RefusingPluginLaunchHandlerRequests"));
+    auto prepared = reinterpret_cast<int (*)()>(library.resolve("RefusingPluginPrepareLaunchCalls"));
+    QVERIFY(requests && prepared);
+    QCOMPARE(requests(), 1);
+    QCOMPARE(prepared(), 3);
     QTest::qWait(300);
     QVERIFY(!QFileInfo::exists(m_runFolder->path() + QStringLiteral("/record.txt")));
 }
