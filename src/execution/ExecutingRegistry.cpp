@@ -15,6 +15,9 @@ namespace Velmora::WorkflowCore {
 namespace {
 
 constexpr quint32 kNullString = 0xFFFFFFFFu;
+// Two empty strings, two ids, the handle, an empty application list, the status, an empty
+// message and the target id.
+constexpr qsizetype kSmallestEntry = 4 + 4 + 4 + 4 + 8 + 4 + 4 + 4 + 4;
 
 // Reads the data-stream encoding from untrusted bytes: every count and length is checked against
 // what is left before anything is taken or allocated.
@@ -184,7 +187,9 @@ QList<ExecutingWorkflowRecord> ExecutingRegistry::ParseEntries(const char* data,
     qint32 count = 0;
     if (!reader.Int32(count))
         return entries;
-    // The count is not trusted for a reservation: the bytes bound the list.
+    // A count that more entries than the bytes could ever hold is a damaged header, not a list.
+    if (count <= 0 || count > reader.Left() / kSmallestEntry)
+        return entries;
     for (qint32 i = 0; i < count; ++i)
     {
         ExecutingWorkflowRecord entry;
