@@ -32,30 +32,33 @@ def unit_id(text):
     return hashlib.md5(text.encode("utf-8")).hexdigest()
 
 
+# The file of the sample plug-in that carries the sample workflows out (plugins/sample).
+SAMPLE_PLUGIN = "libVmWorkflowSamplePlugin.so"
+
 # Each template: attributes, introduction, settings, translations (de, fr) of its tr() texts.
 TEMPLATE_LIST = [
     dict(Id="Id_MonthlyReportTemplate", Name="tr(Monthly report)",
          Description="tr(Collects the month's figures into one report.)",
-         Plugin="SamplePlugin", PrimaryProduct="alpha", TargetProduct="alpha:2016", RequiredProducts="alpha",
+         Plugin=SAMPLE_PLUGIN, PrimaryProduct="alpha", TargetProduct="alpha:2016", RequiredProducts="alpha",
          RequiredProductsDisplayText="Alpha", Keywords="report month figures", HelpId="help.report",
          TemplateImage="images/report16.png|images/report32.png", CreatedDate="2015-10-01T09:00:00",
          intro="tr(This workflow gathers the figures of one month.)", color=(200, 60, 60)),
     dict(Id="Id_DataExportTemplate", Name="tr(Data export)",
          Description="tr(Exports the selected data for the partner system.)",
-         Plugin="SamplePlugin", PrimaryProduct="beta", TargetProduct="beta:2017", RequiredProducts="alpha & beta",
+         Plugin=SAMPLE_PLUGIN, PrimaryProduct="beta", TargetProduct="beta:2017", RequiredProducts="alpha & beta",
          RequiredProductsDisplayText="Alpha and Beta", Keywords="export data",
          TemplateImage="images/export16.png|images/export32.png", CreatedDate="2015-11-12T14:30:00",
          intro="tr(Choose the data, then the format.)", color=(60, 160, 60)),
     dict(Id="Id_PeerReviewTemplate", Name="tr(Peer review)",
          Description="tr(Sends a document round for review.)",
-         Plugin="SamplePlugin", PrimaryProduct="gamma", TargetProduct="gamma:2016.1",
+         Plugin=SAMPLE_PLUGIN, PrimaryProduct="gamma", TargetProduct="gamma:2016.1",
          RequiredProducts="(alpha | gamma) & beta:2017", RequiredProductsDisplayText="Alpha or Gamma, and Beta 2017",
          Keywords="review", TemplateImage="images/review16.png|images/review32.png",
          CreatedDate="2016-01-20T08:15:00", intro="tr(Reviewers are asked one after the other.)",
          color=(60, 60, 200)),
     dict(Id="Id_LegacyImportTemplate", Name="tr(Legacy import)",
          Description="tr(Imports files of the old format.)",
-         Plugin="SamplePlugin", PrimaryProduct="delta", TargetProduct="delta:2015", RequiredProducts="delta:2015",
+         Plugin=SAMPLE_PLUGIN, PrimaryProduct="delta", TargetProduct="delta:2015", RequiredProducts="delta:2015",
          RequiredProductsDisplayText="Delta 2015", Keywords="import legacy",
          TemplateImage="images/legacy16.png|images/legacy32.png", CreatedDate="2014-06-30T17:45:00",
          intro="tr(Old files are converted as they are read.)", color=(150, 150, 40)),
@@ -121,8 +124,14 @@ def write(path, text):
         f.write(text)
 
 
-def steps(*names):
-    return "".join('            <Step Order="%d" Action=%s/>\n' % (i + 1, quoteattr(n)) for i, n in enumerate(names))
+def steps(*items):
+    """Each item is an action name, or a pair of an action name and a dict of further attributes."""
+    out = ""
+    for i, item in enumerate(items):
+        name, extra = item if isinstance(item, tuple) else (item, {})
+        attrs = "".join(" %s=%s" % (k, quoteattr(v)) for k, v in extra.items())
+        out += '            <Step Order="%d" Action=%s%s/>\n' % (i + 1, quoteattr(name), attrs)
+    return out
 
 
 def main():
@@ -153,17 +162,17 @@ def main():
         ("My monthly report.workflow",
          dict(IsTemplate="False", Id="Id_MyMonthlyReport_{6f1c2a0e-1b2c-4d5e-8f90-a1b2c3d4e5f6}",
               TemplateId="Id_MonthlyReportTemplate", Name="My monthly report",
-              Description="Figures for the board, every first Monday.", Plugin="SamplePlugin",
+              Description="Figures for the board, every first Monday.", Plugin=SAMPLE_PLUGIN,
               PrimaryProduct="alpha", TargetProduct="alpha:2016", RequiredProducts="alpha",
               ModifiedImage="images/mine16.png|images/mine32.png",
               CreatedDate="2016-02-01T10:00:00", LastModifiedDate="2016-03-01T11:30:00"),
          steps("Open", "Collect", "Board summary", "Finish")),
         ("Quarterly export.workflow",
          dict(IsTemplate="False", Id="Id_QuarterlyExport_{0a9b8c7d-6e5f-4a3b-9c2d-1e0f9a8b7c6d}",
-              TemplateId="Id_DataExportTemplate", Name="Quarterly export", Plugin="SamplePlugin",
+              TemplateId="Id_DataExportTemplate", Name="Quarterly export", Plugin=SAMPLE_PLUGIN,
               Description="Inherits its products from its template.", TargetProduct="beta",
               CreatedDate="2016-04-05T12:00:00"),
-         steps("Select quarter", "Export")),
+         steps("Select quarter", ("Wait", {"Ms": "300"}), "Export")),
         ("Orphaned flow.workflow",
          dict(IsTemplate="False", Id="Id_OrphanedFlow_{11111111-2222-3333-4444-555555555555}",
               TemplateId="Id_RemovedTemplate", Name="Orphaned flow",
@@ -172,12 +181,14 @@ def main():
          steps("Nothing")),
         ("Review A.workflow",
          dict(IsTemplate="False", Id="Id_SharedReview", TemplateId="Id_PeerReviewTemplate", Name="Review A",
+              Plugin=SAMPLE_PLUGIN,
               Description="Shares its id with Review B; lookups find this one first.",
               PrimaryProduct="gamma", TargetProduct="gamma:2016.1", RequiredProducts="alpha | gamma",
               CreatedDate="2016-05-01T09:00:00"),
          steps("Ask")),
         ("Review B.workflow",
          dict(IsTemplate="False", Id="Id_SharedReview", TemplateId="Id_PeerReviewTemplate", Name="Review B",
+              Plugin=SAMPLE_PLUGIN,
               Description="A duplicate id, reachable only by naming its file.",
               PrimaryProduct="gamma", TargetProduct="gamma:2016.1", RequiredProducts="gamma & (beta | delta)",
               CreatedDate="2016-05-02T09:00:00"),

@@ -2,11 +2,16 @@
 
 // The plug-in SDK: what a workflow plug-in library implements and exports.
 //
-// A plug-in is a shared library named by a workflow's "Plugin" attribute. The library loads it
-// once per process, calls its C entry point "GetWorkflowPlugin" and keeps the WorkflowPlugin it
-// returns for as long as the process uses the library; it never deletes any object of this
-// header. Every interface below keeps its virtual operations in the order written: a plug-in built
-// against this header by a third party is called through those slots.
+// A plug-in is a shared library named by a workflow's "Plugin" attribute: an absolute path, or a
+// file name looked for in the configured plug-in folders, then the machine-wide ones, then the
+// folder of the running application. Workflows naming files of the same name (ignoring case)
+// share one library. The library loads it once per process, on the first request for a handler,
+// calls its C entry point "GetWorkflowPlugin" and keeps the WorkflowPlugin it returns for as long
+// as the process uses the library; it never deletes any object of this header. A library that
+// cannot be loaded or lacks the entry point is not tried again in that process. When the manager
+// is uninitialised the library is unloaded without any call into it, so handlers must not be used
+// after that. Every interface below keeps its virtual operations in the order written: a plug-in
+// built against this header by a third party is called through those slots.
 
 #include <VmWorkflowCore/Workflow.h>
 
@@ -53,7 +58,8 @@ public:
 };
 
 // The interface the entry point returns. Each operation may return null when the plug-in has no
-// such handler. The library asks each operation at most once per process and keeps the answer.
+// such handler. The library keeps the first non-null answer of each operation for as long as the
+// library stays loaded and does not ask again; a null answer is asked again on the next request.
 class WorkflowPlugin
 {
 public:

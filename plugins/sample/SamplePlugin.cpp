@@ -72,7 +72,7 @@ int Milliseconds(const QString& text)
 struct Step
 {
     int order = INT_MAX;   // steps without an Order come last
-    QString label;         // the Order as written, or the step's position
+    QString label;         // the Order as written, or "-" when there is none
     QString action;
     QXmlStreamAttributes attributes;
 };
@@ -99,7 +99,7 @@ bool ReadSteps(const QString& settings, QList<Step>& steps, QString& error)
             const int number = order.toInt(&ok);
             if (ok)
                 step.order = number;
-            step.label = ok ? order : QString::number(steps.size() + 1);
+            step.label = ok ? order : QStringLiteral("-");
             steps.append(step);
         }
         else if (reader.isEndElement())
