@@ -123,8 +123,9 @@ bool WorkflowManager::DeleteWorkflow(const WideChar* id, const WideChar* sourceF
 
 bool WorkflowManager::WorkflowModifiedInPlugin(const WideChar* workflowId, const WideChar* sourceFile)
 {
-    Q_UNUSED(workflowId);
-    Q_UNUSED(sourceFile);
+    // Plug-ins treat the announcement as fire-and-forget; whether anyone heard it is not theirs.
+    if (WorkflowNotificationManager* notifications = m_imp->NotificationManager())
+        notifications->GetImp()->AnnounceWorkflowModified(TextIn(workflowId), TextIn(sourceFile));
     return true;
 }
 

@@ -1,9 +1,30 @@
 #include "notification/WorkflowNotificationManagerImp.h"
 
+#include "execution/ExecutingRegistry.h"
+#include "manager/WorkflowManagerImp.h"
+#include "notification/OstrelMessageHandler.h"
+#include "workflow/WorkflowImp.h"
+
+#include <OstrelAdapter/Application.h>
+#include <OstrelAdapter/ApplicationManager.h>
+#include <OstrelAdapter/ApplicationMessage.h>
+
 #include <QCoreApplication>
 #include <QFileInfo>
 
-namespace Velmora::WorkflowCore {
+namespace Velmora::WorkflowCore
+{
+
+namespace
+{
+
+const QString kExecutionBeginningMsg = QStringLiteral("WorkflowExecutionBeginningMsg");
+const QString kExecutionFinishedMsg = QStringLiteral("WorkflowExecutionFinishedMsg");
+const QString kModifiedMsg = QStringLiteral("WorkflowModifiedMsg");
+const QString kWorkflowId = QStringLiteral("WorkflowId");
+const QString kWorkflowSourceFile = QStringLiteral("WorkflowSourceFile");
+
+} // namespace
 
 bool IsHostApplication()
 {
@@ -13,9 +34,25 @@ bool IsHostApplication()
     return baseName.compare(QLatin1String("VmWorkflowHost"), Qt::CaseInsensitive) == 0;
 }
 
-WorkflowNotificationManagerImp::WorkflowNotificationManagerImp() : m_isHostProcess(IsHostApplication()) {}
+// Every process listens, so that a launcher hears about the runs its hosts carry out; only the
+// host application records links and sends.
+WorkflowNotificationManagerImp::WorkflowNotificationManagerImp()
+    : m_isHostProcess(IsHostApplication()), m_handler(std::make_unique<OstrelMessageHandler>())
+{
+    connect(m_handler.get(), &OstrelMessageHandler::OstrelMessageReceived, this,
+            &WorkflowNotificationManagerImp::OstrelMessageReceived);
+    connect(m_handler.get(), &OstrelMessageHandler::ApplicationLinkStarted, this,
+            &WorkflowNotificationManagerImp::ApplicationLinkStarted);
+    if (OstrelAdapter::ApplicationManager* hub = OstrelAdapter::ApplicationManager::GetInstance())
+        hub->AddMessageHandler(m_handler.get());
+}
 
-WorkflowNotificationManagerImp::~WorkflowNotificationManagerImp() = default;
+WorkflowNotificationManagerImp::~WorkflowNotificationManagerImp()
+{
+    // The hub must forget the handler before it goes; a hub already gone has forgotten it.
+    if (OstrelAdapter::ApplicationManager* hub = OstrelAdapter::ApplicationManager::GetInstance())
+        hub->RemoveMessageHandler(m_handler.get());
+}
 
 void WorkflowNotificationManagerImp::AddLinkStateListener(LinkStateListener* listener)
 {
@@ -30,18 +67,93 @@ void WorkflowNotificationManagerImp::RemoveLinkStateListener(LinkStateListener* 
 
 void WorkflowNotificationManagerImp::AnnounceExecutionBeginning(Workflow* workflow)
 {
-    Q_UNUSED(workflow);
+    if (!m_isHostProcess || !workflow)
+        return;
+    SendToLinkedApplications(kExecutionBeginningMsg, {{kWorkflowId, workflow->GetImp()->Fields().Id}});
 }
 
 void WorkflowNotificationManagerImp::AnnounceExecutionFinished(Workflow* workflow)
 {
-    Q_UNUSED(workflow);
+    if (!m_isHostProcess || !workflow)
+        return;
+    SendToLinkedApplications(kExecutionFinishedMsg, {{kWorkflowId, workflow->GetImp()->Fields().Id}});
 }
 
-void WorkflowNotificationManagerImp::AnnounceWorkflowModified(const QString& workflowId, const QString& sourceFile)
+void WorkflowNotificationManagerImp::AnnounceWorkflowModified(const QString& workflowId,
+                                                              const QString& sourceFile)
 {
-    Q_UNUSED(workflowId);
-    Q_UNUSED(sourceFile);
+    if (!m_isHostProcess)
+        return;
+    SendToLinkedApplications(kModifiedMsg, {{kWorkflowId, workflowId}, {kWorkflowSourceFile, sourceFile}});
+}
+
+void WorkflowNotificationManagerImp::SendToLinkedApplications(const QString& name,
+                                                              const QMap<QString, QVariant>& data)
+{
+    OstrelAdapter::ApplicationMessage message(name, data);
+    for (OstrelAdapter::Application* application : std::as_const(m_linkedApplications))
+        application->Send(&message);
+}
+
+void WorkflowNotificationManagerImp::ApplicationLinkStarted(OstrelAdapter::Application* application)
+{
+    if (!m_isHostProcess || !application)
+        return;
+    // A listener may remove itself when told; walk a copy so every listener present at the start
+    // is considered once.
+    const QList<LinkStateListener*> listeners = m_listeners;
+    for (LinkStateListener* listener : listeners)
+    {
+        if (!listener || listener->GetProcessId() != application->GetProcessId())
+            continue;
+        if (!m_linkedApplications.contains(application))
+            m_linkedApplications.append(application);
+        listener->OnLinkStarted();
+    }
+}
+
+void WorkflowNotificationManagerImp::OstrelMessageReceived(OstrelAdapter::ApplicationMessage* message)
+{
+    WorkflowManagerImp* manager = WorkflowManagerImp::Instance();
+    if (!message || !manager)
+        return;
+    const QString name = message->GetName();
+    const QMap<QString, QVariant> data = message->GetData();
+    const QString workflowId = data.value(kWorkflowId).toString();
+    const QString sourceFile = data.value(kWorkflowSourceFile).toString();
+
+    std::unique_ptr<ExecutingWorkflowRecord> entry;
+    if (ExecutingRegistry* registry = manager->Registry())
+    {
+        const QList<ExecutingWorkflowRecord> records = registry->Enumerate(true, true);
+        for (const ExecutingWorkflowRecord& record : records)
+        {
+            if (record.WorkflowId.compare(workflowId, Qt::CaseInsensitive) == 0)
+            {
+                entry = std::make_unique<ExecutingWorkflowRecord>(record);
+                break;
+            }
+        }
+    }
+
+    if (name == kModifiedMsg)
+    {
+        if (Workflow* workflow = manager->FindWorkflow(workflowId, QString()))
+            workflow->GetImp()->Load(sourceFile, workflowId);
+        return;
+    }
+    if (!entry || !m_public)
+        return;
+    if (name == kExecutionBeginningMsg)
+    {
+        ExecutingWorkflow executing(entry.release());
+        Q_EMIT m_public->WorkflowExecutionBeginning(&executing);
+    }
+    else if (name == kExecutionFinishedMsg)
+    {
+        ExecutingWorkflow executing(entry.release());
+        Q_EMIT m_public->WorkflowExecutionFinished(&executing);
+    }
 }
 
 } // namespace Velmora::WorkflowCore

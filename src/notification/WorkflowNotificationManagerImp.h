@@ -6,7 +6,18 @@
 #include <QList>
 #include <QObject>
 
-namespace Velmora::WorkflowCore {
+#include <memory>
+
+namespace Velmora::OstrelAdapter
+{
+class Application;
+class ApplicationMessage;
+} // namespace Velmora::OstrelAdapter
+
+namespace Velmora::WorkflowCore
+{
+
+class OstrelMessageHandler;
 
 class WorkflowNotificationManagerImp : public QObject
 {
@@ -31,9 +42,22 @@ public:
     void AnnounceExecutionFinished(Workflow* workflow);
     void AnnounceWorkflowModified(const QString& workflowId, const QString& sourceFile);
 
+    // The applications whose links a listener was waiting for, in the order they linked; always
+    // empty outside the host application.
+    const QList<OstrelAdapter::Application*>& LinkedApplications() const { return m_linkedApplications; }
+
+public Q_SLOTS:
+    void OstrelMessageReceived(Velmora::OstrelAdapter::ApplicationMessage* message);
+    void ApplicationLinkStarted(Velmora::OstrelAdapter::Application* application);
+
 private:
+    void SendToLinkedApplications(const QString& name, const QMap<QString, QVariant>& data);
+
     WorkflowNotificationManager* m_public = nullptr;
     bool m_isHostProcess = false;
+    // Registered with the hub from construction until destruction, whenever a hub exists.
+    std::unique_ptr<OstrelMessageHandler> m_handler;
+    QList<OstrelAdapter::Application*> m_linkedApplications;
     QList<LinkStateListener*> m_listeners;
 };
 

@@ -27,6 +27,10 @@ qint64 CurrentProcessId();
 // application object to ask. Empty when the system cannot tell.
 QString ExecutableFolder();
 
+// The folder of the library or program file that holds the code at address; empty when the
+// system cannot tell.
+QString ModuleFolder(const void* address);
+
 // What tells one version of a file from another without reading it: a file replaced by an
 // atomic save has a new identity even when its size and time look the same.
 struct FileIdentity

@@ -11,6 +11,7 @@
 #include <cstring>
 #include <fcntl.h>
 #include <limits>
+#include <dlfcn.h>
 #include <signal.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -111,6 +112,15 @@ QString ExecutableFolder()
     const QFileInfo program(QStringLiteral("/proc/self/exe"));
     const QString target = program.canonicalFilePath();
     return target.isEmpty() ? QString() : QFileInfo(target).absolutePath();
+}
+
+QString ModuleFolder(const void* address)
+{
+    Dl_info info{};
+    if (::dladdr(address, &info) == 0 || !info.dli_fname)
+        return QString();
+    const QString file = QFileInfo(QFile::decodeName(info.dli_fname)).canonicalFilePath();
+    return file.isEmpty() ? QString() : QFileInfo(file).absolutePath();
 }
 
 } // namespace Velmora::WorkflowCore::Platform

@@ -81,4 +81,17 @@ QString ExecutableFolder()
     return QFileInfo(QString::fromWCharArray(path, int(length))).absolutePath();
 }
 
+QString ModuleFolder(const void* address)
+{
+    HMODULE module = nullptr;
+    if (!::GetModuleHandleExW(GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS | GET_MODULE_HANDLE_EX_FLAG_UNCHANGED_REFCOUNT,
+                              static_cast<LPCWSTR>(address), &module))
+        return QString();
+    wchar_t path[32768];
+    const DWORD length = ::GetModuleFileNameW(module, path, DWORD(sizeof(path) / sizeof(path[0])));
+    if (length == 0 || length >= sizeof(path) / sizeof(path[0]))
+        return QString();
+    return QFileInfo(QString::fromWCharArray(path, int(length))).absolutePath();
+}
+
 } // namespace Velmora::WorkflowCore::Platform

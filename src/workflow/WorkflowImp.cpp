@@ -1,5 +1,6 @@
 #include "workflow/WorkflowImp.h"
 
+#include "execution/Analytics.h"
 #include "manager/WorkflowManagerImp.h"
 #include "workflow/WorkflowFile.h"
 #include "workflow/WorkflowSettings.h"
@@ -176,6 +177,7 @@ bool WorkflowImp::Save()
                            QStringLiteral(".workflow");
     if (!WriteWorkflow(*this, m.Name, target, m.Id))
         return false;
+    ReportWorkflowModification(m.Id, m.TemplateId);
     m.SourceFile = QDir::cleanPath(target);
     m.IsTemplate = false;
     m.IsModified = false;
@@ -202,6 +204,7 @@ bool WorkflowImp::Save(const QString& path)
     m.CreatedDate = QDateTime::currentDateTime();
     if (!WriteWorkflow(*this, name, target, newId))
         return false;
+    ReportWorkflowCreation(m.TemplateId, m.IsModified);
     m.SourceFile = QDir::cleanPath(target);
     m.Id = newId;
     m.Name = name;
