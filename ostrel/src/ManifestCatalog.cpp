@@ -101,7 +101,7 @@ void ManifestCatalog::Reload()
     m_readAtMs = QDateTime::currentMSecsSinceEpoch();
     m_stamps.clear();
     m_applications.clear();
-    QSet<QString> seenIds;
+    QSet<QString> seenIds; // id in lower case and version
     for (const QString& folder : ApplicationManager::ManifestFolders()) {
         // Folders end in "/" among the stamps so that they are told from manifest files.
         Stamp folderStamp = StampOf(folder);
@@ -115,9 +115,12 @@ void ManifestCatalog::Reload()
             const ApplicationInfo info = ReadManifest(file.absoluteFilePath());
             if (!info.IsValid())
                 continue;
-            const QString key = info.GetId().toLower();
+            // Several versions of one application are installed side by side and a launcher picks
+            // among them; only the same version of the same id met again is a duplicate.
+            const QString key = info.GetId().toLower() + QLatin1Char('\n') + info.GetVersion().trimmed();
             if (seenIds.contains(key)) {
-                qCDebug(lcManifests, "duplicate id %s in %s", qUtf8Printable(info.GetId()), qUtf8Printable(file.absoluteFilePath()));
+                qCDebug(lcManifests, "duplicate application %s %s in %s", qUtf8Printable(info.GetId()),
+                        qUtf8Printable(info.GetVersion()), qUtf8Printable(file.absoluteFilePath()));
                 continue;
             }
             seenIds.insert(key);

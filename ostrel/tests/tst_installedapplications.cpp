@@ -36,9 +36,14 @@ private slots:
         QVERIFY(m_env.Setup());
         QVERIFY(WriteManifest(m_env.ExtraFolder() + QStringLiteral("/alpha.xml"),
                               Manifest(QStringLiteral("Id_Alpha"), QStringLiteral("2016.1"), QStringLiteral("/bin/true"), 11)));
-        // The same id further down the folder list loses.
+        // Other versions of the same id are installed beside it, in folder order; the same id and
+        // version met again further down the folder list is a duplicate and loses.
+        QVERIFY(WriteManifest(m_env.DataHomeFolder() + QStringLiteral("/alpha.xml"),
+                              Manifest(QStringLiteral("id_alpha"), QStringLiteral("2016.1"), QStringLiteral("/bin/true"), 13)));
         QVERIFY(WriteManifest(m_env.DataDirsFolder() + QStringLiteral("/alpha.xml"),
                               Manifest(QStringLiteral("ID_ALPHA"), QStringLiteral("2017.0"), QStringLiteral("/bin/true"), 12)));
+        QVERIFY(WriteManifest(m_env.DataDirsFolder() + QStringLiteral("/alpha2.xml"),
+                              Manifest(QStringLiteral("Id_Alpha"), QStringLiteral("2016.2"), QStringLiteral("/bin/true"), 14)));
         QVERIFY(WriteManifest(m_env.DataDirsFolder() + QStringLiteral("/beta.xml"),
                               Manifest(QStringLiteral("Id_Beta"), QStringLiteral("2017.0.5"), QStringLiteral("bin/beta"), 21)));
         QVERIFY(WriteManifest(m_env.DataHomeFolder() + QStringLiteral("/gamma.xml"),
@@ -66,22 +71,55 @@ private slots:
     {
         QStringList ids;
         for (const ApplicationInfo& info : Hub()->GetAllInstalledApplications())
-            ids << info.GetId();
+            ids << info.GetId().toLower();
+        ids.removeDuplicates();
         ids.sort();
-        QCOMPARE(ids, (QStringList{QStringLiteral("Id_Alpha"), QStringLiteral("Id_Beta"), QStringLiteral("Id_Gamma")}));
+        QCOMPARE(ids, (QStringList{QStringLiteral("id_alpha"), QStringLiteral("id_beta"), QStringLiteral("id_gamma")}));
     }
 
-    void firstFolderWinsForADuplicateId()
+    void everyVersionOfAnIdIsInstalledInFolderOrder()
     {
         const QList<ApplicationInfo> alpha = Hub()->GetInstalledApplications(QStringLiteral("Id_Alpha"), QString());
-        QCOMPARE(InfoIds(alpha), QStringList{QStringLiteral("11")});
-        QCOMPARE(alpha.first().GetVersion(), QStringLiteral("2016.1"));
+        QCOMPARE(InfoIds(alpha), (QStringList{QStringLiteral("11"), QStringLiteral("12"), QStringLiteral("14")}));
+        QStringList versions;
+        for (const ApplicationInfo& info : alpha)
+            versions << info.GetVersion();
+        QCOMPARE(versions, (QStringList{QStringLiteral("2016.1"), QStringLiteral("2017.0"), QStringLiteral("2016.2")}));
         QCOMPARE(alpha.first().GetName(), QStringLiteral("Id_Alpha app"));
+    }
+
+    void exactDuplicateKeepsTheFirst()
+    {
+        // Same id ignoring case and same version: the manifest of the first folder stands.
+        const QList<ApplicationInfo> same = Hub()->GetInstalledApplications(QStringLiteral("ID_ALPHA"), QStringLiteral("2016.1"));
+        QCOMPARE(InfoIds(same), QStringList{QStringLiteral("11")});
+        QCOMPARE(same.first().GetId(), QStringLiteral("Id_Alpha"));
+        QVERIFY(!InfoIds(Hub()->GetAllInstalledApplications()).contains(QStringLiteral("13")));
+    }
+
+    void versionFilterPicksEachVersion_data()
+    {
+        QTest::addColumn<QString>("version");
+        QTest::addColumn<QStringList>("infoIds");
+        QTest::newRow("any") << QString() << QStringList{QStringLiteral("11"), QStringLiteral("12"), QStringLiteral("14")};
+        QTest::newRow("year with two") << QStringLiteral("2016") << QStringList{QStringLiteral("11"), QStringLiteral("14")};
+        QTest::newRow("first of the year") << QStringLiteral("2016.1") << QStringList{QStringLiteral("11")};
+        QTest::newRow("second of the year") << QStringLiteral("2016.2") << QStringList{QStringLiteral("14")};
+        QTest::newRow("other year") << QStringLiteral("2017") << QStringList{QStringLiteral("12")};
+        QTest::newRow("other year exactly") << QStringLiteral("2017.0") << QStringList{QStringLiteral("12")};
+        QTest::newRow("none") << QStringLiteral("2018") << QStringList();
+    }
+    void versionFilterPicksEachVersion()
+    {
+        QFETCH(QString, version);
+        QFETCH(QStringList, infoIds);
+        QCOMPARE(InfoIds(Hub()->GetInstalledApplications(QStringLiteral("id_ALPHA"), version)), infoIds);
     }
 
     void idsIgnoreCase()
     {
-        QCOMPARE(InfoIds(Hub()->GetInstalledApplications(QStringLiteral("id_alpha"), QString())), QStringList{QStringLiteral("11")});
+        QCOMPARE(InfoIds(Hub()->GetInstalledApplications(QStringLiteral("id_alpha"), QString())),
+                 (QStringList{QStringLiteral("11"), QStringLiteral("12"), QStringLiteral("14")}));
         QCOMPARE(InfoIds(Hub()->GetInstalledApplications(QStringLiteral("ID_BETA"), QString())), QStringList{QStringLiteral("21")});
         QVERIFY(Hub()->GetInstalledApplications(QString(), QString()).isEmpty());
         QVERIFY(Hub()->GetInstalledApplications(QStringLiteral("Id_Unknown"), QString()).isEmpty());
@@ -90,8 +128,8 @@ private slots:
     void versionsFilterTheApplications()
     {
         QCOMPARE(InfoIds(Hub()->GetInstalledApplications(QStringLiteral("Id_Alpha"), QStringLiteral("2016"))),
-                 QStringList{QStringLiteral("11")});
-        QVERIFY(Hub()->GetInstalledApplications(QStringLiteral("Id_Alpha"), QStringLiteral("2017")).isEmpty());
+                 (QStringList{QStringLiteral("11"), QStringLiteral("14")}));
+        QVERIFY(Hub()->GetInstalledApplications(QStringLiteral("Id_Alpha"), QStringLiteral("2019")).isEmpty());
         QCOMPARE(InfoIds(Hub()->GetInstalledApplications(QStringLiteral("Id_Beta"), QStringLiteral("2017.0"))),
                  QStringList{QStringLiteral("21")});
         QVERIFY(Hub()->GetInstalledApplications(QStringLiteral("Id_Gamma"), QStringLiteral("2015.1")).isEmpty());
