@@ -1,5 +1,6 @@
 #include "execution/Launch.h"
 
+#include "execution/Analytics.h"
 #include "execution/ExecutingRegistry.h"
 #include "execution/Plugin.h"
 #include "manager/WorkflowManagerImp.h"
@@ -156,8 +157,7 @@ bool WorkflowManagerImp::ExecuteWorkflow(Workflow* workflow, WorkflowLaunchPoint
         return false;
     }
     started->Connect(kConnectTimeoutMs);
-    // ANALYTICS: report the execution waypoint with launchPoint here.
-    Q_UNUSED(launchPoint);
+    ReportWorkflowExecution(workflow, launchPoint);
     return true;
 }
 

@@ -109,6 +109,8 @@ private Q_SLOTS:
     void longNameKeepsTheWholeUuid();
     void temporaryNameIsCutBeforeTheUuid();
     void missingHostExecutableFailsWithoutBox();
+    void hostVersionSelectsTheInstalledHost_data();
+    void hostVersionSelectsTheInstalledHost();
     void hostVersionIsParsed_data();
     void hostVersionIsParsed();
 
@@ -396,6 +398,46 @@ void LaunchTest::missingHostExecutableFailsWithoutBox()
     QVERIFY(!WorkflowManager::GetInstance()->ExecuteWorkflow(workflow, ApplicationMenu));
     // The copy is written before the start is tried and stays.
     QCOMPARE(TemporaryFiles().size(), 1);
+}
+
+void LaunchTest::hostVersionSelectsTheInstalledHost_data()
+{
+    QTest::addColumn<QString>("setting");
+    QTest::addColumn<QString>("chosen");
+    QTest::newRow("2016.1") << QStringLiteral("2016.1") << QStringLiteral("host2016");
+    QTest::newRow("2016 alone") << QStringLiteral("2016") << QStringLiteral("host2017");
+    QTest::newRow("2016.1.5") << QStringLiteral("2016.1.5") << QStringLiteral("host2017");
+    QTest::newRow("empty") << QString() << QStringLiteral("host2017");
+    QTest::newRow("missing") << QStringLiteral("<none>") << QStringLiteral("host2017");
+}
+
+void LaunchTest::hostVersionSelectsTheInstalledHost()
+{
+    QFETCH(QString, setting);
+    QFETCH(QString, chosen);
+    // Two versions of the host installed side by side, the older one first.
+    const QString host2016 = StartedRecorderManifest(QStringLiteral("2016.1"), QStringLiteral("host2016"));
+    const QString host2017 = StartedRecorderManifest(QStringLiteral("2017.0"), QStringLiteral("host2017"));
+    const QString settings = m_environment.ConfigDirs() + QStringLiteral("/Velmora/Workflow/2015.0.conf");
+    QFile::remove(settings);
+    if (setting != QLatin1String("<none>"))
+    {
+        QVERIFY(WriteFile(settings, "[General]\nWorkflowHostVersion=" + setting.toUtf8() + "\n"));
+        // Each row's file must look new to the settings reader, whatever its size.
+        static int row = 0;
+        QFile file(settings);
+        QVERIFY(file.open(QIODevice::ReadWrite));
+        QVERIFY(file.setFileTime(QDateTime::currentDateTime().addSecs(++row * 10), QFileDevice::FileModificationTime));
+    }
+    QCOMPARE(ReadHostVersionSetting(), setting == QLatin1String("<none>") ? QString() : setting);
+
+    Workflow* workflow = CatalogWorkflow(QStringLiteral("Id_Plain"));
+    QVERIFY(workflow);
+    QVERIFY(WorkflowManager::GetInstance()->ExecuteWorkflow(workflow, ApplicationMenu));
+    const QStringList record = WaitForRecord();
+    QVERIFY(!record.isEmpty());
+    QCOMPARE(record.first(), chosen == QLatin1String("host2016") ? host2016 : host2017);
+    QFile::remove(settings);
 }
 
 void LaunchTest::hostVersionIsParsed_data()
