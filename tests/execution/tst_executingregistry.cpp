@@ -18,6 +18,7 @@
 #include <QRandomGenerator>
 #include <QtTest>
 
+#include <algorithm>
 #include <cerrno>
 #include <fcntl.h>
 #include <grp.h>
@@ -54,6 +55,12 @@ ExecutingWorkflowRecord Entry(const QString& id, int host, int launcher, int sta
     return entry;
 }
 
+// Qt's list comparison hands a null pointer to memcmp for some empty lists; the sanitizer objects.
+bool SameIds(const QList<int>& a, const QList<int>& b)
+{
+    return a.size() == b.size() && std::equal(a.cbegin(), a.cend(), b.cbegin());
+}
+
 bool Same(const ExecutingWorkflowRecord& a, const ExecutingWorkflowRecord& b)
 {
     return a.WorkflowId == b.WorkflowId && a.WorkflowId.isNull() == b.WorkflowId.isNull() &&
@@ -62,7 +69,7 @@ bool Same(const ExecutingWorkflowRecord& a, const ExecutingWorkflowRecord& b)
            a.ExitStatus == b.ExitStatus && a.ErrorMessage == b.ErrorMessage &&
            a.ErrorMessage.isNull() == b.ErrorMessage.isNull() &&
            a.TargetProductProcessId == b.TargetProductProcessId && a.WorkflowHandle == b.WorkflowHandle &&
-           a.ExecutingApplications == b.ExecutingApplications;
+           SameIds(a.ExecutingApplications, b.ExecutingApplications);
 }
 
 // The segment's contents written the way the data stream writes them, field by field.
