@@ -44,8 +44,7 @@ const WideChar* Wide(const QString& text)
 }
 
 // Reads a whole text through one of the library's text-out getters.
-template <typename Getter>
-QString ReadText(Getter get)
+template <typename Getter> QString ReadText(Getter get)
 {
     const int length = get(nullptr, 0);
     if (length <= 0)
@@ -71,8 +70,8 @@ int Milliseconds(const QString& text)
 
 struct Step
 {
-    int order = INT_MAX;   // steps without an Order come last
-    QString label;         // the Order as written, or "-" when there is none
+    int order = INT_MAX; // steps without an Order come last
+    QString label;       // the Order as written, or "-" when there is none
     QString action;
     QXmlStreamAttributes attributes;
 };
@@ -112,7 +111,8 @@ bool ReadSteps(const QString& settings, QList<Step>& steps, QString& error)
         error = reader.errorString();
         return false;
     }
-    std::stable_sort(steps.begin(), steps.end(), [](const Step& a, const Step& b) { return a.order < b.order; });
+    std::stable_sort(steps.begin(), steps.end(),
+                     [](const Step& a, const Step& b) { return a.order < b.order; });
     return true;
 }
 
@@ -165,9 +165,12 @@ public:
         ResultFile result;
         const QString resultPath = Argument(arguments, kResultFile);
         if (!result.Open(resultPath))
-            return Finish(kResultFileStatus, QStringLiteral("The result file %1 cannot be written.").arg(resultPath));
-        result.Line(QStringLiteral("Workflow ") + ReadText([&](WideChar* b, int s) { return workflow->GetId(b, s); }));
-        result.Line(QStringLiteral("Name ") + ReadText([&](WideChar* b, int s) { return workflow->GetName(b, s); }));
+            return Finish(kResultFileStatus,
+                          QStringLiteral("The result file %1 cannot be written.").arg(resultPath));
+        result.Line(QStringLiteral("Workflow ") +
+                    ReadText([&](WideChar* b, int s) { return workflow->GetId(b, s); }));
+        result.Line(QStringLiteral("Name ") +
+                    ReadText([&](WideChar* b, int s) { return workflow->GetName(b, s); }));
         const QString prepared = Argument(arguments, kPrepared);
         if (!prepared.isEmpty())
             result.Line(QStringLiteral("Prepared ") + prepared);
@@ -216,8 +219,8 @@ private:
             result.Line(QStringLiteral("Step %1 %2").arg(step.label, step.action));
             if (step.action == QLatin1String("Wait"))
             {
-                QThread::msleep(
-                    static_cast<unsigned long>(Milliseconds(step.attributes.value(QLatin1String("Ms")).toString())));
+                QThread::msleep(static_cast<unsigned long>(
+                    Milliseconds(step.attributes.value(QLatin1String("Ms")).toString())));
             }
             else if (step.action == QLatin1String("Append"))
             {
@@ -249,8 +252,9 @@ private:
     {
         m_message = message;
         if (result)
-            result->Line(message.isEmpty() ? QStringLiteral("Exit %1").arg(status)
-                                           : QStringLiteral("Exit %1 %2").arg(QString::number(status), message));
+            result->Line(message.isEmpty()
+                             ? QStringLiteral("Exit %1").arg(status)
+                             : QStringLiteral("Exit %1 %2").arg(QString::number(status), message));
         return status;
     }
 
@@ -275,7 +279,10 @@ public:
     Velmora::WorkflowCore::WorkflowExecutor* GetWorkflowExecuteHandler() override { return &m_executor; }
     // The sample has no editor pages of its own.
     Velmora::WorkflowCore::WorkflowEditorHandler* GetWorkflowEditorHandler() override { return nullptr; }
-    Velmora::WorkflowCore::WorkflowLaunchHandler* GetWorkflowLaunchHandler() override { return &m_launchHandler; }
+    Velmora::WorkflowCore::WorkflowLaunchHandler* GetWorkflowLaunchHandler() override
+    {
+        return &m_launchHandler;
+    }
 
 private:
     SampleExecutor m_executor;

@@ -6,6 +6,7 @@
 #include <VmWorkflowCore/WorkflowPlugin.h>
 #include <VmWorkflowCore/WorkflowPrivate.h>
 
+#include "execution/ExecutingRegistry.h"
 #include "execution/Plugin.h"
 #include "manager/WorkflowManagerImp.h"
 #include "workflow/WorkflowImp.h"
@@ -20,6 +21,7 @@
 
 #include <sys/stat.h>
 #include <sys/types.h>
+#include <unistd.h>
 
 using namespace Velmora::WorkflowCore;
 using namespace VmWorkflowTest;
@@ -105,7 +107,8 @@ private:
     {
         const QString wanted = path.isEmpty() ? QString() : QFileInfo(path).canonicalFilePath();
         int count = 0;
-        const QStringList lines = QString::fromUtf8(ReadFile(Log())).split(QLatin1Char('\n'), Qt::SkipEmptyParts);
+        const QStringList lines =
+            QString::fromUtf8(ReadFile(Log())).split(QLatin1Char('\n'), Qt::SkipEmptyParts);
         for (const QString& line : lines)
         {
             const QString lineEvent = line.section(QLatin1Char(' '), 0, 0);
@@ -130,8 +133,8 @@ private slots:
         // A missing folder and empty parts around the one that exists. The settings file needs the
         // quotes: an unquoted ";" would start a comment there.
         QVERIFY(WriteFile(m_env.ConfigDirs() + QStringLiteral("/Velmora/Workflow/2017.conf"),
-                          "[General]\nWorkflowPluginSearchPaths=\"" + QFile::encodeName(m_env.Root()) + "/missing;;" +
-                              QFile::encodeName(MachineFolder()) + ";\"\n"));
+                          "[General]\nWorkflowPluginSearchPaths=\"" + QFile::encodeName(m_env.Root()) +
+                              "/missing;;" + QFile::encodeName(MachineFolder()) + ";\"\n"));
     }
 
     void init()
@@ -155,7 +158,8 @@ private slots:
         QTest::addColumn<bool>("inConfigured");
         QTest::addColumn<bool>("inMachine");
         QTest::addColumn<QString>("expectedFolder");
-        QTest::newRow("configured before machine and application") << true << true << QStringLiteral("configured");
+        QTest::newRow("configured before machine and application")
+            << true << true << QStringLiteral("configured");
         QTest::newRow("configured before application") << true << false << QStringLiteral("configured");
         QTest::newRow("machine before application") << false << true << QStringLiteral("machine");
         QTest::newRow("application last") << false << false << QStringLiteral("application");
@@ -172,11 +176,12 @@ private slots:
         if (inMachine)
             QVERIFY(CopyPlugin(kCounting, MachineFolder() + QLatin1Char('/') + kCounting));
         // A configured folder without the file comes first and is passed over.
-        Imp()->SetWorkflowPluginSearchPaths(QStringLiteral(";%1;;%2;").arg(Folder(QStringLiteral("empty")), configured));
+        Imp()->SetWorkflowPluginSearchPaths(
+            QStringLiteral(";%1;;%2;").arg(Folder(QStringLiteral("empty")), configured));
 
         const QString folder = expectedFolder == QLatin1String("configured") ? configured
-                               : expectedFolder == QLatin1String("machine") ? MachineFolder()
-                                                                           : ApplicationFolder();
+                               : expectedFolder == QLatin1String("machine")  ? MachineFolder()
+                                                                             : ApplicationFolder();
         auto workflow = MakeWorkflow(kCounting);
         Plugin* plugin = Imp()->PluginFor(workflow.get());
         QVERIFY(plugin);
@@ -406,6 +411,34 @@ private slots:
 
         // The plug-in has no say: it is not even loaded.
         QCOMPARE(Count(QStringLiteral("load")), 0);
+    }
+
+    void unfinishedLaunchOfThisProcessBlocksExecution()
+    {
+        const int self = static_cast<int>(QCoreApplication::applicationPid());
+        const int parent = static_cast<int>(::getppid());
+        auto mine = MakeWorkflow(kCounting, QStringLiteral("Id_Mine"));
+        auto theirs = MakeWorkflow(kCounting, QStringLiteral("Id_Theirs"));
+        QVERIFY(WorkflowPrivate::CanExecuteWorkflow(mine.get()));
+
+        // A run another process launched does not count.
+        QVERIFY(Imp()->Registry()->Add(theirs.get(), self, parent));
+        QVERIFY(WorkflowPrivate::CanExecuteWorkflow(mine.get()));
+
+        // A run this process launched and whose host still runs does.
+        QVERIFY(Imp()->Registry()->Add(mine.get(), self, self));
+        QVERIFY(!WorkflowPrivate::CanExecuteWorkflow(mine.get()));
+        QVERIFY(!WorkflowPrivate::CanExecuteWorkflow(theirs.get()));
+
+        // Once it has finished, the next launch is free again.
+        QVERIFY(Imp()->Registry()->SetExitStatus(mine.get(), 5, QStringLiteral("done")));
+        QVERIFY(WorkflowPrivate::CanExecuteWorkflow(mine.get()));
+
+        // A refusing context still wins over an empty registry.
+        Context refusing(false);
+        Imp()->SetHostApplicationContext(&refusing);
+        QVERIFY(!WorkflowPrivate::CanExecuteWorkflow(mine.get()));
+        Imp()->SetHostApplicationContext(nullptr);
     }
 };
 

@@ -49,8 +49,9 @@ QStringList Lines(const QString& path)
 
 QByteArray StepsWorkflow(const QByteArray& steps)
 {
-    return WorkflowDocument(WorkflowElement(R"(Plugin="libVmWorkflowSamplePlugin.so" Id="Id_Steps" Name="Steps")",
-                                            "<Settings>" + steps + "</Settings>"));
+    return WorkflowDocument(
+        WorkflowElement(R"(Plugin="libVmWorkflowSamplePlugin.so" Id="Id_Steps" Name="Steps")",
+                        "<Settings>" + steps + "</Settings>"));
 }
 
 } // namespace
@@ -82,7 +83,8 @@ private slots:
         m_dir = std::make_unique<QTemporaryDir>();
         QVERIFY(m_dir->isValid());
         QVERIFY(WorkflowManager::Initialize());
-        WorkflowManager::GetInstance()->SetWorkflowPluginSearchPaths(Wide(QFileInfo(kSamplePluginFile).absolutePath()));
+        WorkflowManager::GetInstance()->SetWorkflowPluginSearchPaths(
+            Wide(QFileInfo(kSamplePluginFile).absolutePath()));
     }
 
     void cleanup()
@@ -146,8 +148,8 @@ private slots:
         QTest::addColumn<QString>("message");
         QTest::addColumn<int>("expectedStatus");
         QTest::addColumn<QString>("expectedMessage");
-        QTest::newRow("status and message") << QStringLiteral("7") << QStringLiteral("Stopped by the test") << 7
-                                            << QStringLiteral("Stopped by the test");
+        QTest::newRow("status and message") << QStringLiteral("7") << QStringLiteral("Stopped by the test")
+                                            << 7 << QStringLiteral("Stopped by the test");
         QTest::newRow("status alone") << QStringLiteral("5") << QString() << 5
                                       << QStringLiteral("The run was asked to end with status 5.");
         QTest::newRow("nothing asked") << QString() << QString() << 0 << QString();
@@ -172,9 +174,10 @@ private slots:
             arguments.SetValue(Wide(QStringLiteral("ExitMessage")), Wide(message));
         QCOMPARE(executor->ExecuteWorkflow(workflow.get(), &arguments), expectedStatus);
         QCOMPARE(ExitMessage(executor), expectedMessage);
-        const QString exitLine = expectedMessage.isEmpty()
-                                     ? QStringLiteral("Exit %1").arg(expectedStatus)
-                                     : QStringLiteral("Exit %1 %2").arg(QString::number(expectedStatus), expectedMessage);
+        const QString exitLine =
+            expectedMessage.isEmpty()
+                ? QStringLiteral("Exit %1").arg(expectedStatus)
+                : QStringLiteral("Exit %1 %2").arg(QString::number(expectedStatus), expectedMessage);
         QCOMPARE(Lines(Path(QStringLiteral("result.txt"))).last(), exitLine);
         // Every step was carried out before the run ended with the status asked for.
         QCOMPARE(Lines(Path(QStringLiteral("result.txt"))).size(), 7);
@@ -204,13 +207,14 @@ private slots:
 
     void stepsRunInOrderUntilOneFails()
     {
-        QVERIFY(WriteFile(Path(QStringLiteral("steps.workflow")),
-                          StepsWorkflow(R"(<Step Order="3" Action="Append" File="appended.txt" Text="third step"/>)"
-                                        R"(<Step Action="Unnumbered"/>)"
-                                        R"(<Step Order="1" Action="Open"/>)"
-                                        R"(<Step Order="2" Action="Wait" Ms="5"/>)"
-                                        R"(<Step Order="5" Action="Never reached"/>)"
-                                        R"(<Step Order="4" Action="Fail" Status="9" Message="Stopped at four"/>)")));
+        QVERIFY(WriteFile(
+            Path(QStringLiteral("steps.workflow")),
+            StepsWorkflow(R"(<Step Order="3" Action="Append" File="appended.txt" Text="third step"/>)"
+                          R"(<Step Action="Unnumbered"/>)"
+                          R"(<Step Order="1" Action="Open"/>)"
+                          R"(<Step Order="2" Action="Wait" Ms="5"/>)"
+                          R"(<Step Order="5" Action="Never reached"/>)"
+                          R"(<Step Order="4" Action="Fail" Status="9" Message="Stopped at four"/>)")));
         auto workflow = LoadWorkflow(Path(QStringLiteral("steps.workflow")));
         QVERIFY(workflow);
         WorkflowExecutor* executor = WorkflowPrivate::GetWorkflowExecuteHandler(workflow.get());
@@ -220,9 +224,9 @@ private slots:
         arguments.SetValue(Wide(QStringLiteral("ExitStatus")), Wide(QStringLiteral("1")));
         QCOMPARE(executor->ExecuteWorkflow(workflow.get(), &arguments), 9);
         QCOMPARE(ExitMessage(executor), QStringLiteral("Stopped at four"));
-        const QStringList expected{QStringLiteral("Workflow Id_Steps"), QStringLiteral("Name Steps"),
-                                   QStringLiteral("Step 1 Open"),       QStringLiteral("Step 2 Wait"),
-                                   QStringLiteral("Step 3 Append"),     QStringLiteral("Step 4 Fail"),
+        const QStringList expected{QStringLiteral("Workflow Id_Steps"),     QStringLiteral("Name Steps"),
+                                   QStringLiteral("Step 1 Open"),           QStringLiteral("Step 2 Wait"),
+                                   QStringLiteral("Step 3 Append"),         QStringLiteral("Step 4 Fail"),
                                    QStringLiteral("Exit 9 Stopped at four")};
         QCOMPARE(Lines(Path(QStringLiteral("result.txt"))), expected);
         QCOMPARE(ReadFile(Path(QStringLiteral("appended.txt"))), QByteArray("third step\n"));
@@ -230,8 +234,10 @@ private slots:
 
     void stepsWithoutOrderComeLast()
     {
-        QVERIFY(WriteFile(Path(QStringLiteral("steps.workflow")),
-                          StepsWorkflow(R"(<Step Action="Last"/><Step Order="2" Action="B"/><Step Order="1" Action="A"/>)")));
+        QVERIFY(WriteFile(
+            Path(QStringLiteral("steps.workflow")),
+            StepsWorkflow(
+                R"(<Step Action="Last"/><Step Order="2" Action="B"/><Step Order="1" Action="A"/>)")));
         auto workflow = LoadWorkflow(Path(QStringLiteral("steps.workflow")));
         QVERIFY(workflow);
         WorkflowExecutor* executor = WorkflowPrivate::GetWorkflowExecuteHandler(workflow.get());
@@ -240,8 +246,8 @@ private slots:
         arguments.SetValue(Wide(QStringLiteral("ResultFile")), Wide(Path(QStringLiteral("result.txt"))));
         QCOMPARE(executor->ExecuteWorkflow(workflow.get(), &arguments), 0);
         const QStringList expected{QStringLiteral("Workflow Id_Steps"), QStringLiteral("Name Steps"),
-                                   QStringLiteral("Step 1 A"), QStringLiteral("Step 2 B"),
-                                   QStringLiteral("Step - Last"), QStringLiteral("Exit 0")};
+                                   QStringLiteral("Step 1 A"),          QStringLiteral("Step 2 B"),
+                                   QStringLiteral("Step - Last"),       QStringLiteral("Exit 0")};
         QCOMPARE(Lines(Path(QStringLiteral("result.txt"))), expected);
     }
 
@@ -278,7 +284,8 @@ private slots:
         // The launcher's question goes through the entry point of the very library the manager loaded.
         QLibrary library(kSamplePluginFile);
         QVERIFY(library.load());
-        const auto entryPoint = reinterpret_cast<GetWorkflowPluginFunction>(library.resolve("GetWorkflowPlugin"));
+        const auto entryPoint =
+            reinterpret_cast<GetWorkflowPluginFunction>(library.resolve("GetWorkflowPlugin"));
         QVERIFY(entryPoint);
         WorkflowPlugin* plugin = entryPoint();
         QVERIFY(plugin);

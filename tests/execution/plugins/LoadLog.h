@@ -18,7 +18,8 @@ inline void LogEvent(const char* event)
     if (!logFile || !*logFile)
         return;
     Dl_info info{};
-    const char* path = dladdr(reinterpret_cast<void*>(&LogEvent), &info) && info.dli_fname ? info.dli_fname : "?";
+    const char* path =
+        dladdr(reinterpret_cast<void*>(&LogEvent), &info) && info.dli_fname ? info.dli_fname : "?";
     if (std::FILE* file = std::fopen(logFile, "a"))
     {
         std::fprintf(file, "%s %s\n", event, path);

@@ -28,7 +28,8 @@ public:
         {
             const char16_t key[] = u"SdkPluginRan";
             const char16_t value[] = u"True";
-            arguments->SetValue(reinterpret_cast<const WideChar*>(key), reinterpret_cast<const WideChar*>(value));
+            arguments->SetValue(reinterpret_cast<const WideChar*>(key),
+                                reinterpret_cast<const WideChar*>(value));
         }
         return workflow->GetId(nullptr, 0);
     }
