@@ -99,12 +99,13 @@ void WorkflowNotificationManagerImp::ApplicationLinkStarted(OstrelAdapter::Appli
 {
     if (!m_isHostProcess || !application)
         return;
-    // A listener may remove itself when told; walk a copy so every listener present at the start
-    // is considered once.
+    // A listener may remove listeners when told; walk a copy so every listener present at the start
+    // is considered once, and skip those removed meanwhile.
     const QList<LinkStateListener*> listeners = m_listeners;
     for (LinkStateListener* listener : listeners)
     {
-        if (!listener || listener->GetProcessId() != application->GetProcessId())
+        if (!listener || !m_listeners.contains(listener) ||
+            listener->GetProcessId() != application->GetProcessId())
             continue;
         if (!m_linkedApplications.contains(application))
             m_linkedApplications.append(application);

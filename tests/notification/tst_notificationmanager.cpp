@@ -53,6 +53,19 @@ Q_SIGNALS:
     void Received(const QString& name, const QVariantMap& data);
 };
 
+// Counts how often the library tells it of the link it waits for.
+class CountingListener : public LinkStateListener
+{
+public:
+    explicit CountingListener(int processId) : m_processId(processId) {}
+    void OnLinkStarted() override { ++told; }
+    int GetProcessId() override { return m_processId; }
+    int told = 0;
+
+private:
+    int m_processId;
+};
+
 } // namespace
 
 class tst_NotificationManager : public QObject
@@ -283,9 +296,15 @@ private Q_SLOTS:
         QVERIFY(StartHelper(QStringLiteral(VMWF_NOTIFY_HOST),
                             {QString::number(QCoreApplication::applicationPid())}, &told));
 
-        // The link this process opened is not recorded: only the host keeps a list of links.
-        QVERIFY(
-            WorkflowManagerImp::Instance()->NotificationManager()->GetImp()->LinkedApplications().isEmpty());
+        // Even when told of a link to the helper that a listener here waits for, this process
+        // neither tells the listener nor records the link: only the host keeps a list of links.
+        WorkflowNotificationManagerImp* imp = WorkflowManagerImp::Instance()->NotificationManager()->GetImp();
+        CountingListener listener(int(m_helper->processId()));
+        WorkflowPrivate::AddLinkStateListener(&listener);
+        imp->ApplicationLinkStarted(m_application);
+        WorkflowPrivate::RemoveLinkStateListener(&listener);
+        QCOMPARE(listener.told, 0);
+        QVERIFY(imp->LinkedApplications().isEmpty());
 
         const QString changed =
             WriteWorkflow(QStringLiteral("changes/Changed.workflow"), QStringLiteral("After"));
@@ -320,6 +339,100 @@ private Q_SLOTS:
                           QVariantMap{{QStringLiteral("WorkflowId"), QStringLiteral("Id_NotRunning")}}}});
             QCOMPARE(answer.value(QStringLiteral("Result")), QVariant(true));
         }
+        QCOMPARE(m_recorder->Count(QStringLiteral("WorkflowExecutionBeginningMsg")), 1);
+        QCOMPARE(m_recorder->Count(QStringLiteral("WorkflowExecutionFinishedMsg")), 1);
+        QCOMPARE(beginning.size(), 0);
+        QCOMPARE(finished.size(), 0);
+    }
+
+    void runStartAndEndReachTheLauncher()
+    {
+        const int self = int(QCoreApplication::applicationPid());
+        QStringList told;
+        QVERIFY(StartHelper(QStringLiteral(VMWF_NOTIFY_HOST),
+                            {QString::number(self), QStringLiteral("--search"),
+                             m_files->path() + QStringLiteral("/catalogue")},
+                            &told));
+        const qint64 hostProcessId = m_helper->processId();
+
+        // The object lives only while the signal is delivered, so what it says is read there.
+        struct Seen
+        {
+            QString workflowId;
+            int hostProcessId = 0;
+            int launcherProcessId = 0;
+            bool finished = false;
+        };
+        QList<Seen> beginnings;
+        QList<Seen> endings;
+        const auto read = [this](ExecutingWorkflow* executing)
+        {
+            Seen seen;
+            Workflow* workflow = executing->GetWorkflow();
+            seen.workflowId = workflow ? ReadText([workflow](WideChar* buffer, int size)
+                                                  { return workflow->GetId(buffer, size); })
+                                       : QString();
+            seen.hostProcessId = executing->GetHostProcessId();
+            seen.launcherProcessId = executing->GetLauncherProcessId();
+            seen.finished = executing->IsFinished();
+            return seen;
+        };
+        WorkflowNotificationManager* notifications = Manager()->GetNotificationManager();
+        QSignalSpy beginning(notifications, &WorkflowNotificationManager::WorkflowExecutionBeginning);
+        QSignalSpy finished(notifications, &WorkflowNotificationManager::WorkflowExecutionFinished);
+        connect(notifications, &WorkflowNotificationManager::WorkflowExecutionBeginning, this,
+                [&](ExecutingWorkflow* executing) { beginnings.append(read(executing)); });
+        connect(notifications, &WorkflowNotificationManager::WorkflowExecutionFinished, this,
+                [&](ExecutingWorkflow* executing) { endings.append(read(executing)); });
+
+        QVariantMap answer =
+            Command(QStringLiteral("HostBeginMsg"), {{QStringLiteral("WorkflowId"), kWorkflowId},
+                                                     {QStringLiteral("LauncherProcessId"), self}});
+        QCOMPARE(answer.value(QStringLiteral("Result")), QVariant(true));
+        QCOMPARE(beginning.size(), 1);
+        QCOMPARE(finished.size(), 0);
+        QCOMPARE(beginnings.size(), 1);
+        QCOMPARE(beginnings.at(0).workflowId, kWorkflowId);
+        QCOMPARE(beginnings.at(0).hostProcessId, int(hostProcessId));
+        QCOMPARE(beginnings.at(0).launcherProcessId, self);
+        QVERIFY(!beginnings.at(0).finished);
+
+        answer = Command(QStringLiteral("HostEndMsg"), {{QStringLiteral("WorkflowId"), kWorkflowId}});
+        QCOMPARE(answer.value(QStringLiteral("Result")), QVariant(true));
+        QCOMPARE(beginning.size(), 1);
+        QCOMPARE(finished.size(), 1);
+        QCOMPARE(endings.size(), 1);
+        QCOMPARE(endings.at(0).workflowId, kWorkflowId);
+        QCOMPARE(endings.at(0).hostProcessId, int(hostProcessId));
+        QCOMPARE(endings.at(0).launcherProcessId, self);
+        QVERIFY(endings.at(0).finished);
+        disconnect(notifications, nullptr, this, nullptr);
+    }
+
+    void runOfAnotherLauncherIsNotAnnouncedHere()
+    {
+        // The host announces to this process, but the entry names another launcher: nothing is
+        // emitted, since only runs this process launched are looked up.
+        const int self = int(QCoreApplication::applicationPid());
+        // A workflow of its own, so that no entry left by another test answers for it.
+        const QString otherId = QStringLiteral("Id_OtherLauncherFlow");
+        QVERIFY(WriteFile(
+            m_files->path() + QStringLiteral("/catalogue/Other.workflow"),
+            WorkflowDocument(WorkflowElement(
+                QStringLiteral(R"(Id="%1" Name="Other" IsTemplate="True")").arg(otherId).toUtf8()))));
+        QStringList told;
+        QVERIFY(StartHelper(QStringLiteral(VMWF_NOTIFY_HOST),
+                            {QString::number(self), QStringLiteral("--search"),
+                             m_files->path() + QStringLiteral("/catalogue")},
+                            &told));
+        WorkflowNotificationManager* notifications = Manager()->GetNotificationManager();
+        QSignalSpy beginning(notifications, &WorkflowNotificationManager::WorkflowExecutionBeginning);
+        QSignalSpy finished(notifications, &WorkflowNotificationManager::WorkflowExecutionFinished);
+        const QVariantMap answer =
+            Command(QStringLiteral("HostBeginMsg"), {{QStringLiteral("WorkflowId"), otherId},
+                                                     {QStringLiteral("LauncherProcessId"), self + 100000}});
+        QCOMPARE(answer.value(QStringLiteral("Result")), QVariant(true));
+        Command(QStringLiteral("HostEndMsg"), {{QStringLiteral("WorkflowId"), otherId}});
         QCOMPARE(m_recorder->Count(QStringLiteral("WorkflowExecutionBeginningMsg")), 1);
         QCOMPARE(m_recorder->Count(QStringLiteral("WorkflowExecutionFinishedMsg")), 1);
         QCOMPARE(beginning.size(), 0);
