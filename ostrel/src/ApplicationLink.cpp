@@ -1,4 +1,6 @@
 #include "ApplicationLink.h"
+#include "Endpoint.h"
+#include "FrameScanner.h"
 
 #include <QDataStream>
 #include <QLoggingCategory>
@@ -16,12 +18,15 @@ constexpr qsizetype kPrefixBytes = 4;
 
 } // namespace
 
-ApplicationLink::ApplicationLink(QLocalSocket* socket, QObject* parent)
+ApplicationLink::ApplicationLink(QLocalSocket* socket, std::shared_ptr<LinkBudget> budget, QObject* parent)
     : QObject(parent)
     , m_socket(socket)
+    , m_budget(std::move(budget))
 {
     m_socket->setParent(this);
+    m_socket->setReadBufferSize(kReadChunkBytes);
     connect(m_socket, &QLocalSocket::readyRead, this, &ApplicationLink::ReadFrames);
+    connect(m_socket, &QLocalSocket::bytesWritten, this, &ApplicationLink::Recount);
     connect(m_socket, &QLocalSocket::disconnected, this, &ApplicationLink::Close);
     connect(m_socket, &QLocalSocket::errorOccurred, this, [this](QLocalSocket::LocalSocketError) {
         if (m_socket->state() != QLocalSocket::ConnectedState)
@@ -33,6 +38,19 @@ ApplicationLink::~ApplicationLink()
 {
     m_socket->disconnect(this);
     m_socket->abort();
+    m_budget->bufferedBytes -= m_counted;
+}
+
+void ApplicationLink::Recount()
+{
+    const qint64 now = qint64(m_buffer.size()) + m_socket->bytesToWrite();
+    m_budget->bufferedBytes += now - m_counted;
+    m_counted = now;
+}
+
+qint64 ApplicationLink::PeerProcessId() const
+{
+    return PeerProcessIdOf(m_socket->socketDescriptor());
 }
 
 QByteArray ApplicationLink::EncodeFrame(const QString& name, const QVariantMap& data)
@@ -53,9 +71,23 @@ bool ApplicationLink::SendFrame(const QString& name, const QVariantMap& data)
     const QByteArray frame = EncodeFrame(name, data);
     if (quint64(frame.size() - kPrefixBytes) > kMaxFrameBytes)
         return false;
-    if (m_socket->write(frame) != frame.size())
+    Recount();
+    if (m_socket->bytesToWrite() + frame.size() > kMaxOutgoingBytes) {
+        // The peer has stopped reading; holding ever more for it helps nobody.
+        qCDebug(lcLinks, "peer does not read; link closed");
+        Close();
+        return false;
+    }
+    if (m_budget->bufferedBytes + frame.size() > kMaxBufferedBytes) {
+        qCDebug(lcLinks, "hub buffers full; message of %lld bytes refused", qint64(frame.size()));
+        return false;
+    }
+    const bool written = m_socket->write(frame) == frame.size();
+    Recount();
+    if (!written)
         return false;
     m_socket->flush();
+    Recount();
     return true;
 }
 
@@ -70,6 +102,8 @@ void ApplicationLink::Close()
         return;
     m_closed = true;
     m_socket->abort();
+    m_buffer.clear();
+    Recount();
     emit Closed(this);
 }
 
@@ -88,6 +122,8 @@ void ApplicationLink::Dispose(const QDeadlineTimer& deadline)
         m_closed = true;
         m_socket->abort();
     }
+    m_buffer.clear();
+    Recount();
     if (m_reading) {
         setParent(nullptr);
         deleteLater();
@@ -104,7 +140,15 @@ void ApplicationLink::ReadFrames()
     m_reading = true;
     bool open = true;
     while (open && m_socket->bytesAvailable() > 0) {
-        m_buffer += m_socket->readAll();
+        const QByteArray chunk = m_socket->read(kReadChunkBytes);
+        if (m_budget->bufferedBytes + chunk.size() > kMaxBufferedBytes) {
+            qCDebug(lcLinks, "%s", "hub buffers full; link closed");
+            Close();
+            open = false;
+            break;
+        }
+        m_buffer += chunk;
+        Recount();
         open = TellCompleteFrames();
     }
     m_reading = false;
@@ -116,7 +160,7 @@ bool ApplicationLink::TellCompleteFrames()
     bool open = true;
     while (m_buffer.size() - offset >= kPrefixBytes) {
         const quint32 length = qFromBigEndian<quint32>(m_buffer.constData() + offset);
-        if (length > kMaxFrameBytes) {
+        if (length > (m_helloSeen ? kMaxFrameBytes : kMaxIntroductionFrameBytes)) {
             qCDebug(lcLinks, "frame of %u bytes refused; link closed", unsigned(length));
             Close();
             open = false;
@@ -124,9 +168,18 @@ bool ApplicationLink::TellCompleteFrames()
         }
         if (m_buffer.size() - offset - kPrefixBytes < qsizetype(length))
             break; // the rest of the frame is still on its way
-        QDataStream stream(QByteArray::fromRawData(m_buffer.constData() + offset + kPrefixBytes, qsizetype(length)));
-        stream.setVersion(QDataStream::Qt_6_0);
+        const char* payload = m_buffer.constData() + offset + kPrefixBytes;
         offset += kPrefixBytes + qsizetype(length);
+        // Judged before the stream reader sees it: that reader recurses into nested values and
+        // trusts the counts it reads.
+        if (!FrameScanner::IsAcceptable(payload, qsizetype(length))) {
+            qCDebug(lcLinks, "%s", "frame that does not parse; link closed");
+            Close();
+            open = false;
+            break;
+        }
+        QDataStream stream(QByteArray::fromRawData(payload, qsizetype(length)));
+        stream.setVersion(QDataStream::Qt_6_0);
         QString name;
         QVariantMap data;
         stream >> name >> data;
@@ -142,10 +195,15 @@ bool ApplicationLink::TellCompleteFrames()
             break;
         }
     }
-    if (open)
+    if (open) {
         m_buffer.remove(0, offset);
-    else
+        // A large frame must not keep its memory once it has been told.
+        if (m_buffer.capacity() > 2 * m_buffer.size() + kReadChunkBytes)
+            m_buffer.squeeze();
+    } else {
         m_buffer.clear();
+    }
+    Recount();
     return open;
 }
 

@@ -6,12 +6,21 @@
 #include <QObject>
 #include <QVariantMap>
 
+#include <memory>
+
 namespace Velmora::OstrelAdapter {
 
 class Application;
 
+// What all links of one hub hold in their buffers together, incoming and outgoing.
+struct LinkBudget
+{
+    qint64 bufferedBytes = 0;
+};
+
 // One two-way link between this process and another: length-prefixed frames each holding a
-// message name and its data. A frame that is too large or does not parse closes the link.
+// message name and its data. A frame that is too large or does not parse closes the link, and so
+// does a peer that makes the link buffer more than its share.
 class ApplicationLink : public QObject
 {
     Q_OBJECT
@@ -19,10 +28,21 @@ public:
     // Frames above this size are refused in both directions: a peer cannot make the receiver
     // allocate without bound.
     static constexpr quint32 kMaxFrameBytes = 16u * 1024u * 1024u;
+    // A peer that has not introduced itself yet may send this much in its first frame: an
+    // introduction is a few dozen bytes.
+    static constexpr quint32 kMaxIntroductionFrameBytes = 4096u;
+    // What one link may have queued for a peer that does not read: two full frames.
+    static constexpr qint64 kMaxOutgoingBytes = 2 * qint64(kMaxFrameBytes);
+    // What all links of a hub may hold together, both directions; the link that would go beyond
+    // it is closed (or, for a message being sent, the message is refused).
+    static constexpr qint64 kMaxBufferedBytes = 4 * qint64(kMaxFrameBytes);
+    // How much is taken from the socket at a time, so that the system's buffer, not ours, holds
+    // what a slow frame has not delivered yet.
+    static constexpr qint64 kReadChunkBytes = 64 * 1024;
     // The first frame a connecting process sends: its process id.
     static const QString kHelloName;
 
-    ApplicationLink(QLocalSocket* socket, QObject* parent);
+    ApplicationLink(QLocalSocket* socket, std::shared_ptr<LinkBudget> budget, QObject* parent);
     ~ApplicationLink() override;
 
     bool SendFrame(const QString& name, const QVariantMap& data);
@@ -39,6 +59,8 @@ public:
     void SetApplication(Application* application) { m_application = application; }
     bool HelloSeen() const { return m_helloSeen; }
     void SetHelloSeen() { m_helloSeen = true; }
+    // The process at the other end as the system tells it; -1 when it cannot tell.
+    qint64 PeerProcessId() const;
 
     static QByteArray EncodeFrame(const QString& name, const QVariantMap& data);
 
@@ -51,8 +73,12 @@ private:
     // Parses the complete frames at the start of the buffer, telling each one; false when the
     // link was closed on the way.
     bool TellCompleteFrames();
+    // Brings the shared budget up to date with what this link holds now.
+    void Recount();
 
     QLocalSocket* m_socket;
+    std::shared_ptr<LinkBudget> m_budget;
+    qint64 m_counted = 0; // what this link has put on the budget
     QByteArray m_buffer;
     Application* m_application = nullptr;
     bool m_helloSeen = false;

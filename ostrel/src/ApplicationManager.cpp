@@ -32,12 +32,16 @@ ApplicationManager* s_instance = nullptr;
 ApplicationManagerPrivate::ApplicationManagerPrivate(const QString& name)
     : appName(name)
 {
+    listenCheck.setInterval(kListenCheckMs);
+    connect(&listenCheck, &QTimer::timeout, this, &ApplicationManagerPrivate::CheckListening);
 }
 
 ApplicationManagerPrivate::~ApplicationManagerPrivate()
 {
     // Nobody new links in and no handler is told anything from here on.
     handlers.clear();
+    listenCheck.stop();
+    unintroduced.clear();
     if (server) {
         server->close();
         server.reset();
@@ -70,11 +74,21 @@ void ApplicationManagerPrivate::Listen()
     }
     endpoint = path;
     connect(server.get(), &QLocalServer::newConnection, this, &ApplicationManagerPrivate::OnNewConnection);
+    listenCheck.start();
+}
+
+void ApplicationManagerPrivate::CheckListening()
+{
+    if (server && server->socketDescriptor() != -1)
+        return;
+    // Connections waiting to be taken are lost with the old socket; their peers knock again.
+    server.reset();
+    Listen();
 }
 
 ApplicationLink* ApplicationManagerPrivate::AdoptSocket(QLocalSocket* socket)
 {
-    auto* link = new ApplicationLink(socket, this);
+    auto* link = new ApplicationLink(socket, budget, this);
     connect(link, &ApplicationLink::FrameReceived, this, &ApplicationManagerPrivate::OnFrame);
     connect(link, &ApplicationLink::Closed, this, &ApplicationManagerPrivate::OnClosed);
     return link;
@@ -94,9 +108,22 @@ void ApplicationManagerPrivate::OnNewConnection()
 {
     while (server && server->hasPendingConnections()) {
         QLocalSocket* socket = server->nextPendingConnection();
-        if (socket)
-            AdoptSocket(socket);
+        if (!socket)
+            continue;
+        ApplicationLink* link = AdoptSocket(socket);
+        if (unintroduced.size() >= kMaxUnintroducedLinks) {
+            ApplicationLink* oldest = unintroduced.front();
+            unintroduced.pop_front();
+            oldest->Close();
+        }
+        unintroduced.push_back(link);
+        QTimer::singleShot(kIntroductionGraceMs, link, [link]() {
+            if (!link->HelloSeen())
+                link->Close();
+        });
     }
+    // Accepting can fail without a word, and the system then closes the endpoint.
+    CheckListening();
 }
 
 template<typename Call>
@@ -119,11 +146,15 @@ void ApplicationManagerPrivate::OnFrame(ApplicationLink* link, const QString& na
         // A peer introduces itself before anything else; a peer that does not is not one.
         bool ok = false;
         const qint64 processId = data.value(QStringLiteral("ProcessId")).toLongLong(&ok);
-        if (name != ApplicationLink::kHelloName || !ok || processId <= 0) {
+        // Where the system tells who is at the other end, a peer cannot stand for another
+        // process, nor have the hub keep an application for every id it cares to name.
+        const qint64 actual = link->PeerProcessId();
+        if (name != ApplicationLink::kHelloName || !ok || processId <= 0 || (actual > 0 && actual != processId)) {
             link->Close();
             return;
         }
         link->SetHelloSeen();
+        unintroduced.erase(std::remove(unintroduced.begin(), unintroduced.end(), link), unintroduced.end());
         Application* application = FindOrMakeApplication(processId, Application::NoError);
         application->AttachLink(link);
         Tell([application](ApplicationMessageHandler* handler) { handler->ApplicationLinkStarted(application); });
@@ -137,6 +168,7 @@ void ApplicationManagerPrivate::OnFrame(ApplicationLink* link, const QString& na
 
 void ApplicationManagerPrivate::OnClosed(ApplicationLink* link)
 {
+    unintroduced.erase(std::remove(unintroduced.begin(), unintroduced.end(), link), unintroduced.end());
     for (const auto& application : applications) {
         if (application->m_link == link)
             application->m_link = nullptr;
@@ -272,6 +304,11 @@ void ApplicationManager::RemoveMessageHandler(ApplicationMessageHandler* handler
 QString ApplicationManager::GetEndpoint() const
 {
     return d->endpoint;
+}
+
+qint64 ApplicationManager::GetBufferedBytes() const
+{
+    return d->budget->bufferedBytes;
 }
 
 QString ApplicationManager::EndpointFor(qint64 processId)

@@ -8,6 +8,9 @@
 
 #include <QLocalServer>
 #include <QObject>
+#include <QTimer>
+
+#include <deque>
 
 #include <memory>
 #include <vector>
@@ -24,6 +27,9 @@ public:
     ~ApplicationManagerPrivate() override;
 
     void Listen();
+    // Listens again when the endpoint was lost: the system closes it when accepting fails once,
+    // for instance while every file descriptor is taken.
+    void CheckListening();
     ApplicationLink* AdoptSocket(QLocalSocket* socket);
     Application* FindOrMakeApplication(qint64 processId, Application::StartupError error);
 
@@ -36,11 +42,21 @@ public:
 
     // How long shutting the hub down waits, at most, for messages already sent to leave.
     static constexpr int kDeliverOnShutdownMs = 2000;
+    // A process that connects introduces itself at once; one that has not within this time, or
+    // that is the oldest of too many that have not yet, is let go, so that idle connections
+    // cannot take every file descriptor.
+    static constexpr int kIntroductionGraceMs = 5000;
+    static constexpr std::size_t kMaxUnintroducedLinks = 64;
+    // How often a lost endpoint is tried again.
+    static constexpr int kListenCheckMs = 250;
 
     QString appName;
     QString locale;
     QString endpoint;
     std::unique_ptr<QLocalServer> server;
+    QTimer listenCheck;
+    std::shared_ptr<LinkBudget> budget = std::make_shared<LinkBudget>();
+    std::deque<ApplicationLink*> unintroduced; // oldest first
     ManifestCatalog manifests;
     std::vector<std::unique_ptr<Application>> applications;
     std::vector<ApplicationMessageHandler*> handlers;

@@ -8,4 +8,8 @@ namespace Velmora::OstrelAdapter {
 // can be none.
 QString EndpointName(qint64 processId);
 
+// The process at the other end of a connected local socket, as the system tells it; -1 when the
+// system does not tell.
+qint64 PeerProcessIdOf(qintptr socketDescriptor);
+
 } // namespace Velmora::OstrelAdapter

@@ -1,45 +1,34 @@
 #include "Endpoint.h"
+#include "PrivateFolder.h"
 
-#include <QDir>
-#include <QFile>
-#include <QStandardPaths>
-
-#include <sys/stat.h>
-#include <unistd.h>
+#include <sys/socket.h>
+#include <sys/types.h>
 
 namespace Velmora::OstrelAdapter {
-
-namespace {
-
-// Endpoints are socket files in a folder only this user may enter, inside the user's runtime
-// folder (or, without XDG_RUNTIME_DIR, the per-user folder Qt itself would pick).
-QString EndpointFolder()
-{
-    const QString runtime = qEnvironmentVariableIsEmpty("XDG_RUNTIME_DIR")
-                                ? QStringLiteral("%1/runtime-uid%2").arg(QDir::tempPath()).arg(::getuid())
-                                : QStandardPaths::writableLocation(QStandardPaths::RuntimeLocation);
-    if (runtime.isEmpty())
-        return QString();
-    const QString folder = QDir::cleanPath(runtime + QStringLiteral("/velmora-ostrel"));
-    if (!QDir().mkpath(folder))
-        return QString();
-    struct stat info;
-    const QByteArray native = QFile::encodeName(folder);
-    if (::lstat(native.constData(), &info) != 0 || !S_ISDIR(info.st_mode) || info.st_uid != ::getuid())
-        return QString();
-    if ((info.st_mode & 0777) != S_IRWXU && ::chmod(native.constData(), S_IRWXU) != 0)
-        return QString();
-    return folder;
-}
-
-} // namespace
 
 QString EndpointName(qint64 processId)
 {
     if (processId <= 0)
         return QString();
-    const QString folder = EndpointFolder();
+    // Endpoints are socket files in a folder only this user may enter, inside the user's runtime
+    // folder.
+    const QString folder = PrivateFolder::RuntimeSubFolder(QStringLiteral("velmora-ostrel"));
     return folder.isEmpty() ? QString() : folder + QLatin1Char('/') + QString::number(processId);
+}
+
+qint64 PeerProcessIdOf(qintptr socketDescriptor)
+{
+#ifdef SO_PEERCRED
+    struct ucred credentials;
+    socklen_t size = sizeof(credentials);
+    if (socketDescriptor >= 0 &&
+        ::getsockopt(int(socketDescriptor), SOL_SOCKET, SO_PEERCRED, &credentials, &size) == 0 &&
+        size == sizeof(credentials) && credentials.pid > 0)
+        return qint64(credentials.pid);
+#else
+    Q_UNUSED(socketDescriptor);
+#endif
+    return -1;
 }
 
 } // namespace Velmora::OstrelAdapter

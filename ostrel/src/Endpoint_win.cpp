@@ -11,3 +11,13 @@ QString EndpointName(qint64 processId)
 }
 
 } // namespace Velmora::OstrelAdapter
+
+namespace Velmora::OstrelAdapter {
+
+// Pipes restricted to the current user; the peer's id is taken from its introduction.
+qint64 PeerProcessIdOf(qintptr)
+{
+    return -1;
+}
+
+} // namespace Velmora::OstrelAdapter

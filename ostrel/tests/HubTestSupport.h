@@ -7,12 +7,15 @@
 #include <OstrelAdapter/ApplicationMessage.h>
 #include <OstrelAdapter/ApplicationMessageHandler.h>
 
+#include <QCoreApplication>
+#include <QDataStream>
 #include <QDir>
 #include <QFile>
 #include <QList>
 #include <QPair>
 #include <QTemporaryDir>
 #include <QVariantMap>
+#include <QtEndian>
 
 namespace HubTest {
 
@@ -54,6 +57,36 @@ inline QByteArray Manifest(const QString& id, const QString& version, const QStr
                           "Executable=\"%3\" InfoId=\"%4\"/>\n")
         .arg(id, version, executable.toHtmlEscaped(), QString::number(infoId))
         .toUtf8();
+}
+
+// One frame as a peer writes it: a big-endian length, then the name and the data as a stream.
+inline QByteArray FrameOfPayload(const QByteArray& payload)
+{
+    QByteArray frame(4, '\0');
+    qToBigEndian<quint32>(quint32(payload.size()), frame.data());
+    return frame + payload;
+}
+
+inline QByteArray Frame(const QString& name, const QVariantMap& data)
+{
+    QByteArray payload;
+    QDataStream stream(&payload, QIODevice::WriteOnly);
+    stream.setVersion(QDataStream::Qt_6_0);
+    stream << name << data;
+    return FrameOfPayload(payload);
+}
+
+// A peer introduces itself with its own process id; the hub can tell another one.
+inline qint64 Self()
+{
+    return QCoreApplication::applicationPid();
+}
+
+inline QByteArray Hello(qint64 processId)
+{
+    QVariantMap data;
+    data.insert(QStringLiteral("ProcessId"), processId);
+    return Frame(QStringLiteral("OstrelAdapter.LinkHello"), data);
 }
 
 class Recorder : public Velmora::OstrelAdapter::ApplicationMessageHandler

@@ -1,6 +1,7 @@
 // A small application for the hub tests: it links back to whoever connects, reports how it was
 // started, echoes every "EchoMsg", floods its launcher and quits at once on "FloodThenQuitMsg",
-// and quits on "QuitMsg" (or after a minute, whatever happens).
+// and quits on "QuitMsg" (or after a minute, whatever happens). With VMWF_PEER_NOFILE set it may
+// open only that many files, so that running out of descriptors comes quickly.
 
 #include <OstrelAdapter/Application.h>
 #include <OstrelAdapter/ApplicationManager.h>
@@ -9,6 +10,8 @@
 
 #include <QCoreApplication>
 #include <QTimer>
+
+#include <sys/resource.h>
 
 using namespace Velmora::OstrelAdapter;
 
@@ -57,6 +60,16 @@ private:
 
 int main(int argc, char** argv)
 {
+    bool limited = false;
+    const rlim_t files = rlim_t(qEnvironmentVariableIntValue("VMWF_PEER_NOFILE", &limited));
+    if (limited) {
+        struct rlimit limit;
+        if (::getrlimit(RLIMIT_NOFILE, &limit) != 0)
+            return 3;
+        limit.rlim_cur = files;
+        if (::setrlimit(RLIMIT_NOFILE, &limit) != 0)
+            return 3;
+    }
     QCoreApplication app(argc, argv);
     ApplicationManager::Initialize(QStringLiteral("HubPeer"));
     Peer peer;

@@ -19,24 +19,6 @@ using namespace HubTest;
 
 namespace {
 
-QByteArray Frame(const QString& name, const QVariantMap& data)
-{
-    QByteArray payload;
-    QDataStream stream(&payload, QIODevice::WriteOnly);
-    stream.setVersion(QDataStream::Qt_6_0);
-    stream << name << data;
-    QByteArray frame(4, '\0');
-    qToBigEndian<quint32>(quint32(payload.size()), frame.data());
-    return frame + payload;
-}
-
-QByteArray Hello(qint64 processId)
-{
-    QVariantMap data;
-    data.insert(QStringLiteral("ProcessId"), processId);
-    return Frame(QStringLiteral("OstrelAdapter.LinkHello"), data);
-}
-
 bool ProcessRuns(qint64 processId)
 {
     return ::kill(pid_t(processId), 0) == 0;
@@ -205,11 +187,11 @@ private slots:
         QLocalSocket raw;
         raw.connectToServer(Hub()->GetEndpoint());
         QVERIFY(raw.waitForConnected(2000));
-        raw.write(Hello(987654));
+        raw.write(Hello(Self()));
         raw.write(Frame(QStringLiteral("FromRawMsg"), {{QStringLiteral("K"), QStringLiteral("V")}}));
         raw.flush();
         QTRY_COMPARE(m_recorder.links.size(), 1);
-        QCOMPARE(m_recorder.links.first()->GetProcessId(), 987654);
+        QCOMPARE(m_recorder.links.first()->GetProcessId(), Self());
         QTRY_COMPARE(m_recorder.Count(QStringLiteral("FromRawMsg")), 1);
         // The link is two-way: what the listener sends goes back over the same socket.
         ApplicationMessage reply(QStringLiteral("BackMsg"), {{QStringLiteral("N"), 7}});
@@ -245,7 +227,7 @@ private slots:
         QLocalSocket good;
         good.connectToServer(Hub()->GetEndpoint());
         QVERIFY(good.waitForConnected(2000));
-        good.write(Hello(111111));
+        good.write(Hello(Self()));
         good.flush();
         QTRY_COMPARE(m_recorder.links.size(), 1);
 
@@ -253,7 +235,7 @@ private slots:
         bad.connectToServer(Hub()->GetEndpoint());
         QVERIFY(bad.waitForConnected(2000));
         if (hello)
-            bad.write(Hello(222222));
+            bad.write(Hello(Self()));
         bad.write(bytes);
         bad.flush();
         QTRY_COMPARE_WITH_TIMEOUT(bad.state(), QLocalSocket::UnconnectedState, 5000);
@@ -270,13 +252,13 @@ private slots:
         QLocalSocket good;
         good.connectToServer(Hub()->GetEndpoint());
         QVERIFY(good.waitForConnected(2000));
-        good.write(Hello(333333));
+        good.write(Hello(Self()));
         good.flush();
         {
             QLocalSocket cut;
             cut.connectToServer(Hub()->GetEndpoint());
             QVERIFY(cut.waitForConnected(2000));
-            cut.write(Hello(444444));
+            cut.write(Hello(Self()));
             cut.write(Frame(QStringLiteral("CutMsg"), {{QStringLiteral("X"), QString(1000, QLatin1Char('x'))}}).left(500));
             cut.flush();
             QTest::qWait(100);
@@ -300,7 +282,7 @@ private slots:
         QLocalSocket other;
         other.connectToServer(Hub()->GetEndpoint());
         QVERIFY(other.waitForConnected(2000));
-        other.write(Hello(555555));
+        other.write(Hello(Self()));
         other.write(Frame(QStringLiteral("AliveMsg"), {}));
         other.flush();
         QTRY_COMPARE(m_recorder.Count(QStringLiteral("AliveMsg")), 1);
@@ -345,7 +327,7 @@ private slots:
         raw.connectToServer(Hub()->GetEndpoint());
         QVERIFY(raw.waitForConnected(2000));
         // Several frames in one read, so the link still has work after the first one.
-        raw.write(Hello(121212) + Frame(QStringLiteral("FirstMsg"), {}) + Frame(QStringLiteral("SecondMsg"), {}));
+        raw.write(Hello(Self()) + Frame(QStringLiteral("FirstMsg"), {}) + Frame(QStringLiteral("SecondMsg"), {}));
         raw.flush();
         QTRY_VERIFY(!ApplicationManager::GetInstance());
         QTRY_COMPARE_WITH_TIMEOUT(raw.state(), QLocalSocket::UnconnectedState, 5000);
@@ -370,7 +352,7 @@ private slots:
         QLocalSocket raw;
         raw.connectToServer(Hub()->GetEndpoint());
         QVERIFY(raw.waitForConnected(2000));
-        raw.write(Hello(131313) + Frame(QStringLiteral("OnlyMsg"), {}));
+        raw.write(Hello(Self()) + Frame(QStringLiteral("OnlyMsg"), {}));
         raw.flush();
         QTRY_COMPARE(m_recorder.Count(QStringLiteral("OnlyMsg")), 1);
         QVERIFY(second.links.isEmpty());

@@ -1,4 +1,5 @@
 #include "Platform.h"
+#include "PrivateFolder.h"
 
 #include <QDir>
 #include <QFile>
@@ -89,22 +90,7 @@ FileIdentity IdentifyFile(const QString& path)
 
 QString RuntimeFolder()
 {
-    struct stat info;
-    // Without XDG_RUNTIME_DIR this is the per-user folder Qt itself would choose, named here so
-    // that Qt does not warn about the missing variable on every start.
-    QString folder = qEnvironmentVariableIsEmpty("XDG_RUNTIME_DIR")
-                         ? QStringLiteral("%1/runtime-uid%2").arg(QDir::tempPath()).arg(::getuid())
-                         : QStandardPaths::writableLocation(QStandardPaths::RuntimeLocation);
-    if (folder.isEmpty())
-        return QString();
-    if (::lstat(QFile::encodeName(folder).constData(), &info) == 0 && info.st_uid != ::getuid())
-        return QString(); // someone else's folder is never ours to use
-    if (!QDir().mkpath(folder))
-        return QString();
-    // The runtime folder holds endpoints and segments that only this user may reach.
-    if (::chmod(QFile::encodeName(folder).constData(), S_IRWXU) != 0)
-        return QString();
-    return QDir::cleanPath(folder);
+    return PrivateFolder::RuntimeFolder();
 }
 
 QString ExecutableFolder()

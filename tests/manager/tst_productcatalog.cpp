@@ -69,8 +69,9 @@ private slots:
         QVERIFY(WriteFile(CatalogFolder() + QStringLiteral("/Products.xml"), kCatalog));
         QVERIFY(WriteFile(SettingsFile(), "[General]\nProductsXmlFileSearchPath=" + QFile::encodeName(CatalogFolder()) + "\n"));
         QVERIFY(WriteFile(ManifestFolder() + QStringLiteral("/a2016.xml"), Manifest("Id_AppA", "2016.1", "101")));
-        // Each application id is installed once: a second manifest with the same id is ignored.
-        QVERIFY(WriteFile(ManifestFolder() + QStringLiteral("/a2017.xml"), Manifest("ID_APPA", "2017.0", "102")));
+        // An application version is installed once: a second manifest with the same id and version
+        // is ignored.
+        QVERIFY(WriteFile(ManifestFolder() + QStringLiteral("/a2017.xml"), Manifest("ID_APPA", "2016.1", "102")));
         QVERIFY(WriteFile(ManifestFolder() + QStringLiteral("/b.xml"), Manifest("Id_AppB", "2016.0", "201")));
     }
     void init() { QVERIFY(WorkflowManager::Initialize()); }

@@ -38,8 +38,9 @@ public:
     QString GetCurrentLocale() const;
 
     // The installed applications whose id equals applicationId ignoring case and whose version
-    // satisfies version (OstrelAdapterUtility::VersionCompare), in manifest order. Manifests are
-    // read again only when one of their folders changed.
+    // satisfies version (OstrelAdapterUtility::VersionCompare), in manifest order. Every version of
+    // an application is listed; of manifests with the same id and the same version only the first
+    // counts. Manifests are read again only when one of their folders changed.
     QList<ApplicationInfo> GetInstalledApplications(const QString& applicationId, const QString& version);
     // Every installed application, in manifest order.
     QList<ApplicationInfo> GetAllInstalledApplications();
@@ -66,6 +67,10 @@ public:
     // more, even when it is removed while another handler is being told.
     void AddMessageHandler(ApplicationMessageHandler* handler);
     void RemoveMessageHandler(ApplicationMessageHandler* handler);
+
+    // The bytes all links hold right now, received but not yet told and queued but not yet
+    // written. Never more than 64 MiB: a link that would take more is closed.
+    qint64 GetBufferedBytes() const;
 
     // This process's endpoint, empty when the hub could not listen.
     QString GetEndpoint() const;

@@ -1,0 +1,156 @@
+#include "FrameScanner.h"
+
+#include <QMetaType>
+#include <QtEndian>
+
+namespace Velmora::OstrelAdapter {
+
+namespace {
+
+// How the stream marks a null string or byte array instead of giving a length.
+constexpr quint32 kNullLength = 0xffffffffu;
+// The time-spec byte of a date-time that carries an offset, and of one that carries a time zone.
+constexpr quint8 kOffsetFromUtc = 2;
+constexpr quint8 kTimeZone = 3;
+
+} // namespace
+
+bool FrameScanner::IsAcceptable(const char* payload, qsizetype size)
+{
+    FrameScanner scanner(payload, size);
+    return scanner.SkipString() && scanner.SkipMap(1) && scanner.m_left == 0;
+}
+
+bool FrameScanner::Skip(qsizetype count)
+{
+    if (count < 0 || count > m_left)
+        return false;
+    m_data += count;
+    m_left -= count;
+    return true;
+}
+
+bool FrameScanner::ReadCount(quint32& value)
+{
+    if (m_left < 4)
+        return false;
+    value = qFromBigEndian<quint32>(m_data);
+    return Skip(4);
+}
+
+bool FrameScanner::SkipString()
+{
+    quint32 bytes = 0;
+    if (!ReadCount(bytes))
+        return false;
+    return bytes == kNullLength || (bytes % 2 == 0 && Skip(qsizetype(bytes)));
+}
+
+bool FrameScanner::SkipBytes()
+{
+    quint32 bytes = 0;
+    if (!ReadCount(bytes))
+        return false;
+    return bytes == kNullLength || Skip(qsizetype(bytes));
+}
+
+bool FrameScanner::SkipMap(int depth)
+{
+    if (depth > kMaxNestingDepth)
+        return false;
+    // Every entry takes bytes, so a count larger than the frame can hold ends with the frame.
+    quint32 count = 0;
+    if (!ReadCount(count))
+        return false;
+    for (quint32 i = 0; i < count; ++i) {
+        if (!SkipString() || !SkipValue(depth))
+            return false;
+    }
+    return true;
+}
+
+bool FrameScanner::SkipList(int depth)
+{
+    if (depth > kMaxNestingDepth)
+        return false;
+    quint32 count = 0;
+    if (!ReadCount(count))
+        return false;
+    for (quint32 i = 0; i < count; ++i) {
+        if (!SkipValue(depth))
+            return false;
+    }
+    return true;
+}
+
+bool FrameScanner::SkipValue(int depth)
+{
+    quint32 type = 0;
+    // The type, then the null flag, then the value.
+    if (!ReadCount(type) || !Skip(1))
+        return false;
+    quint32 count = 0;
+    switch (type) {
+    case QMetaType::UnknownType:
+        return true;
+    case QMetaType::Bool:
+    case QMetaType::Char:
+    case QMetaType::SChar:
+    case QMetaType::UChar:
+        return Skip(1);
+    case QMetaType::Short:
+    case QMetaType::UShort:
+    case QMetaType::QChar:
+        return Skip(2);
+    case QMetaType::Int:
+    case QMetaType::UInt:
+    case QMetaType::QTime:
+        return Skip(4);
+    case QMetaType::LongLong:
+    case QMetaType::ULongLong:
+    case QMetaType::Double:
+    case QMetaType::Float: // written at double precision
+    case QMetaType::QDate:
+        return Skip(8);
+    case QMetaType::QUuid:
+        return Skip(16);
+    case QMetaType::QDateTime: {
+        if (!Skip(8 + 4) || m_left < 1)
+            return false;
+        const quint8 spec = quint8(*m_data);
+        if (!Skip(1) || spec == kTimeZone) // a zone would be looked up by a name the peer chose
+            return false;
+        return spec == kOffsetFromUtc ? Skip(4) : true;
+    }
+    case QMetaType::QString:
+        return SkipString();
+    case QMetaType::QByteArray:
+        return SkipBytes();
+    case QMetaType::QStringList:
+        if (!ReadCount(count))
+            return false;
+        for (quint32 i = 0; i < count; ++i) {
+            if (!SkipString())
+                return false;
+        }
+        return true;
+    case QMetaType::QByteArrayList:
+        if (!ReadCount(count))
+            return false;
+        for (quint32 i = 0; i < count; ++i) {
+            if (!SkipBytes())
+                return false;
+        }
+        return true;
+    case QMetaType::QVariantList:
+        return SkipList(depth + 1);
+    case QMetaType::QVariantMap:
+    case QMetaType::QVariantHash:
+        return SkipMap(depth + 1);
+    default:
+        // Anything else, above all a type named by the peer, is not a hub value.
+        return false;
+    }
+}
+
+} // namespace Velmora::OstrelAdapter
