@@ -98,6 +98,7 @@ BrowserWindow::BrowserWindow(const QString& searchPaths, QWidget* parent)
     {
         m_searchPaths = VmWorkflowTool::DefaultSearchPaths();
         VmWorkflowTool::UseSampleApplications();
+        VmWorkflowTool::UseBuiltHostApplication();
     }
     if (!Manager())
     {

@@ -38,4 +38,16 @@ inline void UseSampleApplications()
     qputenv("VELMORA_APPLICATIONS_PATH", applications);
 }
 
+// The host application's manifest ships beside the tool (the build writes one too); it comes after
+// whatever the environment names, so that a configured host wins.
+inline void UseBuiltHostApplication()
+{
+    QByteArray applications = qgetenv("VELMORA_APPLICATIONS_PATH");
+    if (!applications.isEmpty())
+        applications += QDir::listSeparator().toLatin1();
+    applications += QFile::encodeName(
+        QDir::cleanPath(QCoreApplication::applicationDirPath() + QStringLiteral("/../share/Velmora/Applications")));
+    qputenv("VELMORA_APPLICATIONS_PATH", applications);
+}
+
 } // namespace VmWorkflowTool

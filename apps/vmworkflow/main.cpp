@@ -453,6 +453,7 @@ int main(int argc, char** argv)
 
     if (!parser.isSet(searchPaths))
         VmWorkflowTool::UseSampleApplications();
+    VmWorkflowTool::UseBuiltHostApplication();
 
     WorkflowManager::Initialize();
     WorkflowManager* manager = WorkflowManager::GetInstance();

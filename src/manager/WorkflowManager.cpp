@@ -113,9 +113,7 @@ int WorkflowManager::GetCurrentLocale(WideChar* buffer, int size)
 
 bool WorkflowManager::ExecuteWorkflow(Workflow* workflow, WorkflowLaunchPoint launchPoint)
 {
-    Q_UNUSED(workflow);
-    Q_UNUSED(launchPoint);
-    return false;
+    return m_imp->ExecuteWorkflow(workflow, launchPoint);
 }
 
 bool WorkflowManager::DeleteWorkflow(const WideChar* id, const WideChar* sourceFile, bool removeFromFile)

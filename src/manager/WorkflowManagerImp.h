@@ -50,6 +50,8 @@ public:
     QString PluginFolderFor(Workflow* workflow) const;
     // Read by Initialize once the hub and the notification manager are up; held until Uninitialize.
     void LoadProducts();
+    // Starts the host application on a temporary copy of the workflow; true only when it started.
+    bool ExecuteWorkflow(Workflow* workflow, WorkflowLaunchPoint launchPoint);
     const ProductCatalog& Products() const { return m_products; }
 
     // The catalogue.
