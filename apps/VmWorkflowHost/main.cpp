@@ -155,6 +155,8 @@ private:
     QEventLoop m_loop;
 };
 
+constexpr int kLingerAfterEndMs = 750;
+
 // Leaves the outcome in the registry, announces the end and closes the run.
 void FinishRun(WorkflowManager* manager, Workflow* workflow, int status, const QString& message)
 {
@@ -162,6 +164,11 @@ void FinishRun(WorkflowManager* manager, Workflow* workflow, int status, const Q
     manager->SetExecutingWorkflowExitStatus(workflow, status, Wide(message).data());
     manager->WorkflowExecutionFinishedInApplication(workflow, self);
     WorkflowPrivate::RemoveExecutingWorkflow(workflow);
+    // The launcher looks the run up in the registry when the end reaches it, and an entry whose
+    // host has gone with status 0 no longer counts: stay a moment so that it still finds us.
+    QEventLoop linger;
+    QTimer::singleShot(kLingerAfterEndMs, &linger, &QEventLoop::quit);
+    linger.exec();
 }
 
 int Run(const CommandLine& line)
