@@ -9,7 +9,8 @@ namespace {
 
 // How the stream marks a null string or byte array instead of giving a length.
 constexpr quint32 kNullLength = 0xffffffffu;
-// The time-spec byte of a date-time that carries an offset, and of one that carries a time zone.
+// The byte after a date-time's clock time that says how to read it: with an offset from UTC, or
+// with a named time zone.
 constexpr quint8 kOffsetFromUtc = 2;
 constexpr quint8 kTimeZone = 3;
 
@@ -117,10 +118,10 @@ bool FrameScanner::SkipValue(int depth)
     case QMetaType::QDateTime: {
         if (!Skip(8 + 4) || m_left < 1)
             return false;
-        const quint8 spec = quint8(*m_data);
-        if (!Skip(1) || spec == kTimeZone) // a zone would be looked up by a name the peer chose
+        const quint8 timeKind = quint8(*m_data);
+        if (!Skip(1) || timeKind == kTimeZone) // a zone would be looked up by a name the peer chose
             return false;
-        return spec == kOffsetFromUtc ? Skip(4) : true;
+        return timeKind == kOffsetFromUtc ? Skip(4) : true;
     }
     case QMetaType::QString:
         return SkipString();
