@@ -353,44 +353,39 @@ bool ExecutingRegistry::Add(Workflow* workflow, int hostProcessId, int launcherP
     });
 }
 
-bool ExecutingRegistry::SetExitStatus(Workflow* workflow, int status, const QString& message)
+bool ExecutingRegistry::ChangeEntry(Workflow* workflow, const EntryEdit& edit)
 {
     if (!workflow)
         return false;
     return Change(false, [&](QList<ExecutingWorkflowRecord>& entries) {
         ExecutingWorkflowRecord* entry = FindEntry(entries, workflow);
-        if (!entry)
-            return Outcome::Failed;
-        entry->ExitStatus = status;
-        entry->ErrorMessage = message;
+        return entry ? edit(*entry) : Outcome::Failed;
+    });
+}
+
+bool ExecutingRegistry::SetExitStatus(Workflow* workflow, int status, const QString& message)
+{
+    return ChangeEntry(workflow, [&](ExecutingWorkflowRecord& entry) {
+        entry.ExitStatus = status;
+        entry.ErrorMessage = message;
         return Outcome::Changed;
     });
 }
 
 bool ExecutingRegistry::AddExecutingApplication(Workflow* workflow, int processId)
 {
-    if (!workflow)
-        return false;
-    return Change(false, [&](QList<ExecutingWorkflowRecord>& entries) {
-        ExecutingWorkflowRecord* entry = FindEntry(entries, workflow);
-        if (!entry)
-            return Outcome::Failed;
-        if (entry->ExecutingApplications.contains(processId))
+    return ChangeEntry(workflow, [&](ExecutingWorkflowRecord& entry) {
+        if (entry.ExecutingApplications.contains(processId))
             return Outcome::Unchanged;
-        entry->ExecutingApplications.append(processId);
+        entry.ExecutingApplications.append(processId);
         return Outcome::Changed;
     });
 }
 
 bool ExecutingRegistry::RemoveExecutingApplication(Workflow* workflow, int processId)
 {
-    if (!workflow)
-        return false;
-    return Change(false, [&](QList<ExecutingWorkflowRecord>& entries) {
-        ExecutingWorkflowRecord* entry = FindEntry(entries, workflow);
-        if (!entry)
-            return Outcome::Failed;
-        return entry->ExecutingApplications.removeAll(processId) > 0 ? Outcome::Changed : Outcome::Unchanged;
+    return ChangeEntry(workflow, [&](ExecutingWorkflowRecord& entry) {
+        return entry.ExecutingApplications.removeAll(processId) > 0 ? Outcome::Changed : Outcome::Unchanged;
     });
 }
 

@@ -7,6 +7,8 @@
 #include <QByteArray>
 #include <QList>
 
+#include <functional>
+
 #include <memory>
 
 namespace Velmora::WorkflowCore {
@@ -63,6 +65,9 @@ private:
     };
     template <typename Edit>
     bool Change(bool mayCreate, Edit edit);
+    // A change of the one entry this process registered for the workflow; false without one.
+    using EntryEdit = std::function<Outcome(ExecutingWorkflowRecord&)>;
+    bool ChangeEntry(Workflow* workflow, const EntryEdit& edit);
     bool Reach(bool forWriting, bool mayCreate) const;
 
     bool m_isHostProcess = false;
