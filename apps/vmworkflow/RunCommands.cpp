@@ -175,10 +175,15 @@ private:
         QJsonObject event = described;
         event.insert(QStringLiteral("event"), QStringLiteral("beginning"));
         m_events.append(event);
-        Print(QStringLiteral("beginning %1 in host process %2 (launched by process %3)")
-                  .arg(m_request.id)
-                  .arg(run->GetHostProcessId())
-                  .arg(run->GetLauncherProcessId()));
+        // The host announces the beginning only once its entry is in the registry, so the run
+        // counts as seen even when the host is gone again before the next look at the registry.
+        m_seenRunning = true;
+        m_goneSince.invalidate();
+        if (m_request.wait)
+            Print(QStringLiteral("beginning %1 in host process %2 (launched by process %3)")
+                      .arg(m_request.id)
+                      .arg(run->GetHostProcessId())
+                      .arg(run->GetLauncherProcessId()));
         Started(described);
     }
 

@@ -2,6 +2,7 @@
 
 #include "FileFixtures.h"
 #include "TestEnvironment.h"
+#include "ToolProcess.h"
 
 #include <QHash>
 #include <QJsonArray>
@@ -18,45 +19,16 @@ using namespace VmWorkflowTest;
 
 namespace {
 
-struct Run
-{
-    int status = -1;
-    QByteArray out;
-    QByteArray err;
-};
+using Run = ToolRun;
 
 Run Tool(const QStringList& arguments)
 {
-    QProcess process;
-    process.start(QStringLiteral(VMWF_TOOL), arguments);
-    Run run;
-    if (!process.waitForFinished(60000) || process.exitStatus() != QProcess::NormalExit)
-        return run;
-    run.status = process.exitCode();
-    run.out = process.readAllStandardOutput();
-    run.err = process.readAllStandardError();
-    return run;
+    return RunTool(QStringLiteral(VMWF_TOOL), arguments);
 }
 
-// Like Tool, but a run that does not end within the time is killed and reported as status -2.
 Run ToolWithin(const QStringList& arguments, int milliseconds)
 {
-    QProcess process;
-    process.start(QStringLiteral(VMWF_TOOL), arguments);
-    Run run;
-    if (!process.waitForFinished(milliseconds))
-    {
-        process.kill();
-        process.waitForFinished(10000);
-        run.status = -2;
-        return run;
-    }
-    if (process.exitStatus() != QProcess::NormalExit)
-        return run;
-    run.status = process.exitCode();
-    run.out = process.readAllStandardOutput();
-    run.err = process.readAllStandardError();
-    return run;
+    return RunToolWithin(QStringLiteral(VMWF_TOOL), arguments, milliseconds);
 }
 
 QJsonArray ListJson(const QStringList& extra = {})
