@@ -10,9 +10,11 @@
 #include <cstring>
 #include <utility>
 
-namespace Velmora::WorkflowCore {
+namespace Velmora::WorkflowCore
+{
 
-namespace {
+namespace
+{
 
 constexpr quint32 kNullString = 0xFFFFFFFFu;
 // Two empty strings, two ids, the handle, an empty application list, the status, an empty
@@ -109,8 +111,7 @@ public:
     QByteArray Take() { return m_ok ? std::move(m_image) : QByteArray(); }
 
 private:
-    template <typename T>
-    void Put(T value)
+    template <typename T> void Put(T value)
     {
         if (!m_ok || m_image.size() - m_at < qsizetype(sizeof(T)))
         {
@@ -173,7 +174,8 @@ const QString& ExecutingRegistry::SegmentKey()
 }
 
 ExecutingRegistry::ExecutingRegistry(bool isHostProcess)
-    : m_isHostProcess(isHostProcess), m_segment(std::make_unique<Platform::SharedSegment>(SegmentKey(), SegmentSize))
+    : m_isHostProcess(isHostProcess),
+      m_segment(std::make_unique<Platform::SharedSegment>(SegmentKey(), SegmentSize))
 {
     Reach(true, true);
 }
@@ -248,11 +250,22 @@ QList<ExecutingWorkflowRecord> ExecutingRegistry::ReadAll() const
     m_segment->Unlock();
     if (!copied)
         return {};
-    return ParseEntries(m_copy.constData(), SegmentSize);
+    return ParsedCopy();
 }
 
-template <typename Edit>
-bool ExecutingRegistry::Change(bool mayCreate, Edit edit)
+const QList<ExecutingWorkflowRecord>& ExecutingRegistry::ParsedCopy() const
+{
+    if (m_parsedBytes.size() != m_copy.size() ||
+        std::memcmp(m_parsedBytes.constData(), m_copy.constData(), size_t(m_copy.size())) != 0)
+    {
+        m_parsed = ParseEntries(m_copy.constData(), SegmentSize);
+        // The buffers trade places, so that neither is ever reallocated.
+        std::swap(m_parsedBytes, m_copy);
+    }
+    return m_parsed;
+}
+
+template <typename Edit> bool ExecutingRegistry::Change(bool mayCreate, Edit edit)
 {
     if (!Reach(true, mayCreate))
         return false;
@@ -263,7 +276,7 @@ bool ExecutingRegistry::Change(bool mayCreate, Edit edit)
     bool done = false;
     if (m_segment->CopyOut(m_copy.data()))
     {
-        QList<ExecutingWorkflowRecord> entries = ParseEntries(m_copy.constData(), SegmentSize);
+        QList<ExecutingWorkflowRecord> entries = ParsedCopy();
         switch (edit(entries))
         {
         case Outcome::Unchanged:
@@ -283,7 +296,8 @@ bool ExecutingRegistry::Change(bool mayCreate, Edit edit)
     return done;
 }
 
-QList<ExecutingWorkflowRecord> ExecutingRegistry::Enumerate(bool launchedByThisProcessOnly, bool includeFinished) const
+QList<ExecutingWorkflowRecord> ExecutingRegistry::Enumerate(bool launchedByThisProcessOnly,
+                                                            bool includeFinished) const
 {
     const QList<ExecutingWorkflowRecord> entries = ReadAll();
     QList<ExecutingWorkflowRecord> result;
@@ -292,7 +306,8 @@ QList<ExecutingWorkflowRecord> ExecutingRegistry::Enumerate(bool launchedByThisP
     const qint64 self = Platform::CurrentProcessId();
     // One look per host within one enumeration: a host usually holds several entries.
     QVarLengthArray<std::pair<int, bool>, 16> alive;
-    const auto isAlive = [&alive](int processId) {
+    const auto isAlive = [&alive](int processId)
+    {
         for (const auto& known : alive)
         {
             if (known.first == processId)
@@ -316,7 +331,8 @@ QList<ExecutingWorkflowRecord> ExecutingRegistry::Enumerate(bool launchedByThisP
     return result;
 }
 
-QList<ExecutingWorkflow*> ExecutingRegistry::Snapshot(bool launchedByThisProcessOnly, bool includeFinished) const
+QList<ExecutingWorkflow*> ExecutingRegistry::Snapshot(bool launchedByThisProcessOnly,
+                                                      bool includeFinished) const
 {
     QList<ExecutingWorkflow*> workflows;
     for (const ExecutingWorkflowRecord& record : Enumerate(launchedByThisProcessOnly, includeFinished))
@@ -338,55 +354,65 @@ bool ExecutingRegistry::Add(Workflow* workflow, int hostProcessId, int launcherP
     added.ErrorMessage = QLatin1String("");
     added.TargetProductProcessId = 0;
     added.WorkflowHandle = HandleOf(workflow);
-    return Change(true, [&](QList<ExecutingWorkflowRecord>& entries) {
-        for (ExecutingWorkflowRecord& entry : entries)
-        {
-            if (entry.ExitStatus != 0 && entry.LauncherProcessId == launcherProcessId &&
-                entry.WorkflowId.compare(added.WorkflowId, Qt::CaseInsensitive) == 0)
-            {
-                entry = added;
-                return Outcome::Changed;
-            }
-        }
-        entries.append(added);
-        return Outcome::Changed;
-    });
+    return Change(true,
+                  [&](QList<ExecutingWorkflowRecord>& entries)
+                  {
+                      for (ExecutingWorkflowRecord& entry : entries)
+                      {
+                          if (entry.ExitStatus != 0 && entry.LauncherProcessId == launcherProcessId &&
+                              entry.WorkflowId.compare(added.WorkflowId, Qt::CaseInsensitive) == 0)
+                          {
+                              entry = added;
+                              return Outcome::Changed;
+                          }
+                      }
+                      entries.append(added);
+                      return Outcome::Changed;
+                  });
 }
 
 bool ExecutingRegistry::ChangeEntry(Workflow* workflow, const EntryEdit& edit)
 {
     if (!workflow)
         return false;
-    return Change(false, [&](QList<ExecutingWorkflowRecord>& entries) {
-        ExecutingWorkflowRecord* entry = FindEntry(entries, workflow);
-        return entry ? edit(*entry) : Outcome::Failed;
-    });
+    return Change(false,
+                  [&](QList<ExecutingWorkflowRecord>& entries)
+                  {
+                      ExecutingWorkflowRecord* entry = FindEntry(entries, workflow);
+                      return entry ? edit(*entry) : Outcome::Failed;
+                  });
 }
 
 bool ExecutingRegistry::SetExitStatus(Workflow* workflow, int status, const QString& message)
 {
-    return ChangeEntry(workflow, [&](ExecutingWorkflowRecord& entry) {
-        entry.ExitStatus = status;
-        entry.ErrorMessage = message;
-        return Outcome::Changed;
-    });
+    return ChangeEntry(workflow,
+                       [&](ExecutingWorkflowRecord& entry)
+                       {
+                           entry.ExitStatus = status;
+                           entry.ErrorMessage = message;
+                           return Outcome::Changed;
+                       });
 }
 
 bool ExecutingRegistry::AddExecutingApplication(Workflow* workflow, int processId)
 {
-    return ChangeEntry(workflow, [&](ExecutingWorkflowRecord& entry) {
-        if (entry.ExecutingApplications.contains(processId))
-            return Outcome::Unchanged;
-        entry.ExecutingApplications.append(processId);
-        return Outcome::Changed;
-    });
+    return ChangeEntry(workflow,
+                       [&](ExecutingWorkflowRecord& entry)
+                       {
+                           if (entry.ExecutingApplications.contains(processId))
+                               return Outcome::Unchanged;
+                           entry.ExecutingApplications.append(processId);
+                           return Outcome::Changed;
+                       });
 }
 
 bool ExecutingRegistry::RemoveExecutingApplication(Workflow* workflow, int processId)
 {
-    return ChangeEntry(workflow, [&](ExecutingWorkflowRecord& entry) {
-        return entry.ExecutingApplications.removeAll(processId) > 0 ? Outcome::Changed : Outcome::Unchanged;
-    });
+    return ChangeEntry(workflow,
+                       [&](ExecutingWorkflowRecord& entry) {
+                           return entry.ExecutingApplications.removeAll(processId) > 0 ? Outcome::Changed
+                                                                                       : Outcome::Unchanged;
+                       });
 }
 
 } // namespace Velmora::WorkflowCore

@@ -11,9 +11,11 @@
 
 #include <memory>
 
-namespace Velmora::WorkflowCore {
+namespace Velmora::WorkflowCore
+{
 
-namespace Platform {
+namespace Platform
+{
 class SharedSegment;
 }
 
@@ -63,16 +65,21 @@ private:
         Changed,
         Failed
     };
-    template <typename Edit>
-    bool Change(bool mayCreate, Edit edit);
+    template <typename Edit> bool Change(bool mayCreate, Edit edit);
     // A change of the one entry this process registered for the workflow; false without one.
     using EntryEdit = std::function<Outcome(ExecutingWorkflowRecord&)>;
     bool ChangeEntry(Workflow* workflow, const EntryEdit& edit);
     bool Reach(bool forWriting, bool mayCreate) const;
+    // The entries of the segment bytes in m_copy, parsed again only when those bytes changed.
+    const QList<ExecutingWorkflowRecord>& ParsedCopy() const;
 
     bool m_isHostProcess = false;
     std::unique_ptr<Platform::SharedSegment> m_segment;
     mutable QByteArray m_copy; // reused between calls: one copy of the segment
+    // The segment as last parsed, and what it held: an enumeration of an unchanged list (the usual
+    // case of a launcher that polls) costs a compare instead of a parse.
+    mutable QByteArray m_parsedBytes;
+    mutable QList<ExecutingWorkflowRecord> m_parsed;
 };
 
 } // namespace Velmora::WorkflowCore

@@ -13,11 +13,14 @@
 #include <dlfcn.h>
 #include <fcntl.h>
 #include <limits>
+#include <poll.h>
 #include <signal.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
-namespace Velmora::WorkflowCore::Platform {
+namespace Velmora::WorkflowCore::Platform
+{
 
 QString ApplicationDataFolder()
 {
@@ -51,7 +54,8 @@ std::unique_ptr<QSettings> MachineSettings(const QString& key)
                                        QStringLiteral("Velmora"), key);
 }
 
-namespace {
+namespace
+{
 // A killed process stays a zombie until its parent reaps it; it runs no more, so it counts as
 // ended. When the state cannot be read (say, /proc hides other users' processes) it counts as
 // running, as the signal test said.
@@ -79,6 +83,24 @@ bool IsProcessAlive(qint64 processId)
     // Beyond the range of a pid the cast could turn into a process group or "every process".
     if (processId <= 0 || processId > std::numeric_limits<pid_t>::max())
         return false;
+#ifdef SYS_pidfd_open
+    // A process descriptor turns readable the moment its process has ended, zombie or not: one
+    // cheap question instead of formatting the process's whole status line.
+    const int descriptor = static_cast<int>(::syscall(SYS_pidfd_open, static_cast<pid_t>(processId), 0));
+    if (descriptor >= 0)
+    {
+        pollfd ended{descriptor, POLLIN, 0};
+        const int ready = ::poll(&ended, 1, 0);
+        ::close(descriptor);
+        if (ready >= 0)
+            return ready == 0;
+    }
+    else if (errno == ESRCH)
+    {
+        return false;
+    }
+#endif
+    // Kernels without process descriptors.
     if (::kill(static_cast<pid_t>(processId), 0) != 0 && errno != EPERM)
         return false;
     return !IsZombie(static_cast<pid_t>(processId));
