@@ -1,5 +1,5 @@
-#include "Platform.h"
-#include "PrivateFolder.h"
+#include "platform/Platform.h"
+#include "platform/PrivateFolder.h"
 
 #include <QDir>
 #include <QFile>

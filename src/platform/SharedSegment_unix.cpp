@@ -1,6 +1,6 @@
-#include "SharedSegment.h"
+#include "platform/SharedSegment.h"
 
-#include "Platform.h"
+#include "platform/Platform.h"
 
 #include <QFile>
 #include <QRandomGenerator>

@@ -1,4 +1,4 @@
-#include "SharedSegment.h"
+#include "platform/SharedSegment.h"
 
 #include <QSharedMemory>
 

@@ -1,4 +1,4 @@
-#include "FileUtil.h"
+#include "util/FileUtil.h"
 
 #include "platform/Platform.h"
 

@@ -1,7 +1,7 @@
-#include "XlfCatalog.h"
+#include "util/XlfCatalog.h"
 
-#include "FileUtil.h"
-#include "XmlFiler.h"
+#include "util/FileUtil.h"
+#include "util/XmlFiler.h"
 
 #include <QFileInfo>
 #include <QLocale>

@@ -1,7 +1,7 @@
-#include "XmlFiler.h"
+#include "util/XmlFiler.h"
 
-#include "FileUtil.h"
-#include "XlfCatalog.h"
+#include "util/FileUtil.h"
+#include "util/XlfCatalog.h"
 
 #include <QFile>
 #include <QFileInfo>
