@@ -19,7 +19,8 @@
 using namespace Velmora::WorkflowCore;
 using namespace VmWorkflowTest;
 
-namespace {
+namespace
+{
 
 WorkflowManager* Manager()
 {
@@ -96,7 +97,8 @@ private slots:
         // Product sort keys compare display names, so the products get names that sort like their ids.
         const QString products = m_env.Root() + QStringLiteral("/products");
         QVERIFY(WriteFile(products + QStringLiteral("/Products.xml"),
-                          "<Products><Product Id=\"p1\" Name=\"Product One\"/><Product Id=\"p2\" Name=\"Product Two\"/></Products>"));
+                          "<Products><Product Id=\"p1\" Name=\"Product One\"/><Product Id=\"p2\" "
+                          "Name=\"Product Two\"/></Products>"));
         QVERIFY(WriteFile(m_env.ConfigDirs() + QStringLiteral("/Velmora/Workflow/2015.0.conf"),
                           "[General]\nProductsXmlFileSearchPath=" + QFile::encodeName(products) + "\n"));
     }
@@ -119,14 +121,16 @@ private slots:
         Write(QStringLiteral("a.workflow"), WorkflowElement(R"(Id="A1")") + "<Other Id=\"A2\"/>");
         Write(QStringLiteral("c.xml"), WorkflowElement(R"(Id="NotAWorkflowFile")"));
         SetSearchPaths(m_dir->path());
-        QCOMPARE(CatalogueIds(), QStringList({QStringLiteral("A1"), QStringLiteral("A2"), QStringLiteral("B1")}));
+        QCOMPARE(CatalogueIds(),
+                 QStringList({QStringLiteral("A1"), QStringLiteral("A2"), QStringLiteral("B1")}));
     }
 
     void emptyPartsOfSearchPathAreSkippedAndUserFolderComesLast()
     {
         Write(QStringLiteral("one/t.workflow"), WorkflowElement(R"(Id="Tpl")"));
-        QVERIFY(WriteFile(Imp()->UserWorkflowFolder() + QStringLiteral("/mine.workflow"),
-                          WorkflowDocument(WorkflowElement(R"(Id="Mine" IsTemplate="False" TemplateId="tpl")"))));
+        QVERIFY(
+            WriteFile(Imp()->UserWorkflowFolder() + QStringLiteral("/mine.workflow"),
+                      WorkflowDocument(WorkflowElement(R"(Id="Mine" IsTemplate="False" TemplateId="tpl")"))));
         Write(QStringLiteral("two/other.workflow"), WorkflowElement(R"(Id="Other")"));
         SetSearchPaths(QStringLiteral(";") + Path(QStringLiteral("one")) + QStringLiteral(";"));
         QCOMPARE(CatalogueIds(), QStringList({QStringLiteral("Tpl"), QStringLiteral("Mine")}));
@@ -174,25 +178,28 @@ private slots:
         Write(QStringLiteral("t.workflow"), WorkflowElement(R"(Id="T1")") + WorkflowElement(R"(Id="T2")"));
         SignalLog log(Imp());
         SetSearchPaths(m_dir->path());
-        QCOMPARE(log.entries, QStringList({QStringLiteral("AboutToBeInserted(0)"), QStringLiteral("Inserted(1)"),
-                                           QStringLiteral("AboutToBeInserted(1)"), QStringLiteral("Inserted(2)")}));
+        QCOMPARE(log.entries,
+                 QStringList({QStringLiteral("AboutToBeInserted(0)"), QStringLiteral("Inserted(1)"),
+                              QStringLiteral("AboutToBeInserted(1)"), QStringLiteral("Inserted(2)")}));
     }
 
     void orphanIsRemovedWithPairedSignals()
     {
-        Write(QStringLiteral("a.workflow"), WorkflowElement(R"(Id="Tpl")") +
-                                                WorkflowElement(R"(Id="Orphan" IsTemplate="False" TemplateId="Gone")") +
-                                                WorkflowElement(R"(Id="Child" IsTemplate="False" TemplateId="TPL")"));
+        Write(QStringLiteral("a.workflow"),
+              WorkflowElement(R"(Id="Tpl")") +
+                  WorkflowElement(R"(Id="Orphan" IsTemplate="False" TemplateId="Gone")") +
+                  WorkflowElement(R"(Id="Child" IsTemplate="False" TemplateId="TPL")"));
         SignalLog log(Imp());
         SetSearchPaths(m_dir->path());
         QCOMPARE(CatalogueIds(), QStringList({QStringLiteral("Tpl"), QStringLiteral("Child")}));
-        QCOMPARE(log.entries.mid(6), QStringList({QStringLiteral("AboutToBeRemoved(1)"), QStringLiteral("Removed(1)")}));
+        QCOMPARE(log.entries.mid(6),
+                 QStringList({QStringLiteral("AboutToBeRemoved(1)"), QStringLiteral("Removed(1)")}));
     }
 
     void orphanWithEmptyTemplateIdIsRemoved()
     {
-        Write(QStringLiteral("a.workflow"), WorkflowElement(R"(Id="Tpl")") +
-                                                WorkflowElement(R"(Id="NoTemplate" IsTemplate="False")"));
+        Write(QStringLiteral("a.workflow"),
+              WorkflowElement(R"(Id="Tpl")") + WorkflowElement(R"(Id="NoTemplate" IsTemplate="False")"));
         SetSearchPaths(m_dir->path());
         QCOMPARE(CatalogueIds(), QStringList{QStringLiteral("Tpl")});
     }
@@ -206,10 +213,13 @@ private slots:
 
     void incompleteProductsAreInheritedAndReadOnly()
     {
-        Write(QStringLiteral("a.workflow"),
-              WorkflowElement(R"(Id="Tpl" PrimaryProduct="alpha" RequiredProducts="alpha" TargetProduct="alpha:2016")") +
-                  WorkflowElement(R"(Id="User" IsTemplate="False" TemplateId="Tpl" TargetProduct="beta" PrimaryProduct="beta")") +
-                  WorkflowElement(R"(Id="Own" IsTemplate="False" TemplateId="Tpl" TargetProduct="gamma:1")"));
+        Write(
+            QStringLiteral("a.workflow"),
+            WorkflowElement(
+                R"(Id="Tpl" PrimaryProduct="alpha" RequiredProducts="alpha" TargetProduct="alpha:2016")") +
+                WorkflowElement(
+                    R"(Id="User" IsTemplate="False" TemplateId="Tpl" TargetProduct="beta" PrimaryProduct="beta")") +
+                WorkflowElement(R"(Id="Own" IsTemplate="False" TemplateId="Tpl" TargetProduct="gamma:1")"));
         SetSearchPaths(m_dir->path());
         Workflow* user = Manager()->GetWorkflow(Wide(QStringLiteral("User")), Wide(QString()));
         QVERIFY(user);
@@ -224,7 +234,8 @@ private slots:
 
     void xlfFileIsStoredInEachRecord()
     {
-        Write(QStringLiteral("a.workflow"), WorkflowElement(R"(Id="T1")") + WorkflowElement(R"(Id="T2")"), "Texts");
+        Write(QStringLiteral("a.workflow"), WorkflowElement(R"(Id="T1")") + WorkflowElement(R"(Id="T2")"),
+              "Texts");
         SetSearchPaths(m_dir->path());
         for (Workflow* workflow : Imp()->Catalogue())
             QCOMPARE(workflow->GetImp()->Fields().XlfFile, QStringLiteral("Texts"));
@@ -251,55 +262,58 @@ private slots:
         QCOMPARE(byFile->GetImp()->Fields().Name, QStringLiteral("second"));
     }
 
-    void emptyFilterAndSortGiveTheCatalogueOrder()
+    void filterAndSortTexts_data()
     {
-        Write(QStringLiteral("a.workflow"), WorkflowElement(R"(Id="C" Name="c")") + WorkflowElement(R"(Id="A" Name="a")") +
-                                                WorkflowElement(R"(Id="B" Name="b")"));
-        SetSearchPaths(m_dir->path());
-        QCOMPARE(Ids(Manager()->GetWorkflows(Wide(QString()), Wide(QString()))), Ids(Manager()->GetWorkflows()));
-        QCOMPARE(Ids(Manager()->GetWorkflows(Wide(QString()), Wide(QStringLiteral(",,")))),
-                 QStringList({QStringLiteral("C"), QStringLiteral("A"), QStringLiteral("B")}));
+        QTest::addColumn<QByteArray>("elements");
+        QTest::addColumn<QString>("filter");
+        QTest::addColumn<QString>("sort");
+        QTest::addColumn<QStringList>("ids");
+        const auto Order = [](const char* ids) { return QString::fromLatin1(ids).split(QLatin1Char(',')); };
+        const QByteArray threeNames = WorkflowElement(R"(Id="C" Name="charlie")") +
+                                      WorkflowElement(R"(Id="A" Name="Alpha")") +
+                                      WorkflowElement(R"(Id="B" Name="bravo")");
+        const QByteArray products = WorkflowElement(R"(Id="1" Name="b" TargetProduct="p1:1")") +
+                                    WorkflowElement(R"(Id="2" Name="a" TargetProduct="p2:1")") +
+                                    WorkflowElement(R"(Id="3" Name="c" TargetProduct="p1:1")") +
+                                    WorkflowElement(R"(Id="4" Name="a" TargetProduct="p1:1")") +
+                                    WorkflowElement(R"(Id="5" Name="z" TargetProduct="p2:1")");
+        const QByteArray templates = WorkflowElement(R"(Id="T" Name="t")") +
+                                     WorkflowElement(R"(Id="U" Name="u" IsTemplate="False" TemplateId="T")") +
+                                     WorkflowElement(R"(Id="T2" Name="s")");
+        QTest::newRow("empty texts keep the catalogue order")
+            << threeNames << QString() << QString() << Order("C,A,B");
+        QTest::newRow("separators alone keep the catalogue order")
+            << threeNames << QString() << QStringLiteral(",,") << Order("C,A,B");
+        QTest::newRow("name, ascending by default")
+            << threeNames << QString() << QStringLiteral("Name") << Order("A,B,C");
+        QTest::newRow("name descending, key in any case")
+            << threeNames << QString() << QStringLiteral("name:1") << Order("C,B,A");
+        QTest::newRow("an order that is not a number is ascending")
+            << threeNames << QString() << QStringLiteral("Name:x") << Order("A,B,C");
+        QTest::newRow("target product first, then name")
+            << products << QString() << QStringLiteral("TargetProduct:1,Name:0") << Order("2,5,4,1,3");
+        QTest::newRow("name first, then target product")
+            << products << QString() << QStringLiteral("Name:0,TargetProduct:1") << Order("2,4,1,3,5");
+        QTest::newRow("templates first, then name")
+            << templates << QString() << QStringLiteral("IsTemplate:0,Name") << Order("T2,T,U");
+        QTest::newRow("user workflows first, ties in catalogue order")
+            << templates << QString() << QStringLiteral("istemplate:1") << Order("U,T,T2");
+        QTest::newRow("templates only")
+            << templates << QStringLiteral("IsTemplate=true") << QString() << Order("T,T2");
+        QTest::newRow("user workflows only, sorted")
+            << templates << QStringLiteral("istemplate=false") << QStringLiteral("Name:1") << Order("U");
     }
-
-    void sortByNameAscending()
+    void filterAndSortTexts()
     {
-        Write(QStringLiteral("a.workflow"), WorkflowElement(R"(Id="C" Name="charlie")") +
-                                                WorkflowElement(R"(Id="A" Name="Alpha")") +
-                                                WorkflowElement(R"(Id="B" Name="bravo")"));
+        QFETCH(QByteArray, elements);
+        QFETCH(QString, filter);
+        QFETCH(QString, sort);
+        QFETCH(QStringList, ids);
+        Write(QStringLiteral("a.workflow"), elements);
         SetSearchPaths(m_dir->path());
-        QCOMPARE(Ids(Manager()->GetWorkflows(Wide(QString()), Wide(QStringLiteral("Name")))),
-                 QStringList({QStringLiteral("A"), QStringLiteral("B"), QStringLiteral("C")}));
-        QCOMPARE(Ids(Manager()->GetWorkflows(Wide(QString()), Wide(QStringLiteral("name:1")))),
-                 QStringList({QStringLiteral("C"), QStringLiteral("B"), QStringLiteral("A")}));
-        QCOMPARE(Ids(Manager()->GetWorkflows(Wide(QString()), Wide(QStringLiteral("Name:x")))),
-                 QStringList({QStringLiteral("A"), QStringLiteral("B"), QStringLiteral("C")}));
-    }
-
-    void sortWrittenOrderDecidesPriority()
-    {
-        Write(QStringLiteral("a.workflow"),
-              WorkflowElement(R"(Id="1" Name="b" TargetProduct="p1:1")") + WorkflowElement(R"(Id="2" Name="a" TargetProduct="p2:1")") +
-                  WorkflowElement(R"(Id="3" Name="c" TargetProduct="p1:1")") + WorkflowElement(R"(Id="4" Name="a" TargetProduct="p1:1")") +
-                  WorkflowElement(R"(Id="5" Name="z" TargetProduct="p2:1")"));
-        SetSearchPaths(m_dir->path());
-        QCOMPARE(Ids(Manager()->GetWorkflows(Wide(QString()), Wide(QStringLiteral("TargetProduct:1,Name:0")))),
-                 QStringList({QStringLiteral("2"), QStringLiteral("5"), QStringLiteral("4"), QStringLiteral("1"),
-                              QStringLiteral("3")}));
-        QCOMPARE(Ids(Manager()->GetWorkflows(Wide(QString()), Wide(QStringLiteral("Name:0,TargetProduct:1")))),
-                 QStringList({QStringLiteral("2"), QStringLiteral("4"), QStringLiteral("1"), QStringLiteral("3"),
-                              QStringLiteral("5")}));
-    }
-
-    void sortTemplatesFirst()
-    {
-        Write(QStringLiteral("a.workflow"), WorkflowElement(R"(Id="T" Name="t")") +
-                                                WorkflowElement(R"(Id="U" Name="u" IsTemplate="False" TemplateId="T")") +
-                                                WorkflowElement(R"(Id="T2" Name="s")"));
-        SetSearchPaths(m_dir->path());
-        QCOMPARE(Ids(Manager()->GetWorkflows(Wide(QString()), Wide(QStringLiteral("IsTemplate:0,Name")))),
-                 QStringList({QStringLiteral("T2"), QStringLiteral("T"), QStringLiteral("U")}));
-        QCOMPARE(Ids(Manager()->GetWorkflows(Wide(QString()), Wide(QStringLiteral("istemplate:1")))).first(),
-                 QStringLiteral("U"));
+        QCOMPARE(Ids(Manager()->GetWorkflows(Wide(filter), Wide(sort))), ids);
+        if (filter.isEmpty() && sort.isEmpty())
+            QCOMPARE(Ids(Manager()->GetWorkflows()), ids);
     }
 
     void filterTextWithProductKeysIsAccepted()
@@ -314,11 +328,13 @@ private slots:
     void deleteLastWorkflowRemovesFile()
     {
         Write(QStringLiteral("t.workflow"), WorkflowElement(R"(Id="Tpl")"));
-        Write(QStringLiteral("u.workflow"), WorkflowElement(R"(Id="User" IsTemplate="False" TemplateId="Tpl")"));
+        Write(QStringLiteral("u.workflow"),
+              WorkflowElement(R"(Id="User" IsTemplate="False" TemplateId="Tpl")"));
         SetSearchPaths(m_dir->path());
         SignalLog log(Imp());
         QVERIFY(Manager()->DeleteWorkflow(Wide(QStringLiteral("user")), Wide(QString()), true));
-        QCOMPARE(log.entries, QStringList({QStringLiteral("AboutToBeRemoved(1)"), QStringLiteral("Removed(1)")}));
+        QCOMPARE(log.entries,
+                 QStringList({QStringLiteral("AboutToBeRemoved(1)"), QStringLiteral("Removed(1)")}));
         QVERIFY(!QFile::exists(Path(QStringLiteral("u.workflow"))));
         QCOMPARE(CatalogueIds(), QStringList{QStringLiteral("Tpl")});
     }
@@ -326,10 +342,12 @@ private slots:
     void deleteOneOfSeveralRewritesFile()
     {
         Write(QStringLiteral("t.workflow"), WorkflowElement(R"(Id="Tpl")"));
-        Write(QStringLiteral("u.workflow"), WorkflowElement(R"(Id="U1" IsTemplate="False" TemplateId="Tpl")") +
-                                                WorkflowElement(R"(Id="U2" IsTemplate="False" TemplateId="Tpl")"));
+        Write(QStringLiteral("u.workflow"),
+              WorkflowElement(R"(Id="U1" IsTemplate="False" TemplateId="Tpl")") +
+                  WorkflowElement(R"(Id="U2" IsTemplate="False" TemplateId="Tpl")"));
         SetSearchPaths(m_dir->path());
-        QVERIFY(Manager()->DeleteWorkflow(Wide(QStringLiteral("U1")), Wide(Path(QStringLiteral("u.workflow"))), true));
+        QVERIFY(Manager()->DeleteWorkflow(Wide(QStringLiteral("U1")),
+                                          Wide(Path(QStringLiteral("u.workflow"))), true));
         const QByteArray rest = ReadFile(Path(QStringLiteral("u.workflow")));
         QVERIFY(!rest.contains("\"U1\""));
         QVERIFY(rest.contains("\"U2\""));
@@ -340,7 +358,8 @@ private slots:
     void deleteWithoutFileKeepsFileAndComesBackOnRescan()
     {
         Write(QStringLiteral("t.workflow"), WorkflowElement(R"(Id="Tpl")"));
-        Write(QStringLiteral("u.workflow"), WorkflowElement(R"(Id="User" IsTemplate="False" TemplateId="Tpl")"));
+        Write(QStringLiteral("u.workflow"),
+              WorkflowElement(R"(Id="User" IsTemplate="False" TemplateId="Tpl")"));
         SetSearchPaths(m_dir->path());
         const QByteArray before = ReadFile(Path(QStringLiteral("u.workflow")));
         QVERIFY(Manager()->DeleteWorkflow(Wide(QStringLiteral("User")), Wide(QString()), false));
@@ -364,7 +383,8 @@ private slots:
     void deleteOfUnwritableFileLeavesSignalUnpaired()
     {
         Write(QStringLiteral("t.workflow"), WorkflowElement(R"(Id="Tpl")"));
-        Write(QStringLiteral("u.workflow"), WorkflowElement(R"(Id="User" IsTemplate="False" TemplateId="Tpl")"));
+        Write(QStringLiteral("u.workflow"),
+              WorkflowElement(R"(Id="User" IsTemplate="False" TemplateId="Tpl")"));
         SetSearchPaths(m_dir->path());
         // A file that is gone cannot be written, whoever runs the test.
         QVERIFY(QFile::remove(Path(QStringLiteral("u.workflow"))));
@@ -383,12 +403,14 @@ private slots:
         workflow->SetName(Wide(QStringLiteral("New name")));
         QVERIFY(!WorkflowPrivate::FindWorkflow(QStringLiteral("Old name")));
         QCOMPARE(WorkflowPrivate::FindWorkflow(QStringLiteral("new name")), workflow);
-        QCOMPARE(WorkflowPrivate::GetNewWorkflowName(QStringLiteral("New name")), QStringLiteral("New name (1)"));
+        QCOMPARE(WorkflowPrivate::GetNewWorkflowName(QStringLiteral("New name")),
+                 QStringLiteral("New name (1)"));
     }
 
     void modifiedInPluginAlwaysTrue()
     {
-        QVERIFY(Manager()->WorkflowModifiedInPlugin(Wide(QStringLiteral("Any")), Wide(QStringLiteral("/x.workflow"))));
+        QVERIFY(Manager()->WorkflowModifiedInPlugin(Wide(QStringLiteral("Any")),
+                                                    Wide(QStringLiteral("/x.workflow"))));
     }
 
     void rescanEmptiesBeforeRebuilding()
@@ -398,7 +420,8 @@ private slots:
         SignalLog log(Imp());
         SetSearchPaths(m_dir->path() + QLatin1Char(';'));
         // Emptying raises nothing; the rebuild raises the insertions from index 0 again.
-        QCOMPARE(log.entries, QStringList({QStringLiteral("AboutToBeInserted(0)"), QStringLiteral("Inserted(1)")}));
+        QCOMPARE(log.entries,
+                 QStringList({QStringLiteral("AboutToBeInserted(0)"), QStringLiteral("Inserted(1)")}));
     }
 };
 
