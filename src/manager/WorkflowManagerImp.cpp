@@ -10,6 +10,7 @@
 #include "util/FileUtil.h"
 #include "util/XlfCatalog.h"
 #include "util/XmlFiler.h"
+#include "util/XmlStreamReading.h"
 #include "workflow/WorkflowFile.h"
 #include "workflow/WorkflowImp.h"
 #include "workflow/WorkflowSettings.h"
@@ -224,6 +225,27 @@ void WorkflowManagerImp::ScanCatalogue()
 }
 
 void WorkflowManagerImp::ReadWorkflowFile(const QString& path)
+{
+    if (m_scanReadsDocuments)
+    {
+        ReadWorkflowDocument(path);
+        return;
+    }
+    // The file is parsed whole before any record is made: a damaged file contributes nothing.
+    WorkflowFileData data;
+    if (ReadWorkflowFileData(path, QString(), data) != StreamReadResult::Read)
+        return;
+    XlfCatalog* catalog = data.xlfFile.isEmpty() ? nullptr : TranslationCatalog(data.xlfFile);
+    for (const WorkflowElementData& element : std::as_const(data.elements))
+    {
+        auto* workflow = new Workflow;
+        workflow->GetImp()->Fields().XlfFile = data.xlfFile;
+        ReadWorkflow(element, path, catalog, *workflow->GetImp());
+        AddWorkflow(workflow);
+    }
+}
+
+void WorkflowManagerImp::ReadWorkflowDocument(const QString& path)
 {
     XmlFiler filer;
     if (!filer.Open(path))

@@ -88,6 +88,10 @@ public:
     // workflow search paths and kept for the life of the manager; null when there is none.
     XlfCatalog* TranslationCatalog(const QString& xlfFile);
 
+    // Scans read each file as a whole document instead of streaming it: the slower reader the
+    // streaming one is checked against.
+    void SetScanReadsDocuments(bool documents) { m_scanReadsDocuments = documents; }
+
 Q_SIGNALS:
     void WorkflowAboutToBeInserted(int index);
     void WorkflowAboutToBeRemoved(int index);
@@ -101,6 +105,7 @@ Q_SIGNALS:
 
 private:
     void ReadWorkflowFile(const QString& path);
+    void ReadWorkflowDocument(const QString& path);
     void RemoveOrphans();
     void InheritTemplateProducts();
     void RemoveAt(int index);
@@ -117,6 +122,7 @@ private:
     QList<Plugin*> m_plugins;
     QHash<Workflow*, QString> m_pluginFolders;
     bool m_catalogueLoaded = false;
+    bool m_scanReadsDocuments = false;
     HostApplicationContext* m_context = nullptr;
     std::unique_ptr<ExecutingRegistry> m_registry;
     ProductCatalog m_products;
