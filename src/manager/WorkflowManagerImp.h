@@ -9,6 +9,7 @@
 #include <QMap>
 #include <QObject>
 #include <QString>
+#include <QThreadPool>
 
 #include <map>
 #include <memory>
@@ -19,6 +20,7 @@ class ExecutingRegistry;
 class Plugin;
 class XlfCatalog;
 class XmlFiler;
+struct WorkflowFileData;
 
 class WorkflowManagerImp : public QObject
 {
@@ -106,6 +108,8 @@ Q_SIGNALS:
 private:
     void ReadWorkflowFile(const QString& path);
     void ReadWorkflowDocument(const QString& path);
+    void ReadWorkflowFiles(const QStringList& paths);
+    void AddWorkflowRecords(const QString& path, const WorkflowFileData& data);
     void RemoveOrphans();
     void InheritTemplateProducts();
     void RemoveAt(int index);
@@ -128,6 +132,8 @@ private:
     ProductCatalog m_products;
     WorkflowNotificationManager* m_notificationManager = nullptr;
     std::map<QString, std::unique_ptr<XlfCatalog>> m_translations;
+    // Worker threads that turn the bytes of a large scan's files into plain data.
+    std::unique_ptr<QThreadPool> m_scanPool;
 
     // Case-folded id and name to the catalogue's workflows of that key, in catalogue order, so
     // that lookups answer in constant time what the walk over the catalogue would answer.
