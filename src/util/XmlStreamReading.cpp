@@ -482,6 +482,8 @@ StreamReadResult ParseWorkflowFile(const QByteArray& bytes, const QString& first
                 {
                     writer->Finish();
                     writer.reset();
+                    // The record keeps this text for its life: no spare capacity.
+                    settings.squeeze();
                     element->settings = std::move(settings);
                     settings = QString();
                     settingsDepth = 0;

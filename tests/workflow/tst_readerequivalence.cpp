@@ -823,7 +823,7 @@ private slots:
                           WorkflowDocument(WorkflowElement(R"(Id="Orphan" IsTemplate="False" TemplateId="None")"))));
         QVERIFY(WriteFile(folder + QStringLiteral("/zz_inherit.workflow"),
                           WorkflowDocument(WorkflowElement(R"(Id="InhT" PrimaryProduct="alpha" TargetProduct="alpha:2016" RequiredProducts="alpha")") +
-                                           WorkflowElement(R"(Id="InhU" IsTemplate="False" TemplateId="InhT")"))));
+                                           WorkflowElement(R"(Id="InhU" IsTemplate="False" TemplateId="InhT" TargetProduct="alpha")"))));
         Imp()->SetCurrentLocale(kLocale);
         Imp()->SetWorkflowSearchPaths(folder + QLatin1Char(';') + folder);
 
