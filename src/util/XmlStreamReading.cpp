@@ -392,7 +392,8 @@ QString WorkflowAttributeName(WorkflowAttribute attribute)
     return AttributeNames()[attribute];
 }
 
-StreamReadResult ParseWorkflowFile(const QByteArray& bytes, const QString& firstTag, WorkflowFileData& data)
+StreamReadResult ParseWorkflowFile(const QByteArray& bytes, const QString& firstTag, WorkflowFileData& data,
+                                   const ElementFilter& keep)
 {
     WorkflowFileData result;
     QXmlStreamReader reader(bytes);
@@ -455,6 +456,11 @@ StreamReadResult ParseWorkflowFile(const QByteArray& bytes, const QString& first
                     element = &result.elements.last();
                     element->tag = name.toString();
                     FillAttributes(reader.attributes(), *element);
+                    if (keep && !keep(result.xlfFile, *element))
+                    {
+                        result.elements.removeLast();
+                        element = nullptr;
+                    }
                 }
             }
             else if (depth == 3 && element)
@@ -577,14 +583,15 @@ StreamReadResult ReadWorkflowFileFromDocument(const QString& path, const QString
     return StreamReadResult::Read;
 }
 
-StreamReadResult ReadWorkflowFileData(const QString& path, const QString& firstTag, WorkflowFileData& data)
+StreamReadResult ReadWorkflowFileData(const QString& path, const QString& firstTag, WorkflowFileData& data,
+                                      const ElementFilter& keep)
 {
     StreamReadResult result;
     {
         QByteArray bytes;
         if (!ReadRegularFileBytes(path, bytes))
             return StreamReadResult::Unreadable;
-        result = ParseWorkflowFile(bytes, firstTag, data);
+        result = ParseWorkflowFile(bytes, firstTag, data, keep);
     }
     if (result == StreamReadResult::NeedsDocument)
         result = ReadWorkflowFileFromDocument(path, firstTag, data);

@@ -85,17 +85,24 @@ struct WorkflowFileData
     QList<WorkflowElementData> elements;
 };
 
+// Asked of each element as its attributes are read, with the root's XlfFile value: whether to
+// keep it. An element left out costs nothing more, whatever its Settings hold.
+using ElementFilter = std::function<bool(const QString& xlfFile, const WorkflowElementData& element)>;
+
 // Parses the bytes of a workflow file. With a non-empty firstTag, the elements before the first
-// one of that tag are left out (a file's records start at its first "Workflow"). Nothing is kept
-// unless the result is Read.
-StreamReadResult ParseWorkflowFile(const QByteArray& bytes, const QString& firstTag, WorkflowFileData& data);
+// one of that tag are left out (a file's records start at its first "Workflow"); so are those the
+// filter turns down. Nothing is kept unless the result is Read.
+StreamReadResult ParseWorkflowFile(const QByteArray& bytes, const QString& firstTag, WorkflowFileData& data,
+                                   const ElementFilter& keep = ElementFilter());
 
 // The same plain data taken from the whole document: for files that declare a document type,
 // and as the reference the streaming reader is held to.
 StreamReadResult ReadWorkflowFileFromDocument(const QString& path, const QString& firstTag, WorkflowFileData& data);
 
-// Reads the file: streaming, or through the document when the file asks for it.
-StreamReadResult ReadWorkflowFileData(const QString& path, const QString& firstTag, WorkflowFileData& data);
+// Reads the file: streaming, or through the document when the file asks for it (which keeps
+// every element: callers filter again).
+StreamReadResult ReadWorkflowFileData(const QString& path, const QString& firstTag, WorkflowFileData& data,
+                                      const ElementFilter& keep = ElementFilter());
 
 // For each element of the run an absolute element path selects (its last element and the
 // following sibling elements of any name, as the filer walks them), hands the element's

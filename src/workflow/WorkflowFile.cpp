@@ -160,22 +160,38 @@ void ReadWorkflow(const WorkflowElementData& element, const QString& fileName, X
 
 bool LoadWorkflow(WorkflowImp& record, const QString& file, const QString& id)
 {
-    WorkflowFileData data;
-    if (ReadWorkflowFileData(file, kWorkflowElement, data) != StreamReadResult::Read)
-        return false;
     XlfCatalog* catalog = nullptr;
-    if (!data.xlfFile.isEmpty())
-    {
-        if (WorkflowManagerImp* manager = WorkflowManagerImp::Instance())
-            catalog = manager->TranslationCatalog(data.xlfFile);
-    }
+    bool catalogKnown = false;
+    const auto catalogFor = [&](const QString& xlfFile) {
+        if (!catalogKnown && !xlfFile.isEmpty())
+        {
+            if (WorkflowManagerImp* manager = WorkflowManagerImp::Instance())
+                catalog = manager->TranslationCatalog(xlfFile);
+        }
+        catalogKnown = true;
+        return catalog;
+    };
+    // The id asked for is matched against the Id as the record would read it, translated.
+    const auto matches = [&](const QString& xlfFile, const WorkflowElementData& element) {
+        return id.isEmpty() ||
+               TranslatedFileText(catalogFor(xlfFile), file, element.Value(AttrId)).compare(id, Qt::CaseInsensitive) == 0;
+    };
+    // Only the first match is kept: the other workflows of a large file cost nothing.
+    bool found = false;
+    const auto keep = [&](const QString& xlfFile, const WorkflowElementData& element) {
+        if (found || !matches(xlfFile, element))
+            return false;
+        found = true;
+        return true;
+    };
+    WorkflowFileData data;
+    if (ReadWorkflowFileData(file, kWorkflowElement, data, keep) != StreamReadResult::Read)
+        return false;
     for (const WorkflowElementData& element : std::as_const(data.elements))
     {
-        // The id asked for is matched against the Id as the record would read it, translated.
-        if (id.isEmpty() ||
-            TranslatedFileText(catalog, file, element.Value(AttrId)).compare(id, Qt::CaseInsensitive) == 0)
+        if (matches(data.xlfFile, element))
         {
-            ReadWorkflow(element, file, catalog, record);
+            ReadWorkflow(element, file, catalogFor(data.xlfFile), record);
             return true;
         }
     }
