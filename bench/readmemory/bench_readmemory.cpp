@@ -2,8 +2,9 @@
 //
 // Generates, in a temporary folder, a valid .workflow file of about 50 MB (many workflows with
 // their attributes and a settings body each) and a per-user settings file of about 17 MB, then
-// reads each in a fresh process of this program and prints the file size, the peak resident
-// memory (VmHWM of /proc/self/status) and the ratio of the two.
+// reads each in a fresh process of this program (the workflow file twice: the catalogue scan,
+// then the load of one workflow by id) and prints the file size, the peak resident memory
+// (VmHWM of /proc/self/status) and the ratio of the two.
 // Usage: bench_readmemory [megabytes of the workflow file, default 50]
 
 #include <VmWorkflowCore/Workflow.h>
@@ -65,6 +66,17 @@ int Measure(const QString& kind, const QString& path)
         WorkflowManager::GetInstance()->SetWorkflowSearchPaths(reinterpret_cast<const WideChar*>(text.c_str()));
         std::printf("  workflows read: %lld\n", static_cast<long long>(WorkflowManager::GetInstance()->GetImp()->Catalogue().size()));
     }
+    else if (kind == QLatin1String("load"))
+    {
+        // One workflow near the end of the big file, by id, as Workflow::Load reads it.
+        auto* workflow = new Workflow;
+        const std::u16string file = path.toStdU16String();
+        const std::u16string id = QStringLiteral("Id_20000").toStdU16String();
+        const bool loaded = workflow->Load(reinterpret_cast<const WideChar*>(file.c_str()),
+                                           reinterpret_cast<const WideChar*>(id.c_str()));
+        std::printf("  workflow loaded: %s\n", loaded ? "yes" : "no");
+        delete workflow;
+    }
     else
     {
         const QString value = ReadWorkflowSetting(QStringLiteral("Id_1"), QStringLiteral("Key"));
@@ -122,6 +134,7 @@ int main(int argc, char** argv)
     QFile::setPermissions(root.filePath(QStringLiteral("runtime")), QFileDevice::ReadOwner | QFileDevice::WriteOwner |
                                                                         QFileDevice::ExeOwner);
     for (const auto& [kind, path] : {std::pair{QStringLiteral("workflow"), workflowFile},
+                                     std::pair{QStringLiteral("load"), workflowFile},
                                      std::pair{QStringLiteral("settings"), settingsFile}})
     {
         std::printf("%s file:\n", qPrintable(kind));

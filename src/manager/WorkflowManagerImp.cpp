@@ -10,6 +10,7 @@
 #include "util/FileUtil.h"
 #include "util/XlfCatalog.h"
 #include "util/XmlFiler.h"
+#include "util/XmlStreamReading.h"
 #include "workflow/WorkflowFile.h"
 #include "workflow/WorkflowImp.h"
 #include "workflow/WorkflowSettings.h"
@@ -19,6 +20,12 @@
 #include <QDir>
 #include <QFileInfo>
 #include <QSettings>
+#include <QThread>
+#include <QThreadPool>
+
+#include <future>
+#include <memory>
+#include <vector>
 
 namespace Velmora::WorkflowCore {
 
@@ -57,6 +64,9 @@ WorkflowManagerImp::~WorkflowManagerImp()
 }
 
 namespace {
+
+// Folders with fewer workflow files than this are read on the caller's thread alone.
+const qsizetype kParallelScanMinimum = 8;
 
 const QString kPluginSearchPathsValue = QStringLiteral("WorkflowPluginSearchPaths");
 
@@ -213,10 +223,10 @@ void WorkflowManagerImp::ScanCatalogue()
     {
         if (!QFileInfo(folder).isDir())
             continue;
-        const QStringList files =
-            FindFiles(folder, QStringLiteral("*.workflow"), QDir::Files, QDir::Name, false);
-        for (const QString& file : files)
-            ReadWorkflowFile(QFileInfo(file).absoluteFilePath());
+        QStringList files = FindFiles(folder, QStringLiteral("*.workflow"), QDir::Files, QDir::Name, false);
+        for (QString& file : files)
+            file = QFileInfo(file).absoluteFilePath();
+        ReadWorkflowFiles(files);
     }
     m_catalogueLoaded = true;
     RemoveOrphans();
@@ -224,6 +234,85 @@ void WorkflowManagerImp::ScanCatalogue()
 }
 
 void WorkflowManagerImp::ReadWorkflowFile(const QString& path)
+{
+    if (m_scanReadsDocuments)
+    {
+        ReadWorkflowDocument(path);
+        return;
+    }
+    // The file is parsed whole before any record is made: a damaged file contributes nothing.
+    WorkflowFileData data;
+    if (ReadWorkflowFileData(path, QString(), data) == StreamReadResult::Read)
+        AddWorkflowRecords(path, data);
+}
+
+void WorkflowManagerImp::ReadWorkflowFiles(const QStringList& paths)
+{
+    // A few files are read at once on this thread; a pool would only add its start-up.
+    const qsizetype count = paths.size();
+    if (m_scanReadsDocuments || count < kParallelScanMinimum)
+    {
+        for (const QString& path : paths)
+            ReadWorkflowFile(path);
+        return;
+    }
+    if (!m_scanPool)
+    {
+        m_scanPool = std::make_unique<QThreadPool>();
+        m_scanPool->setMaxThreadCount(qBound(2, QThread::idealThreadCount(), 4));
+    }
+
+    // Workers only parse; records, translations and signals stay on this thread, file by file
+    // in the listed order, as a scan on this thread alone would give them. A window of files in
+    // flight keeps the plain data of a huge folder from piling up ahead of its records.
+    struct ParsedFile
+    {
+        StreamReadResult result = StreamReadResult::Unreadable;
+        WorkflowFileData data;
+    };
+    std::vector<std::future<ParsedFile>> parsed(static_cast<size_t>(count));
+    const auto submit = [&](qsizetype index) {
+        auto promise = std::make_shared<std::promise<ParsedFile>>();
+        parsed[static_cast<size_t>(index)] = promise->get_future();
+        m_scanPool->start([promise, path = paths.at(index)] {
+            ParsedFile file;
+            try
+            {
+                file.result = ReadWorkflowFileData(path, QString(), file.data);
+            }
+            catch (...)
+            {
+                // A file that could not be parsed for want of memory contributes nothing.
+                file = ParsedFile();
+            }
+            promise->set_value(std::move(file));
+        });
+    };
+    const qsizetype window = 4 * m_scanPool->maxThreadCount();
+    qsizetype submitted = 0;
+    for (qsizetype index = 0; index < count; ++index)
+    {
+        for (; submitted < count && submitted < index + window; ++submitted)
+            submit(submitted);
+        ParsedFile file = parsed[static_cast<size_t>(index)].get();
+        if (file.result == StreamReadResult::Read)
+            AddWorkflowRecords(paths.at(index), file.data);
+    }
+}
+
+void WorkflowManagerImp::AddWorkflowRecords(const QString& path, const WorkflowFileData& data)
+{
+    XlfCatalog* catalog = data.xlfFile.isEmpty() ? nullptr : TranslationCatalog(data.xlfFile);
+    for (const WorkflowElementData& element : std::as_const(data.elements))
+    {
+        auto* workflow = new Workflow;
+        workflow->GetImp()->Fields().XlfFile = data.xlfFile;
+        ReadWorkflow(element, path, catalog, *workflow->GetImp());
+        AddWorkflow(workflow);
+    }
+}
+
+void WorkflowManagerImp::ReadWorkflowDocument(const QString& path)
 {
     XmlFiler filer;
     if (!filer.Open(path))

@@ -9,6 +9,7 @@
 #include <QMap>
 #include <QObject>
 #include <QString>
+#include <QThreadPool>
 
 #include <map>
 #include <memory>
@@ -19,6 +20,7 @@ class ExecutingRegistry;
 class Plugin;
 class XlfCatalog;
 class XmlFiler;
+struct WorkflowFileData;
 
 class WorkflowManagerImp : public QObject
 {
@@ -88,6 +90,10 @@ public:
     // workflow search paths and kept for the life of the manager; null when there is none.
     XlfCatalog* TranslationCatalog(const QString& xlfFile);
 
+    // Scans read each file as a whole document instead of streaming it: the slower reader the
+    // streaming one is checked against.
+    void SetScanReadsDocuments(bool documents) { m_scanReadsDocuments = documents; }
+
 Q_SIGNALS:
     void WorkflowAboutToBeInserted(int index);
     void WorkflowAboutToBeRemoved(int index);
@@ -101,6 +107,9 @@ Q_SIGNALS:
 
 private:
     void ReadWorkflowFile(const QString& path);
+    void ReadWorkflowDocument(const QString& path);
+    void ReadWorkflowFiles(const QStringList& paths);
+    void AddWorkflowRecords(const QString& path, const WorkflowFileData& data);
     void RemoveOrphans();
     void InheritTemplateProducts();
     void RemoveAt(int index);
@@ -117,11 +126,14 @@ private:
     QList<Plugin*> m_plugins;
     QHash<Workflow*, QString> m_pluginFolders;
     bool m_catalogueLoaded = false;
+    bool m_scanReadsDocuments = false;
     HostApplicationContext* m_context = nullptr;
     std::unique_ptr<ExecutingRegistry> m_registry;
     ProductCatalog m_products;
     WorkflowNotificationManager* m_notificationManager = nullptr;
     std::map<QString, std::unique_ptr<XlfCatalog>> m_translations;
+    // Worker threads that turn the bytes of a large scan's files into plain data.
+    std::unique_ptr<QThreadPool> m_scanPool;
 
     // Case-folded id and name to the catalogue's workflows of that key, in catalogue order, so
     // that lookups answer in constant time what the walk over the catalogue would answer.

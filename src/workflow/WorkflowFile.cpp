@@ -3,6 +3,7 @@
 #include "manager/WorkflowManagerImp.h"
 #include "util/FileUtil.h"
 #include "util/XmlFiler.h"
+#include "util/XmlStreamReading.h"
 #include "workflow/WorkflowImp.h"
 #include "workflow/WorkflowSettings.h"
 
@@ -86,7 +87,118 @@ void ReadWorkflow(XmlFiler& filer, WorkflowImp& record)
     filer.PopPosition();
 }
 
+void ReadWorkflow(const WorkflowElementData& element, const QString& fileName, XlfCatalog* catalog,
+                  WorkflowImp& record)
+{
+    // Attribute texts go through the translation step; flags and dates are read as written.
+    const auto text = [&](WorkflowAttribute attribute) {
+        return element.Has(attribute) ? TranslatedFileText(catalog, fileName, element.Value(attribute)) : QString();
+    };
+    const auto flag = [&](WorkflowAttribute attribute, bool defaultValue) {
+        const QString& value = element.Value(attribute);
+        if (value.isEmpty())
+            return defaultValue;
+        if (value.compare(QLatin1String("true"), Qt::CaseInsensitive) == 0)
+            return true;
+        if (value.compare(QLatin1String("false"), Qt::CaseInsensitive) == 0)
+            return false;
+        bool ok = false;
+        const qulonglong number = value.toULongLong(&ok, 10);
+        return ok ? number != 0 : defaultValue;
+    };
+    const auto date = [&](WorkflowAttribute attribute, const QDateTime& defaultValue) {
+        const QString& value = element.Value(attribute);
+        if (value.isEmpty())
+            return defaultValue;
+        const QDateTime read = DateFromUtcText(value);
+        return read.isValid() ? read : defaultValue;
+    };
+
+    WorkflowFields& m = record.Fields();
+    m.SourceFile = QDir::cleanPath(fileName);
+    m.Plugin = text(AttrPlugin);
+    m.IsTemplate = flag(AttrIsTemplate, true);
+    m.IsReadOnly = flag(AttrIsReadOnly, false);
+    m.TemplateId = text(AttrTemplateId);
+    m.Id = text(AttrId);
+    m.HelpId = text(AttrHelpId);
+    m.Name = text(AttrName);
+    m.Description = text(AttrDescription);
+    m.Tooltip = text(AttrTooltip);
+    m.Tag = text(AttrTag);
+    m.Keywords = text(AttrKeywords);
+    m.UIFile = text(AttrUIFile);
+    m.PrimaryProduct = text(AttrPrimaryProduct);
+    m.TargetProduct = text(AttrTargetProduct);
+    m.RequiredProducts = text(AttrRequiredProducts);
+    m.RequiredProductsDisplayText = text(AttrRequiredProductsDisplayText);
+    WorkflowImp::KeysChanged();
+    m.CreatedDate = date(AttrCreatedDate, EpochInLocalTime());
+    m.LastModifiedDate = date(AttrLastModifiedDate, m.CreatedDate);
+    m.TemplateImage = text(AttrTemplateImage);
+    m.ModifiedImage = text(AttrModifiedImage);
+    m.TemplateImages.clear();
+    m.ModifiedImages.clear();
+    m.ImageTablesBuilt = false;
+
+    m.Introduction.clear();
+    if (element.hasIntroduction)
+        m.Introduction = element.introduction.isNull() ? QString()
+                                                       : TranslatedFileText(catalog, fileName, element.introduction);
+
+    if (m.IsTemplate)
+    {
+        const QString show = ReadWorkflowSetting(m.Id, QStringLiteral("ShowIntroductionOnExecute"));
+        m.ShowIntroductionOnExecute = show.isEmpty() || show.compare(QLatin1String("true"), Qt::CaseInsensitive) == 0;
+    }
+    m.IsModified = false;
+
+    m.Settings.clear();
+    if (element.hasSettings)
+        m.Settings = element.settings;
+}
+
 bool LoadWorkflow(WorkflowImp& record, const QString& file, const QString& id)
+{
+    XlfCatalog* catalog = nullptr;
+    bool catalogKnown = false;
+    const auto catalogFor = [&](const QString& xlfFile) {
+        if (!catalogKnown && !xlfFile.isEmpty())
+        {
+            if (WorkflowManagerImp* manager = WorkflowManagerImp::Instance())
+                catalog = manager->TranslationCatalog(xlfFile);
+        }
+        catalogKnown = true;
+        return catalog;
+    };
+    // The id asked for is matched against the Id as the record would read it, translated.
+    const auto matches = [&](const QString& xlfFile, const WorkflowElementData& element) {
+        return id.isEmpty() ||
+               TranslatedFileText(catalogFor(xlfFile), file, element.Value(AttrId)).compare(id, Qt::CaseInsensitive) == 0;
+    };
+    // Only the first match is kept: the other workflows of a large file cost nothing.
+    bool found = false;
+    const auto keep = [&](const QString& xlfFile, const WorkflowElementData& element) {
+        if (found || !matches(xlfFile, element))
+            return false;
+        found = true;
+        return true;
+    };
+    WorkflowFileData data;
+    if (ReadWorkflowFileData(file, kWorkflowElement, data, keep) != StreamReadResult::Read)
+        return false;
+    for (const WorkflowElementData& element : std::as_const(data.elements))
+    {
+        if (matches(data.xlfFile, element))
+        {
+            ReadWorkflow(element, file, catalogFor(data.xlfFile), record);
+            return true;
+        }
+    }
+    return false;
+}
+
+bool LoadWorkflowFromDocument(WorkflowImp& record, const QString& file, const QString& id)
 {
     XmlFiler filer;
     if (!filer.Open(file))

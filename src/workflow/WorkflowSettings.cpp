@@ -3,6 +3,7 @@
 #include "platform/Platform.h"
 #include "util/FileUtil.h"
 #include "util/XmlFiler.h"
+#include "util/XmlStreamReading.h"
 
 #include <QDir>
 #include <QFileInfo>
@@ -32,13 +33,104 @@ bool GoToWorkflowElement(XmlFiler& filer, const QString& workflowId)
     return false;
 }
 
-// What the settings file held when it was last read: for each Id, the attributes of the first
-// element that carries it. Valid while the file keeps the identity it had then.
+// The attributes of one element, packed into one text as name, value, name, value, each ended
+// by a null character (which no XML name or value holds): a table of a hundred thousand ids
+// then costs a few times the file, where a hash per element would cost many times it.
+using PackedSettings = QHash<QString, QString>;
+
+void Pack(QString& packed, const QString& name, const QString& value)
+{
+    packed += name;
+    packed += QChar(0);
+    packed += value;
+    packed += QChar(0);
+}
+
+QString Unpack(const QString& packed, const QString& key)
+{
+    qsizetype at = 0;
+    while (at < packed.size())
+    {
+        const qsizetype nameEnd = packed.indexOf(QChar(0), at);
+        const qsizetype valueEnd = packed.indexOf(QChar(0), nameEnd + 1);
+        if (nameEnd < 0 || valueEnd < 0)
+            break;
+        if (QStringView(packed).mid(at, nameEnd - at) == key)
+            return packed.mid(nameEnd + 1, valueEnd - nameEnd - 1);
+        at = valueEnd + 1;
+    }
+    return QString();
+}
+
+// Reads the file as a whole document; false when it cannot be opened or parsed.
+bool ReadPackedFromDocument(const QString& file, PackedSettings& settings)
+{
+    XmlFiler filer(false);
+    if (!filer.Open(file))
+        return false;
+    if (filer.GoToPath(kWorkflowPath))
+    {
+        do
+        {
+            const QDomElement element = filer.GetCurrentElement();
+            const QString id = element.attribute(kId);
+            if (settings.contains(id))
+                continue;
+            QString& packed = settings[id];
+            const QDomNamedNodeMap map = element.attributes();
+            for (int i = 0; i < map.count(); ++i)
+            {
+                const QDomAttr attribute = map.item(i).toAttr();
+                Pack(packed, attribute.name(), attribute.value());
+            }
+        } while (filer.GoToNextSibling());
+    }
+    return true;
+}
+
+// Reads the file in one streaming pass; a file that declares a document type goes the
+// document's way, which alone expands its entities.
+bool ReadPacked(const QString& file, PackedSettings& settings)
+{
+    PackedSettings read;
+    StreamReadResult result;
+    {
+        QByteArray bytes;
+        if (!ReadRegularFileBytes(file, bytes))
+            return false;
+        result = ParseElementRun(bytes, kWorkflowPath, [&read](const QList<std::pair<QString, QString>>& attributes) {
+            QString id;
+            for (const auto& [name, value] : attributes)
+            {
+                if (name == kId)
+                {
+                    id = value;
+                    break;
+                }
+            }
+            if (read.contains(id))
+                return;
+            QString& packed = read[id];
+            for (const auto& [name, value] : attributes)
+                Pack(packed, name, value);
+            packed.squeeze();
+        });
+    }
+    if (result == StreamReadResult::NeedsDocument)
+        return ReadPackedFromDocument(file, settings);
+    if (result != StreamReadResult::Read)
+        return false;
+    settings = std::move(read);
+    return true;
+}
+
+// What the settings file held when it was last read. Valid while the file keeps the identity
+// it had then.
 struct ReadCache
 {
     QString file;
     Platform::FileIdentity identity;
-    QHash<QString, QHash<QString, QString>> settings;
+    PackedSettings settings;
 };
 ReadCache s_cache;
 
@@ -50,26 +142,8 @@ bool LoadCache(const QString& file)
     if (s_cache.file == file && s_cache.identity == identity)
         return true;
     s_cache = ReadCache();
-    XmlFiler filer(false);
-    if (!filer.Open(file))
+    if (!ReadPacked(file, s_cache.settings))
         return false;
-    if (filer.GoToPath(kWorkflowPath))
-    {
-        do
-        {
-            const QDomElement element = filer.GetCurrentElement();
-            const QString id = element.attribute(kId);
-            if (s_cache.settings.contains(id))
-                continue;
-            QHash<QString, QString>& attributes = s_cache.settings[id];
-            const QDomNamedNodeMap map = element.attributes();
-            for (int i = 0; i < map.count(); ++i)
-            {
-                const QDomAttr attribute = map.item(i).toAttr();
-                attributes.insert(attribute.name(), attribute.value());
-            }
-        } while (filer.GoToNextSibling());
-    }
     s_cache.file = file;
     s_cache.identity = identity;
     return true;
@@ -165,7 +239,24 @@ QString ReadWorkflowSetting(const QString& workflowId, const QString& key)
     }
     if (!LoadCache(file))
         return QString();
-    return s_cache.settings.value(workflowId).value(key);
+    const auto found = s_cache.settings.constFind(workflowId);
+    return found == s_cache.settings.constEnd() ? QString() : Unpack(*found, key);
+}
+
+bool ReadWorkflowSettingsFile(const QString& file, QHash<QString, QHash<QString, QString>>& settings, bool fromDocument)
+{
+    PackedSettings packed;
+    if (!(fromDocument ? ReadPackedFromDocument(file, packed) : ReadPacked(file, packed)))
+        return false;
+    settings.clear();
+    for (auto it = packed.cbegin(); it != packed.cend(); ++it)
+    {
+        QHash<QString, QString>& attributes = settings[it.key()];
+        const QStringList parts = it.value().split(QChar(0));
+        for (qsizetype i = 0; i + 1 < parts.size(); i += 2)
+            attributes.insert(parts.at(i), parts.at(i + 1));
+    }
+    return true;
 }
 
 void WriteWorkflowSetting(const QString& workflowId, const QString& key, const QString& value)

@@ -1,0 +1,681 @@
+#include "XmlStreamReading.h"
+
+#include "FileUtil.h"
+#include "XlfCatalog.h"
+#include "XmlFiler.h"
+
+#include <QFile>
+#include <QHash>
+#include <QTextStream>
+#include <QXmlStreamReader>
+
+#include <memory>
+#include <vector>
+
+namespace Velmora::WorkflowCore {
+
+namespace {
+
+const int kIndent = 4;
+// The filer refuses files nested deeper than this; so do the streaming readers.
+const int kMaxDepth = 512;
+
+const QString kIntroduction = QStringLiteral("Introduction");
+const QString kSettings = QStringLiteral("Settings");
+const QString kXlfFile = QStringLiteral("XlfFile");
+
+const std::array<QString, WorkflowAttributeCount>& AttributeNames()
+{
+    static const std::array<QString, WorkflowAttributeCount> names = {
+        QStringLiteral("Plugin"),
+        QStringLiteral("IsTemplate"),
+        QStringLiteral("IsReadOnly"),
+        QStringLiteral("TemplateId"),
+        QStringLiteral("Id"),
+        QStringLiteral("HelpId"),
+        QStringLiteral("Name"),
+        QStringLiteral("Description"),
+        QStringLiteral("Tooltip"),
+        QStringLiteral("Tag"),
+        QStringLiteral("Keywords"),
+        QStringLiteral("UIFile"),
+        QStringLiteral("PrimaryProduct"),
+        QStringLiteral("TargetProduct"),
+        QStringLiteral("RequiredProducts"),
+        QStringLiteral("RequiredProductsDisplayText"),
+        QStringLiteral("CreatedDate"),
+        QStringLiteral("LastModifiedDate"),
+        QStringLiteral("TemplateImage"),
+        QStringLiteral("ModifiedImage"),
+    };
+    return names;
+}
+
+int AttributeIndex(QStringView name)
+{
+    static const QHash<QString, int> indexes = [] {
+        QHash<QString, int> result;
+        for (int i = 0; i < WorkflowAttributeCount; ++i)
+            result.insert(AttributeNames()[i], i);
+        return result;
+    }();
+    return indexes.value(name.toString(), -1);
+}
+
+// The document writer leaves out text made only of blanks: such a text is no node at all, so it
+// neither counts as an element's first child nor shapes the indentation around it.
+bool IsDroppedText(const QXmlStreamReader& reader)
+{
+    if (reader.isCDATA())
+        return false;
+    const QStringView text = reader.text();
+    for (const QChar c : text)
+    {
+        if (!c.isSpace())
+            return false;
+    }
+    return true;
+}
+
+// Escapes a text the way the document writer does: in attribute values the quote and the
+// line-end and tab characters too; a ">" only where it would close a character-data section.
+void AppendEncoded(QString& out, QStringView text, bool attribute)
+{
+    qsizetype start = 0;
+    const qsizetype length = text.size();
+    const auto flush = [&](qsizetype at, QLatin1String replacement) {
+        out.append(text.mid(start, at - start));
+        out.append(replacement);
+        start = at + 1;
+    };
+    for (qsizetype i = 0; i < length; ++i)
+    {
+        switch (text[i].unicode())
+        {
+        case u'<':
+            flush(i, QLatin1String("&lt;"));
+            break;
+        case u'&':
+            flush(i, QLatin1String("&amp;"));
+            break;
+        case u'"':
+            if (attribute)
+                flush(i, QLatin1String("&quot;"));
+            break;
+        case u'>':
+            if (i >= 2 && text[i - 1] == u']' && text[i - 2] == u']')
+                flush(i, QLatin1String("&gt;"));
+            break;
+        case u'\r':
+            flush(i, QLatin1String("&#xd;"));
+            break;
+        case u'\n':
+            if (attribute)
+                flush(i, QLatin1String("&#xa;"));
+            break;
+        case u'\t':
+            if (attribute)
+                flush(i, QLatin1String("&#x9;"));
+            break;
+        default:
+            break;
+        }
+    }
+    out.append(text.mid(start));
+}
+
+// Writes the children of one element, token by token, exactly as the document writer writes
+// each child node with an indent of four: an element or comment starts on a line of its own
+// unless a text precedes it, and ends its line unless a text follows it. What follows is only
+// known later, so the line end of the previous sibling is settled when the next one arrives.
+class InnerXmlWriter
+{
+public:
+    explicit InnerXmlWriter(QString& out)
+        : m_out(out)
+    {
+        m_frames.emplace_back();
+    }
+
+    void Text(QStringView text, bool characterData)
+    {
+        BeginChild(true);
+        if (!characterData)
+        {
+            AppendEncoded(m_out, text, false);
+            return;
+        }
+        m_out += QLatin1String("<![CDATA[");
+        if (text.contains(QLatin1String("]]>")))
+            m_out += text.toString().replace(QLatin1String("]]>"), QLatin1String("]]]]><![CDATA[>"));
+        else
+            m_out += text;
+        m_out += QLatin1String("]]>");
+    }
+
+    void Comment(QStringView text)
+    {
+        const int depth = Depth();
+        if (!BeginChild(false))
+            Indent(depth);
+        m_out += QLatin1String("<!--");
+        m_out += text;
+        m_out += QLatin1String("-->");
+        m_frames.back().lineEndDue = true;
+    }
+
+    void ProcessingInstruction(QStringView target, QStringView data)
+    {
+        BeginChild(false);
+        m_out += QLatin1String("<?");
+        m_out += target;
+        m_out += QLatin1Char(' ');
+        m_out += data;
+        m_out += QLatin1String("?>\n");
+    }
+
+    void Start(QStringView name, const QXmlStreamAttributes& attributes)
+    {
+        const int depth = Depth();
+        if (!BeginChild(false))
+            Indent(depth);
+        m_out += QLatin1Char('<');
+        m_out += name;
+        WriteAttributes(attributes);
+        Frame frame;
+        frame.name = name.toString();
+        frame.startOpen = true;
+        m_frames.push_back(std::move(frame));
+    }
+
+    void End()
+    {
+        if (m_frames.size() < 2)
+            return;
+        const Frame frame = std::move(m_frames.back());
+        m_frames.pop_back();
+        if (frame.startOpen)
+        {
+            m_out += QLatin1String("/>");
+        }
+        else
+        {
+            if (frame.lineEndDue)
+                m_out += QLatin1Char('\n');
+            if (!frame.lastIsText)
+                Indent(Depth());
+            m_out += QLatin1String("</");
+            m_out += frame.name;
+            m_out += QLatin1Char('>');
+        }
+        m_frames.back().lineEndDue = true;
+    }
+
+    // The last child's line end, with no sibling after it.
+    void Finish()
+    {
+        if (m_frames.back().lineEndDue)
+            m_out += QLatin1Char('\n');
+        m_frames.back().lineEndDue = false;
+    }
+
+private:
+    struct Frame
+    {
+        QString name;
+        bool startOpen = false;
+        bool hasChild = false;
+        bool lastIsText = false;
+        bool lineEndDue = false;
+    };
+
+    // The depth of a new child of the innermost open element, counted from 1.
+    int Depth() const { return static_cast<int>(m_frames.size()); }
+
+    void Indent(int depth) { m_out.append(QString(depth * kIndent, QLatin1Char(' '))); }
+
+    // Settles what the previous sibling (or the parent's start tag) left open; returns whether
+    // the previous sibling is a text.
+    bool BeginChild(bool isText)
+    {
+        Frame& frame = m_frames.back();
+        if (frame.startOpen)
+        {
+            m_out += QLatin1Char('>');
+            if (!isText)
+                m_out += QLatin1Char('\n');
+            frame.startOpen = false;
+        }
+        else if (frame.lineEndDue && !isText)
+        {
+            m_out += QLatin1Char('\n');
+        }
+        frame.lineEndDue = false;
+        const bool previousIsText = frame.hasChild && frame.lastIsText;
+        frame.hasChild = true;
+        frame.lastIsText = isText;
+        return previousIsText;
+    }
+
+    // The document keeps an element's attributes in a hash keyed by name and writes them in
+    // the hash's order, which follows from the names and the order they were added in. A hash
+    // filled the same way in this process gives the same order.
+    void WriteAttributes(const QXmlStreamAttributes& attributes)
+    {
+        const qsizetype count = attributes.size();
+        if (count == 1)
+        {
+            WriteAttribute(attributes.at(0));
+            return;
+        }
+        if (count == 0)
+            return;
+        QString key;
+        for (const QXmlStreamAttribute& attribute : attributes)
+        {
+            key += attribute.qualifiedName();
+            key += QChar(0);
+        }
+        auto found = m_orders.constFind(key);
+        if (found == m_orders.constEnd())
+        {
+            QHash<QString, qsizetype> hash;
+            for (qsizetype i = 0; i < count; ++i)
+                hash.insert(attributes.at(i).qualifiedName().toString(), i);
+            std::vector<qsizetype> order;
+            order.reserve(hash.size());
+            for (auto it = hash.cbegin(); it != hash.cend(); ++it)
+                order.push_back(it.value());
+            // Element shapes repeat; a file of endless different shapes must not grow this.
+            if (m_orders.size() > 4096)
+                m_orders.clear();
+            found = m_orders.insert(key, std::move(order));
+        }
+        for (const qsizetype i : *found)
+            WriteAttribute(attributes.at(i));
+    }
+
+    void WriteAttribute(const QXmlStreamAttribute& attribute)
+    {
+        m_out += QLatin1Char(' ');
+        m_out += attribute.qualifiedName();
+        m_out += QLatin1String("=\"");
+        AppendEncoded(m_out, attribute.value(), true);
+        m_out += QLatin1Char('"');
+    }
+
+    QString& m_out;
+    std::vector<Frame> m_frames;
+    QHash<QString, std::vector<qsizetype>> m_orders;
+};
+
+void FillAttributes(const QXmlStreamAttributes& attributes, WorkflowElementData& element)
+{
+    for (const QXmlStreamAttribute& attribute : attributes)
+    {
+        const int index = AttributeIndex(attribute.qualifiedName());
+        if (index < 0)
+            continue;
+        element.values[index] = attribute.value().toString();
+        element.present[index] = true;
+    }
+}
+
+// Whether the filer would take the markup's nesting as bounded. Its check reads with namespaces
+// processed, so a misused prefix ends that check early and a deep file then passes; the
+// document itself is read with names taken as written. Asked only of files that nest deeper
+// than the bound, so that exactly the files the filer refuses are refused.
+bool FilerFindsDepthBounded(const QByteArray& bytes)
+{
+    QXmlStreamReader reader(bytes);
+    int depth = 0;
+    while (!reader.atEnd())
+    {
+        const QXmlStreamReader::TokenType token = reader.readNext();
+        if (token == QXmlStreamReader::StartElement)
+        {
+            if (++depth > kMaxDepth)
+                return false;
+        }
+        else if (token == QXmlStreamReader::EndElement)
+        {
+            --depth;
+        }
+    }
+    return true;
+}
+
+// Applies the filer's bound on nesting as the parse goes down: true while the parse may go on.
+class DepthBound
+{
+public:
+    explicit DepthBound(const QByteArray& bytes)
+        : m_bytes(bytes)
+    {
+    }
+    bool Allows(int depth)
+    {
+        if (depth <= kMaxDepth || m_bounded)
+            return true;
+        m_bounded = FilerFindsDepthBounded(m_bytes);
+        return m_bounded;
+    }
+
+private:
+    const QByteArray& m_bytes;
+    bool m_bounded = false;
+};
+
+QStringList PathPieces(const QString& path)
+{
+    QString normal = path.trimmed();
+    normal.replace(QLatin1Char('\\'), QLatin1Char('/'));
+    return normal.split(QLatin1Char('/'), Qt::SkipEmptyParts);
+}
+
+} // namespace
+
+bool ReadRegularFileBytes(const QString& path, QByteArray& bytes)
+{
+    // Only a regular file is a file here: a pipe or a device would block the read or never end.
+    if (!IsRegularFile(path))
+        return false;
+    QFile file(path);
+    if (!file.open(QIODevice::ReadOnly))
+        return false;
+    bytes = file.readAll();
+    return file.error() == QFileDevice::NoError;
+}
+
+QString WorkflowAttributeName(WorkflowAttribute attribute)
+{
+    return AttributeNames()[attribute];
+}
+
+StreamReadResult ParseWorkflowFile(const QByteArray& bytes, const QString& firstTag, WorkflowFileData& data,
+                                   const ElementFilter& keep)
+{
+    WorkflowFileData result;
+    QXmlStreamReader reader(bytes);
+    // The document reader takes names as written, prefixes and all.
+    reader.setNamespaceProcessing(false);
+    DepthBound bound(bytes);
+
+    int depth = 0;
+    bool collecting = firstTag.isEmpty();
+    WorkflowElementData* element = nullptr; // the root child being read, when it is kept
+    int introductionDepth = 0;              // depth of the Introduction being read, 0 when none
+    bool introductionFirstSeen = false;
+    int settingsDepth = 0;                  // depth of the Settings being written, 0 when none
+    QString settings;
+    std::unique_ptr<InnerXmlWriter> writer;
+
+    // A node directly inside the Introduction being read: only its first one counts.
+    const auto introductionNode = [&](int nodeDepth, bool isText, QStringView text) {
+        if (introductionDepth == 0 || nodeDepth != introductionDepth + 1 || introductionFirstSeen)
+            return;
+        introductionFirstSeen = true;
+        if (isText)
+            element->introduction = text.toString();
+    };
+
+    while (!reader.atEnd())
+    {
+        switch (reader.readNext())
+        {
+        case QXmlStreamReader::StartElement:
+        {
+            if (!bound.Allows(++depth))
+                return StreamReadResult::Unreadable;
+            const QStringView name = reader.qualifiedName();
+            if (settingsDepth > 0)
+            {
+                writer->Start(name, reader.attributes());
+                break;
+            }
+            introductionNode(depth, false, QStringView());
+            if (depth == 1)
+            {
+                for (const QXmlStreamAttribute& attribute : reader.attributes())
+                {
+                    if (attribute.qualifiedName() == kXlfFile)
+                    {
+                        result.hasXlfFile = true;
+                        result.xlfFile = attribute.value().toString();
+                    }
+                }
+            }
+            else if (depth == 2)
+            {
+                if (!collecting && name == firstTag)
+                    collecting = true;
+                element = nullptr;
+                if (collecting)
+                {
+                    result.elements.append(WorkflowElementData());
+                    element = &result.elements.last();
+                    element->tag = name.toString();
+                    FillAttributes(reader.attributes(), *element);
+                    if (keep && !keep(result.xlfFile, *element))
+                    {
+                        result.elements.removeLast();
+                        element = nullptr;
+                    }
+                }
+            }
+            else if (depth == 3 && element)
+            {
+                if (!element->hasIntroduction && name == kIntroduction)
+                {
+                    element->hasIntroduction = true;
+                    introductionDepth = depth;
+                    introductionFirstSeen = false;
+                }
+                else if (!element->hasSettings && name == kSettings)
+                {
+                    element->hasSettings = true;
+                    settingsDepth = depth;
+                    settings = QString();
+                    writer = std::make_unique<InnerXmlWriter>(settings);
+                }
+            }
+            break;
+        }
+        case QXmlStreamReader::EndElement:
+            if (settingsDepth > 0)
+            {
+                if (depth == settingsDepth)
+                {
+                    writer->Finish();
+                    writer.reset();
+                    // The record keeps this text for its life: no spare capacity.
+                    settings.squeeze();
+                    element->settings = std::move(settings);
+                    settings = QString();
+                    settingsDepth = 0;
+                }
+                else
+                {
+                    writer->End();
+                }
+            }
+            else if (depth == introductionDepth)
+            {
+                introductionDepth = 0;
+            }
+            --depth;
+            break;
+        case QXmlStreamReader::Characters:
+            if (IsDroppedText(reader))
+                break;
+            if (settingsDepth > 0)
+                writer->Text(reader.text(), reader.isCDATA());
+            else
+                introductionNode(depth + 1, true, reader.text());
+            break;
+        case QXmlStreamReader::Comment:
+            if (settingsDepth > 0)
+                writer->Comment(reader.text());
+            else
+                introductionNode(depth + 1, false, QStringView());
+            break;
+        case QXmlStreamReader::ProcessingInstruction:
+            if (settingsDepth > 0)
+                writer->ProcessingInstruction(reader.processingInstructionTarget(),
+                                              reader.processingInstructionData());
+            else
+                introductionNode(depth + 1, false, QStringView());
+            break;
+        case QXmlStreamReader::DTD:
+        case QXmlStreamReader::EntityReference:
+            // Declared entities expand into nodes only the document reader builds.
+            return StreamReadResult::NeedsDocument;
+        default:
+            break;
+        }
+    }
+    if (reader.hasError())
+        return StreamReadResult::Unreadable;
+    data = std::move(result);
+    return StreamReadResult::Read;
+}
+
+StreamReadResult ReadWorkflowFileFromDocument(const QString& path, const QString& firstTag, WorkflowFileData& data)
+{
+    XmlFiler filer(false);
+    if (!filer.Open(path))
+        return StreamReadResult::Unreadable;
+    WorkflowFileData result;
+    const QDomElement root = filer.GetDocumentElement();
+    result.hasXlfFile = root.hasAttribute(kXlfFile);
+    result.xlfFile = root.attribute(kXlfFile);
+    QDomElement child = firstTag.isEmpty() ? root.firstChildElement() : root.firstChildElement(firstTag);
+    for (; !child.isNull(); child = child.nextSiblingElement())
+    {
+        WorkflowElementData element;
+        element.tag = child.tagName();
+        for (int i = 0; i < WorkflowAttributeCount; ++i)
+        {
+            const QString& name = AttributeNames()[i];
+            element.present[i] = child.hasAttribute(name);
+            element.values[i] = child.attribute(name);
+        }
+        const QDomElement introduction = child.firstChildElement(kIntroduction);
+        if (!introduction.isNull())
+        {
+            element.hasIntroduction = true;
+            const QDomNode first = introduction.firstChild();
+            if (first.isText() || first.isCDATASection())
+                element.introduction = first.nodeValue();
+        }
+        const QDomElement settings = child.firstChildElement(kSettings);
+        if (!settings.isNull())
+        {
+            element.hasSettings = true;
+            QTextStream stream(&element.settings);
+            for (QDomNode node = settings.firstChild(); !node.isNull(); node = node.nextSibling())
+                node.save(stream, kIndent);
+            stream.flush();
+        }
+        result.elements.append(std::move(element));
+    }
+    data = std::move(result);
+    return StreamReadResult::Read;
+}
+
+StreamReadResult ReadWorkflowFileData(const QString& path, const QString& firstTag, WorkflowFileData& data,
+                                      const ElementFilter& keep)
+{
+    StreamReadResult result;
+    {
+        QByteArray bytes;
+        if (!ReadRegularFileBytes(path, bytes))
+            return StreamReadResult::Unreadable;
+        result = ParseWorkflowFile(bytes, firstTag, data, keep);
+    }
+    if (result == StreamReadResult::NeedsDocument)
+        result = ReadWorkflowFileFromDocument(path, firstTag, data);
+    return result;
+}
+
+StreamReadResult ParseElementRun(const QByteArray& bytes, const QString& absolutePath, const AttributeVisitor& visitor)
+{
+    QXmlStreamReader reader(bytes);
+    reader.setNamespaceProcessing(false);
+    DepthBound bound(bytes);
+    QStringList pieces = PathPieces(absolutePath);
+    int depth = 0;
+    int matched = 0;      // pieces matched by elements still open, below the document element
+    bool runStarted = false;
+    bool finished = false;
+    QList<std::pair<QString, QString>> attributes;
+    const auto visit = [&] {
+        attributes.clear();
+        for (const QXmlStreamAttribute& attribute : reader.attributes())
+            attributes.append({attribute.qualifiedName().toString(), attribute.value().toString()});
+        visitor(attributes);
+    };
+
+    while (!reader.atEnd())
+    {
+        switch (reader.readNext())
+        {
+        case QXmlStreamReader::StartElement:
+        {
+            if (!bound.Allows(++depth))
+                return StreamReadResult::Unreadable;
+            if (finished)
+                break;
+            const QStringView name = reader.qualifiedName();
+            if (depth == 1)
+            {
+                if (!pieces.isEmpty() && pieces.first() == name)
+                    pieces.removeFirst();
+                if (pieces.isEmpty())
+                {
+                    visit();
+                    finished = true;
+                }
+                break;
+            }
+            // Only children of the deepest matched element (or of the document element) count.
+            if (depth - 2 != matched)
+                break;
+            const int last = static_cast<int>(pieces.size()) - 1;
+            if (matched < last)
+            {
+                if (name == pieces.at(matched))
+                    ++matched;
+            }
+            else if (runStarted || name == pieces.at(last))
+            {
+                runStarted = true;
+                visit();
+            }
+            break;
+        }
+        case QXmlStreamReader::EndElement:
+            // The first element of a piece closing ends the search: the path takes no other.
+            if (!finished && (depth == 1 || (matched > 0 && depth == matched + 1)))
+                finished = true;
+            --depth;
+            break;
+        case QXmlStreamReader::DTD:
+        case QXmlStreamReader::EntityReference:
+            return StreamReadResult::NeedsDocument;
+        default:
+            break;
+        }
+    }
+    return reader.hasError() ? StreamReadResult::Unreadable : StreamReadResult::Read;
+}
+
+QString TranslatedFileText(XlfCatalog* catalog, const QString& fileName, const QString& text)
+{
+    if (!catalog || !IsTranslatableText(text))
+        return text;
+    const QString translation = catalog->Lookup(SourceFileKey(fileName), TranslationUnitId(text));
+    return translation.isNull() ? text : translation;
+}
+
+} // namespace Velmora::WorkflowCore
