@@ -76,6 +76,9 @@ int main(int argc, char** argv)
     if (!runtime.isValid())
         return 1;
     qputenv("XDG_RUNTIME_DIR", QFile::encodeName(runtime.path()));
+    // The workflows made here are templates, which keep their per-user choices when destroyed:
+    // those go to the temporary folder, never to the user's own settings file.
+    qputenv("XDG_DATA_HOME", QFile::encodeName(runtime.path() + QStringLiteral("/data")));
     const int self = static_cast<int>(::getpid());
 
     std::printf("registry segment of %d bytes, %d iterations each\n", ExecutingRegistry::SegmentSize, iterations);
