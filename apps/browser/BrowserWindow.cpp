@@ -99,6 +99,7 @@ BrowserWindow::BrowserWindow(const QString& searchPaths, QWidget* parent)
         m_searchPaths = VmWorkflowTool::DefaultSearchPaths();
         VmWorkflowTool::UseSampleApplications();
         VmWorkflowTool::UseBuiltHostApplication();
+        VmWorkflowTool::UseInstalledMachineSettings();
     }
     if (!Manager())
     {

@@ -2,13 +2,15 @@
 
 #include "BrowserWindow.h"
 
+#include <VmWorkflowCore/VmWorkflowCoreVersion.h>
+
 #include <QApplication>
 
 int main(int argc, char** argv)
 {
     QApplication app(argc, argv);
     QApplication::setApplicationName(QStringLiteral("vmworkflow-browser"));
-    QApplication::setApplicationVersion(QStringLiteral("2015.11"));
+    QApplication::setApplicationVersion(QStringLiteral(VMWORKFLOWCORE_VERSION_STRING));
     int status = 0;
     {
         VmWorkflowBrowser::BrowserWindow window;

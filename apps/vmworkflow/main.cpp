@@ -6,6 +6,7 @@
 #include "SampleData.h"
 #include "WorkflowText.h"
 
+#include <VmWorkflowCore/VmWorkflowCoreVersion.h>
 #include <VmWorkflowCore/Workflow.h>
 #include <VmWorkflowCore/WorkflowManager.h>
 #include <VmWorkflowCore/WorkflowPrivate.h>
@@ -316,7 +317,7 @@ int main(int argc, char** argv)
 {
     QCoreApplication app(argc, argv);
     QCoreApplication::setApplicationName(QStringLiteral("vmworkflow"));
-    QCoreApplication::setApplicationVersion(QStringLiteral("2015.11"));
+    QCoreApplication::setApplicationVersion(QStringLiteral(VMWORKFLOWCORE_VERSION_STRING));
 
     QCommandLineParser parser;
     parser.setApplicationDescription(QStringLiteral(
@@ -454,6 +455,7 @@ int main(int argc, char** argv)
     if (!parser.isSet(searchPaths))
         VmWorkflowTool::UseSampleApplications();
     VmWorkflowTool::UseBuiltHostApplication();
+    VmWorkflowTool::UseInstalledMachineSettings();
 
     WorkflowManager::Initialize();
     WorkflowManager* manager = WorkflowManager::GetInstance();
