@@ -3,6 +3,10 @@
 set -euo pipefail
 
 PACKAGES=(cmake ninja-build g++ qt6-base-dev qt6-base-dev-tools qt6-l10n-tools)
+if [ "${1:-}" = "--with-packaging" ]; then
+    # scripts/package-test.sh: the API reference, pkg-config, the Debian package and its check.
+    PACKAGES+=(doxygen pkg-config dpkg-dev file)
+fi
 if [ "${1:-}" = "--with-fuzzing" ]; then
     PACKAGES+=(clang libclang-rt-14-dev)
 fi
