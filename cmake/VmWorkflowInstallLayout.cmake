@@ -36,10 +36,12 @@ if(NOT DEFINED CMAKE_INSTALL_RPATH)
 endif()
 
 # The build folder's sample data is the source tree's, reached the way an installed program
-# reaches its own (bin/../share/vmworkflow).
-get_filename_component(_vmwf_built_samples ${CMAKE_BINARY_DIR}/bin/${VMWF_REL_SAMPLE_DIR} ABSOLUTE)
-if(NOT EXISTS ${_vmwf_built_samples})
-    get_filename_component(_vmwf_parent ${_vmwf_built_samples} DIRECTORY)
-    file(MAKE_DIRECTORY ${_vmwf_parent})
-    file(CREATE_LINK ${PROJECT_SOURCE_DIR}/share ${_vmwf_built_samples} SYMBOLIC)
-endif()
+# reaches its own (bin/../share/vmworkflow); the tests, which run from tests/bin, reach it alike.
+foreach(_vmwf_programs ${CMAKE_BINARY_DIR}/bin ${CMAKE_BINARY_DIR}/tests/bin)
+    get_filename_component(_vmwf_built_samples ${_vmwf_programs}/${VMWF_REL_SAMPLE_DIR} ABSOLUTE)
+    if(NOT EXISTS ${_vmwf_built_samples})
+        get_filename_component(_vmwf_parent ${_vmwf_built_samples} DIRECTORY)
+        file(MAKE_DIRECTORY ${_vmwf_parent})
+        file(CREATE_LINK ${PROJECT_SOURCE_DIR}/share ${_vmwf_built_samples} SYMBOLIC)
+    endif()
+endforeach()

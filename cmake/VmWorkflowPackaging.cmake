@@ -20,7 +20,14 @@ set(CPACK_SET_DESTDIR ON)
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 set(CPACK_DEBIAN_PACKAGE_SECTION libs)
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
+# The shared libraries get a shlibs file and the ldconfig trigger.
+set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS ON)
 # The exported headers need the Qt headers; the libraries' own dependencies come from shlibdeps.
 set(CPACK_DEBIAN_PACKAGE_SUGGESTS "qt6-base-dev")
 set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
+# The shipped machine settings are the administrator's to change: upgrades keep their edits.
+if(CMAKE_INSTALL_PREFIX STREQUAL "/usr")
+    file(WRITE ${PROJECT_BINARY_DIR}/debian/conffiles "/etc/xdg/Velmora/Workflow/2015.0.conf\n")
+    set(CPACK_DEBIAN_PACKAGE_CONTROL_EXTRA ${PROJECT_BINARY_DIR}/debian/conffiles)
+endif()
 include(CPack)

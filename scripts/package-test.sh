@@ -150,7 +150,7 @@ step "Debian package"
 rm -f "$build_dir"/*.deb
 (cd "$build_dir" && cpack -G DEB > "$work/cpack.log") || { cat "$work/cpack.log"; exit 1; }
 deb=$(ls "$build_dir"/*.deb)
-dpkg-deb --info "$deb" | sed -n '/Package:/,$p'
+dpkg-deb --field "$deb" Package Version Depends
 dpkg-deb --field "$deb" Depends | grep -q "libqt6core6" || fail "the package does not depend on Qt"
 check "the package $(basename "$deb") was built with its library dependencies"
 
