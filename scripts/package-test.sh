@@ -148,7 +148,7 @@ check "the API reference was generated without a warning"
 
 step "Debian package"
 rm -f "$build_dir"/*.deb
-(cd "$build_dir" && cpack -G DEB > "$work/cpack.log") || { cat "$work/cpack.log"; exit 1; }
+(cd "$build_dir" && cpack -G DEB > "$work/cpack.log" 2>&1) || { cat "$work/cpack.log"; exit 1; }
 deb=$(ls "$build_dir"/*.deb)
 dpkg-deb --field "$deb" Package Version Depends
 dpkg-deb --field "$deb" Depends | grep -q "libqt6core6" || fail "the package does not depend on Qt"
