@@ -15,7 +15,9 @@
 /// An empty value reads as length 0. Text setters store the value only when it differs from the
 /// current one; they change the workflow in memory only, and Workflow::Save() writes it.
 
+/// The product family's shared libraries.
 namespace Velmora {
+/// The workflow library: workflows, their catalogue, launching and following runs, plug-ins.
 namespace WorkflowCore {
 
 class WorkflowImp;
@@ -29,8 +31,8 @@ struct ExecutingWorkflowRecord;
 enum WorkflowImage : int
 {
     WorkflowImageAutomatic = 0, ///< the template table for a template, else the modified table
-    WorkflowImageTemplate = 1,
-    WorkflowImageModified = 2
+    WorkflowImageTemplate = 1,  ///< the template images
+    WorkflowImageModified = 2   ///< the images of the user's changed copy
 };
 
 /// The per-user state of a workflow's user interface.

@@ -14,10 +14,10 @@ class WorkflowNotificationManagerImp;
 /// Where a launch was asked from; reported with the launch.
 enum WorkflowLaunchPoint : int
 {
-    ApplicationMenu = 0,
-    WorkflowBrowser,
-    WorkflowEditor,
-    Ribbon
+    ApplicationMenu = 0, ///< the application's menu
+    WorkflowBrowser,     ///< a workflow browser
+    WorkflowEditor,      ///< the workflow editor
+    Ribbon               ///< the application's ribbon
 };
 
 /// Implemented by the application that embeds the library and set on the manager; the manager

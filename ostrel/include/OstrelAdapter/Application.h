@@ -21,7 +21,7 @@ public:
     /// Why StartApplication() failed.
     enum StartupError
     {
-        NoError = 0,
+        NoError = 0,         ///< started
         ApplicationNotFound, ///< no installed application answers to the request
         ExecutableMissing,   ///< the manifest names a program that is not there
         CouldNotStart        ///< the program is there but the system would not start it

@@ -9,6 +9,8 @@
 #include <QString>
 #include <QStringList>
 
+/// The application hub: installed applications from their manifests, starting them, and messages
+/// between linked processes.
 namespace Velmora::OstrelAdapter {
 
 class ApplicationManagerPrivate;
