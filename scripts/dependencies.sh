@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: MIT
 # Installs what the project needs on Debian 12 when run as root; otherwise says what to run.
 set -euo pipefail
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "BrowserWindow.h"
 
 #include "SampleData.h"

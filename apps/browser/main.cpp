@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // vmworkflow-browser: browse the workflows the library finds, see their details and start them.
 
 #include "BrowserWindow.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #pragma once
 
 // Where the library's own tools find the sample data they run on without any set-up, relative to

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // vmworkflow: lists, shows and manages the workflows the library finds.
 //
 // Exit status: 0 when the action succeeded, 1 when it failed, 2 for a bad command line.

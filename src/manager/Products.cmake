@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 # The product catalogue and the required-products rules.
 target_sources(VmWorkflowCoreObjects PRIVATE
     ${CMAKE_CURRENT_LIST_DIR}/ProductCatalog.h ${CMAKE_CURRENT_LIST_DIR}/ProductCatalog.cpp

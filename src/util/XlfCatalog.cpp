@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "XlfCatalog.h"
 
 #include "FileUtil.h"

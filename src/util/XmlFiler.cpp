@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "XmlFiler.h"
 
 #include "FileUtil.h"
