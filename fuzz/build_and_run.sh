@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: MIT
 # Builds the required-products expression fuzzer (libFuzzer, AddressSanitizer, UndefinedBehavior-
 # Sanitizer) and runs it on the kept corpus in one process, then merges what added coverage back.
 #   fuzz/build_and_run.sh [SECONDS] [OUTPUT_DIR]      defaults: 600, build-fuzz (git-ignored)

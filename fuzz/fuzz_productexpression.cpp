@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Feeds arbitrary text to the required-products expression rules (normalise, tokenize, evaluate).
 // Besides crashes, hangs and sanitizer reports it aborts when a property that every input must
 // have is broken.

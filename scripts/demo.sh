@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: MIT
 # The end-to-end demo on the bundled sample data: builds the tools and shows what the library
 # finds, in two languages.
 set -euo pipefail

@@ -1,8 +1,13 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: MIT
 # Installs what the project needs on Debian 12 when run as root; otherwise says what to run.
 set -euo pipefail
 
 PACKAGES=(cmake ninja-build g++ qt6-base-dev qt6-base-dev-tools qt6-l10n-tools)
+if [ "${1:-}" = "--with-packaging" ]; then
+    # scripts/package-test.sh: the API reference, pkg-config, the Debian package and its check.
+    PACKAGES+=(doxygen pkg-config dpkg-dev file)
+fi
 if [ "${1:-}" = "--with-fuzzing" ]; then
     PACKAGES+=(clang libclang-rt-14-dev)
 fi

@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: MIT
 # Builds the project and runs every test.
 #   scripts/test.sh [BUILD_DIR]        plain build, warnings are errors
 #   VMWF_SANITIZE=ON scripts/test.sh build-asan

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The host application: runs one workflow that a launcher handed over on the command line.
 //
 //     VmWorkflowHost <temporary file>[?<workflow id>] [/Key=Value ...]

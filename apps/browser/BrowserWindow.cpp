@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "BrowserWindow.h"
 
 #include "SampleData.h"
@@ -99,6 +100,7 @@ BrowserWindow::BrowserWindow(const QString& searchPaths, QWidget* parent)
         m_searchPaths = VmWorkflowTool::DefaultSearchPaths();
         VmWorkflowTool::UseSampleApplications();
         VmWorkflowTool::UseBuiltHostApplication();
+        VmWorkflowTool::UseInstalledMachineSettings();
     }
     if (!Manager())
     {

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "RunCommands.h"
 
 #include "WorkflowText.h"

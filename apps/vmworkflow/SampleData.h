@@ -1,8 +1,11 @@
+// SPDX-License-Identifier: MIT
 #pragma once
 
-// Where the library's own tools find the sample data they run on without any set-up: beside an
-// installed tool ("../share/vmworkflow"), else in the source tree the tool was built from
-// (VMWF_SOURCE_SHARE_DIR, set by the tool's build).
+// Where the library's own tools find the sample data they run on without any set-up, relative to
+// the tool's own folder: the build folder and an installation are laid out alike (bin/ beside
+// share/), so neither needs a path written into the program.
+
+#include "VmWorkflowInstallPaths.h"
 
 #include <QByteArray>
 #include <QCoreApplication>
@@ -10,16 +13,40 @@
 #include <QFile>
 #include <QFileInfo>
 #include <QString>
+#include <QStringList>
 
 namespace VmWorkflowTool {
 
+inline QString BesideProgram(const char* relativePath)
+{
+    return QDir::cleanPath(QCoreApplication::applicationDirPath() + QLatin1Char('/') + QString::fromUtf8(relativePath));
+}
+
+// The sample data folder, with links resolved so that the paths the tools print are the files'
+// own.
 inline QString SampleDataFolder()
 {
-    const QString installed =
-        QDir(QCoreApplication::applicationDirPath()).absoluteFilePath(QStringLiteral("../share/vmworkflow"));
-    if (QFileInfo(installed).isDir())
-        return QDir::cleanPath(installed);
-    return QStringLiteral(VMWF_SOURCE_SHARE_DIR);
+    const QString folder = BesideProgram(VMWF_RELATIVE_SAMPLE_DIR);
+    const QString canonical = QFileInfo(folder).canonicalFilePath();
+    return canonical.isEmpty() ? folder : canonical;
+}
+
+// An installation under a prefix other than /usr keeps its machine settings (the product
+// catalogue's folder) in <prefix>/etc/xdg; the settings store reads that folder after the ones the
+// environment names, so a machine's own settings still win.
+inline void UseInstalledMachineSettings()
+{
+    const QString folder = BesideProgram(VMWF_RELATIVE_SETTINGS_DIR);
+    if (!QFileInfo(folder + QStringLiteral("/Velmora")).isDir())
+        return;
+    QString folders = QString::fromLocal8Bit(qgetenv("XDG_CONFIG_DIRS"));
+    if (folders.isEmpty())
+        folders = QStringLiteral("/etc/xdg");
+    const QStringList listed = folders.split(QLatin1Char(':'), Qt::SkipEmptyParts);
+    for (const QString& entry : listed)
+        if (QDir::cleanPath(entry) == folder)
+            return;
+    qputenv("XDG_CONFIG_DIRS", QFile::encodeName(folders + QLatin1Char(':') + folder));
 }
 
 inline QString DefaultSearchPaths()
@@ -45,8 +72,7 @@ inline void UseBuiltHostApplication()
     QByteArray applications = qgetenv("VELMORA_APPLICATIONS_PATH");
     if (!applications.isEmpty())
         applications += QDir::listSeparator().toLatin1();
-    applications += QFile::encodeName(
-        QDir::cleanPath(QCoreApplication::applicationDirPath() + QStringLiteral("/../share/Velmora/Applications")));
+    applications += QFile::encodeName(BesideProgram(VMWF_RELATIVE_APPLICATIONS_DIR));
     qputenv("VELMORA_APPLICATIONS_PATH", applications);
 }
 

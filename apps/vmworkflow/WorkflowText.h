@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #pragma once
 
 // Reads texts of the exported interface into QString: ask for the length, then the text.

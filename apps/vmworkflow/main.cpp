@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // vmworkflow: lists, shows and manages the workflows the library finds.
 //
 // Exit status: 0 when the action succeeded, 1 when it failed, 2 for a bad command line.
@@ -6,6 +7,7 @@
 #include "SampleData.h"
 #include "WorkflowText.h"
 
+#include <VmWorkflowCore/VmWorkflowCoreVersion.h>
 #include <VmWorkflowCore/Workflow.h>
 #include <VmWorkflowCore/WorkflowManager.h>
 #include <VmWorkflowCore/WorkflowPrivate.h>
@@ -316,7 +318,7 @@ int main(int argc, char** argv)
 {
     QCoreApplication app(argc, argv);
     QCoreApplication::setApplicationName(QStringLiteral("vmworkflow"));
-    QCoreApplication::setApplicationVersion(QStringLiteral("2015.11"));
+    QCoreApplication::setApplicationVersion(QStringLiteral(VMWORKFLOWCORE_VERSION_STRING));
 
     QCommandLineParser parser;
     parser.setApplicationDescription(QStringLiteral(
@@ -454,6 +456,7 @@ int main(int argc, char** argv)
     if (!parser.isSet(searchPaths))
         VmWorkflowTool::UseSampleApplications();
     VmWorkflowTool::UseBuiltHostApplication();
+    VmWorkflowTool::UseInstalledMachineSettings();
 
     WorkflowManager::Initialize();
     WorkflowManager* manager = WorkflowManager::GetInstance();

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Scanning a large catalogue and looking workflows up in it.
 //
 // Generates N workflow files of about 2 KB each (half templates, half user workflows made from

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Asking "IsExecutable" of many workflows, the way a list model filters its rows.
 //
 // Writes a product catalogue of 20 products and hub manifests installing half of them into a

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // How long a launch takes to come alive: from ExecuteWorkflow until the launcher hears
 // WorkflowExecutionBeginning, beside the floor under it measured in the same run: starting a
 // trivial Qt program through the hub until it links back and says so.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Filtering and sorting a large catalogue through the list proxy.
 //
 // Adds N generated workflows (default 10,000) to the catalogue, with four products of which two

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The floor under launching a workflow: how long the hub takes to start an application and link
 // with it, and the round trip of a small message between two processes.
 //

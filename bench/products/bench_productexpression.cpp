@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Evaluating required-products expressions on their own, with a leaf that only looks the operand
 // up in a set of installed ids, so the figure is the cost of the expression rules themselves.
 //

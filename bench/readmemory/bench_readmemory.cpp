@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Peak memory of reading large files, against the size of the file.
 //
 // Generates, in a temporary folder, a valid .workflow file of about 50 MB (many workflows with

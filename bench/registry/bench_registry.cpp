@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The executing-workflow registry in its shared segment: microseconds per enumeration and per
 // change with 0, 10 and 100 entries, beside the floor of taking the lock, copying the whole
 // segment out and letting go, measured in the same run.

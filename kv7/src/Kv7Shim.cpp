@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include <Kv7/Kv7Shim.h>
 
 using namespace Velmora::Kv7;

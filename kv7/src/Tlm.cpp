@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include <Kv7/Tlm.h>
 
 #include <QByteArray>

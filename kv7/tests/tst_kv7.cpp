@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The analytics library on its own: what a reached waypoint leaves in the log file.
 
 #include <Kv7/Kv7Shim.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "ApplicationLink.h"
 #include "ApplicationManagerPrivate.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include <OstrelAdapter/ApplicationInfo.h>
 
 #include <QStringList>

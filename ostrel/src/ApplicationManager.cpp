@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "ApplicationManagerPrivate.h"
 #include "Endpoint.h"
 

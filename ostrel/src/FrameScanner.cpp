@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "FrameScanner.h"
 
 #include <QMetaType>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "ManifestCatalog.h"
 
 #include <OstrelAdapter/ApplicationManager.h>

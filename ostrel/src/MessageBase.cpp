@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include <OstrelAdapter/ApplicationMessage.h>
 #include <OstrelAdapter/ApplicationMessageHandler.h>
 #include <OstrelAdapter/MessageBase.h>

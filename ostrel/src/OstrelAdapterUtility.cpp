@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include <OstrelAdapter/OstrelAdapterUtility.h>
 
 #include <QStringList>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #pragma once
 
 // What the hub tests share: private folders for every per-user location, a manifest writer and a

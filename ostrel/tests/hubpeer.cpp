@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A small application for the hub tests: it links back to whoever connects, reports how it was
 // started, echoes every "EchoMsg", floods its launcher and quits at once on "FloodThenQuitMsg",
 // and quits on "QuitMsg" (or after a minute, whatever happens). With VMWF_PEER_NOFILE set it may

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Starting applications and linking with them: a real helper process started from a manifest,
 // messages both ways, order, and what bad peers cannot do to a receiver.
 

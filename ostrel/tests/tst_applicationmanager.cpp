@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include <OstrelAdapter/ApplicationManager.h>
 
 #include <QtTest>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Where endpoints go when the usual runtime folder is not this user's alone: a folder another user
 // made beforehand, or one anybody may write to, is never used; a private folder of our own is,
 // and processes started from here find it too.

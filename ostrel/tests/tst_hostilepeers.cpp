@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What a hostile process of the same user may try against a hub, and what the hub has to survive:
 // deeply nested values, frames it never finishes, a peer that never reads, introductions in bulk,
 // type names of the peer's choosing, and connections that only sit there.

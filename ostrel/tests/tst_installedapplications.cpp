@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Installed applications from manifests: where they are read, what is skipped, how ids and
 // versions match, and how changes on disk are noticed.
 

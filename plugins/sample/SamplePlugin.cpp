@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The sample workflow plug-in. It carries out the "Step" elements of a workflow's settings in a
 // way anyone can watch: every step it carries out becomes one line of a result file. README.md
 // beside this file describes the steps and the launch arguments it understands.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "execution/Analytics.h"
 
 #include "platform/Platform.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "execution/ExecutingRegistry.h"
 
 #include "platform/Platform.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "execution/Launch.h"
 
 #include "execution/Analytics.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "execution/Plugin.h"
 
 #include <QFileInfo>

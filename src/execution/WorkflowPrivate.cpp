@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include <VmWorkflowCore/WorkflowPrivate.h>
 
 #include "execution/ExecutingRegistry.h"

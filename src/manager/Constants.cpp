@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "manager/Constants.h"
 
 namespace Velmora::WorkflowCore::Names {

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "manager/ProductCatalog.h"
 
 #include "platform/Platform.h"

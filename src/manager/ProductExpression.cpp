@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "manager/ProductExpression.h"
 
 #include <QStringView>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "manager/ProductRules.h"
 
 #include "manager/ProductCatalog.h"

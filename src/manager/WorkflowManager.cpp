@@ -1,4 +1,6 @@
+// SPDX-License-Identifier: MIT
 #include <VmWorkflowCore/WorkflowManager.h>
+#include <VmWorkflowCore/VmWorkflowCoreVersion.h>
 
 #include "execution/ExecutingRegistry.h"
 #include "manager/WorkflowManagerImp.h"
@@ -192,8 +194,8 @@ int WorkflowManager::GetInstalledProducts(const WideChar* productIds, long long*
 
 void WorkflowManager::GetWorkflowVersionInfo(int& major, int& minor) const
 {
-    major = 2015;
-    minor = 11;
+    major = VMWORKFLOWCORE_VERSION_MAJOR;
+    minor = VMWORKFLOWCORE_VERSION_MINOR;
 }
 
 } // namespace Velmora::WorkflowCore

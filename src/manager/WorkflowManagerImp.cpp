@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "manager/WorkflowManagerImp.h"
 
 #include "execution/ExecutingRegistry.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "manager/WorkflowQuery.h"
 
 #include "workflow/WorkflowImp.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "models/WorkflowListModel.h"
 
 #include "manager/WorkflowManagerImp.h"

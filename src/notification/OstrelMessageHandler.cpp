@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "notification/OstrelMessageHandler.h"
 
 namespace Velmora::WorkflowCore

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include <VmWorkflowCore/WorkflowManager.h>
 
 #include "notification/WorkflowNotificationManagerImp.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "notification/WorkflowNotificationManagerImp.h"
 
 #include "execution/ExecutingRegistry.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #pragma once
 
 // The one rule for folders that hold this user's runtime objects (hub endpoints, the shared

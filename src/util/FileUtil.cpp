@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "util/FileUtil.h"
 
 #include "platform/Platform.h"

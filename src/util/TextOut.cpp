@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "util/TextOut.h"
 
 #include <algorithm>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "util/XlfCatalog.h"
 
 #include "util/FileUtil.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "util/XmlFiler.h"
 
 #include "util/FileUtil.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "workflow/WorkflowFile.h"
 
 #include "manager/WorkflowManagerImp.h"

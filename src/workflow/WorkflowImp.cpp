@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "workflow/WorkflowImp.h"
 
 #include "execution/Analytics.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "workflow/WorkflowSettings.h"
 
 #include "platform/Platform.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // vmworkflow run as a real process on the bundled samples and on bad input.
 
 #include "FileFixtures.h"

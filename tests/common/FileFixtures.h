@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #pragma once
 
 // Writes the small files the tests read: workflow files, settings files, anything textual.

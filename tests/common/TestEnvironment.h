@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #pragma once
 
 // Points every per-user and machine-wide folder the library reads at a private temporary

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #pragma once
 
 // Small conversions between QString and the UTF-16 texts of the exported interface.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A host application for the registry tests. Its file is named VmWorkflowHost, so the library
 // takes it for the host. It reads one command a line on stdin and answers one line on stdout:
 //   add <id> <launcher pid>          registers a run of the workflow <id>      -> ok | fail

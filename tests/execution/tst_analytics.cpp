@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Usage reports through the real analytics library: the lines it writes carry exactly the names,
 // order and values of each report; with the gate closed nothing is loaded and nothing written.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The registry of executing workflows in its shared segment: the bytes, the enumeration rules,
 // the changes, damaged and foreign segments, and real host processes beside the test.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // One run of the registry as the exported ExecutingWorkflow shows it.
 
 #include <VmWorkflowCore/Workflow.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The plug-in loader against real libraries built with the tests: where a plug-in is found, how
 // libraries are shared, loaded, refused and unloaded, and whether a workflow may be executed.
 

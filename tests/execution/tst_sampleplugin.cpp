@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The sample plug-in and a plug-in built only against the SDK header, loaded through the exported
 // library the way the host application loads them, and run on real workflow files.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A stand-in host application: writes its own program path and its arguments, one a line, to the
 // file named by VMWF_LAUNCH_RECORD, listens on the hub so that the launcher's link succeeds, and
 // ends after a short while.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A plug-in whose launch handler refuses every launch, and counts how often it is asked.
 
 #include <VmWorkflowCore/WorkflowPlugin.h>

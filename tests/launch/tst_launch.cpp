@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Launching a workflow from a launcher process: the refusals, the temporary copy, the host's
 // command line and the choice of the host's version, observed through real started processes.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The usage report of a launch: sent once the host has started, with the launch point's label;
 // a refused or failed launch reports nothing. Runs from a folder of its own with the analytics
 // library beside it.

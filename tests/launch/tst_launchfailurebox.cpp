@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A launch whose host cannot be started, in a process with widgets: the one message the library
 // ever shows. The test closes the box itself, so nothing waits for a user.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Whole launches: a launcher with an event loop starts the real host application, which runs the
 // sample plug-in; the launcher hears the run begin and end, and refuses a second run of its own
 // while one goes on.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The host application on its own: what it does with good and bad command lines, and what it
 // leaves in the registry of executing workflows.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The catalogue: scanning folders, orphans, inheritance, lookups, sorting and deletion.
 
 #include <VmWorkflowCore/Workflow.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The singleton's life through the exported interface only, as an application sees it.
 
 #include <VmWorkflowCore/Workflow.h>

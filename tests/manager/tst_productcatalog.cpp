@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The product catalogue: where it is found, how it is read, and the three exported lookups,
 // against real hub manifests in a private data folder.
 

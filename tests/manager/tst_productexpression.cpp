@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Required-products expressions: normalising, tokenizing and evaluating, including the readings
 // that callers rely on. Every expected outcome below was worked out by hand from the rules.
 

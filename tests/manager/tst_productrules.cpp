@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The workflow filter predicate: executability through required products installed on this
 // machine (real hub manifests decide), the template flag and product-id matching.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The manager's implementation: its signals, configuration, catalogue insertion and lookups.
 
 #include <VmWorkflowCore/Workflow.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #pragma once
 
 // A small catalogue for the list-model tests: three products with display names that sort

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The workflow browser's window on the bundled sample data: filtering, selecting, details, a
 // failed start shown in the window, the run status line and the language switch.
 

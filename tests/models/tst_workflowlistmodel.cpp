@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The list model of the catalogue: rows, roles, and how it and a proxy over it follow the
 // catalogue through scans, rescans, additions, deletions and modifications.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The filtering and sorting proxy: its two texts, the host's current product, the order of its
 // sort keys, the default order, and input it has to survive.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A small host for the notification tests, built twice: once with the file name VmWorkflowHost (so
 // the library takes the host role) and once under another name (so it does not). It starts the
 // library, registers link-state listeners as its command line says and then obeys the test over

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The notification manager across real processes through the real hub: a helper host (the same
 // program once named like the host application and once not) and this test, which links to it
 // as a launcher would.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Reads one hostile file (deeply nested, or no regular file at all) the way the library's readers do, then exits normally; the test
 // that starts it looks at the exit and the printed result. A stack overflow kills this process,
 // not the test.

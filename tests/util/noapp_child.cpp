@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A host that never makes an application object: it prints the library's idea of its folder and
 // how many workflows it finds in the folder given, and must not make Qt complain on the way.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // File finding, the well-known folders, parenthesis matching, digests and search-path splitting.
 
 #include "util/FileUtil.h"

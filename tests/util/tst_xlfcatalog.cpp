@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // XLIFF translations: finding the file for a locale, reading it, and translating tr(...) texts
 // read through the XML filer, including a file made by Qt's own conversion tool.
 

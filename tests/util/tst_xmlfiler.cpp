@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The XML filer: opening, saving, the cursor and its paths, typed readers, inner markup.
 
 #include "util/XmlFiler.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Saves one workflow and one per-user setting over and over, alternating two versions, until
 // it is killed. The test that starts it checks that every kill leaves whole files behind.
 

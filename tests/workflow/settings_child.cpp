@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // One run of a program that uses per-user settings: "set" stores choices for the template in the
 // given file and exits; "get" prints what a later run finds.
 

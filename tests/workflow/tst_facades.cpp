@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What the exported classes promise by their shape: one pointer each, no virtual functions,
 // no copies.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A record that asks the catalogue about its template or tells it about a change, in the middle
 // of one of its own members, must never be destroyed by that question: the catalogue is not
 // rebuilt under a record's feet. Run under AddressSanitizer, a use after free here is reported.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The one copy rule of every text getter, seen through the exported interface.
 
 #include <VmWorkflowCore/Workflow.h>

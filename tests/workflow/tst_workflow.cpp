@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The workflow record: defaults, images, copies, reset, the target check and inheritance.
 
 #include <VmWorkflowCore/Workflow.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include <VmWorkflowCore/Workflow.h>
 #include <VmWorkflowCore/WorkflowManager.h>
 #include <VmWorkflowCore/WorkflowPrivate.h>

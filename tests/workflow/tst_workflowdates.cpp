@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Dates in .workflow files are UTC whatever the local zone: reading, writing back and the seconds
 // at the interface must agree in zones with daylight saving, around the hours the clocks skip or
 // repeat. CTest runs this program once per zone with TZ set before it starts.

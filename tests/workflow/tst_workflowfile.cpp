@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Reading and writing .workflow files: the record's fields, defaults, ids and round trips.
 
 #include <VmWorkflowCore/Workflow.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Both exported iterators share one walk over a snapshot taken when they are made.
 
 #include <VmWorkflowCore/Workflow.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Saving workflows: in place, as a new workflow, and names that must not leave their folder.
 
 #include <VmWorkflowCore/Workflow.h>

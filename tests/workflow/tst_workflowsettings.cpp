@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The per-user settings file: where it lives, how it grows, what it never overwrites.
 
 #include <VmWorkflowCore/Workflow.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #pragma once
 
 // C entry points over the static factories of Tlm.h, for callers that bind the library at run

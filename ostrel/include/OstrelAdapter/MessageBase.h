@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #pragma once
 
 #include <OstrelAdapter/OstrelAdapterExport.h>
@@ -8,15 +9,18 @@
 
 namespace Velmora::OstrelAdapter {
 
-// What every hub message carries: a name and a map of values. Both are kept as given; the values
-// that cross a link are the ones QDataStream can write (texts, numbers, lists, maps, byte arrays).
+/// What every hub message carries: a name and a map of values. Both are kept as given; the values
+/// that cross a link are the ones QDataStream can write (texts, numbers, lists, maps, byte arrays).
 class OSTRELADAPTER_EXPORT MessageBase
 {
 public:
+    /// Keeps name and data as given.
     MessageBase(const QString& name, const QMap<QString, QVariant>& data);
     virtual ~MessageBase();
 
+    /// The message's name.
     QString GetName() const { return m_name; }
+    /// A copy of the message's values.
     QMap<QString, QVariant> GetData() const { return m_data; }
 
 private:

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #pragma once
 
 // Lets a test see what happens inside a plug-in library without holding a handle on it (a handle

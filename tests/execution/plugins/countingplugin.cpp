@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A plug-in that logs every call the library makes into it: the entry point and each question
 // for a handler. Its editor handler answers null the first time it is asked, so that a test can
 // see a null answer asked again. It calls nothing of the workflow library.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A library that is no workflow plug-in: it exports something, but not the entry point.
 
 #include <QtGlobal>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A plug-in written the way a third party writes one: it includes the plug-in SDK header and
 // nothing else of ours, and links only what that header needs.
 
