@@ -1,4 +1,5 @@
 #!/usr/bin/env python3
+# SPDX-License-Identifier: MIT
 """Writes the bundled sample data under share/workflows: templates with images in two sizes,
 user workflows made from them (one orphan, two sharing an id), and XLIFF translations of the
 templates' tr(...) texts for en-US, de-DE and fr-FR. Run it again after changing the texts below."""

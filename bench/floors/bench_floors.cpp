@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The floors under the catalogue and the hub, measured on this machine: what listing a folder and
 // stat-ing or reading every file costs with raw system calls and with Qt's file classes, and what
 // a round trip of a small message over a raw local socket costs. The other benchmarks are judged

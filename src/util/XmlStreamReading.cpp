@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "XmlStreamReading.h"
 
 #include "FileUtil.h"

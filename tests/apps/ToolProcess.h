@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #pragma once
 
 // vmworkflow as a real child process: its exit status and both output streams.

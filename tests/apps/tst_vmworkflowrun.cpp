@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // vmworkflow run and running as real processes: the tool starts the real host application, which
 // runs the sample plug-in, and the test watches both through their output and the registry.
 

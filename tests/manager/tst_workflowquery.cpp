@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The catalogue's sort by a sort text, checked against the comparison by key on many random
 // catalogues: every pair of neighbours must be in order under the items in the order written.
 

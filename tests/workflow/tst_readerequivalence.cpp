@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The streaming readers of workflow files and of the per-user settings file must give exactly
 // what the whole-document reader gives for the same bytes: the same records field for field
 // (the Settings markup character for character), the same verdict on damaged files, the same
