@@ -150,11 +150,13 @@ void XmlFiler::EnsureXmlDeclaration()
         return;
     const QDomProcessingInstruction declaration =
         m_document.createProcessingInstruction(QStringLiteral("xml"), QStringLiteral("version=\"1.0\""));
-    const QDomElement root = m_document.documentElement();
-    if (root.isNull())
+    // The declaration opens the file: after a comment or an instruction that stands before the
+    // root, it would make the whole file unreadable.
+    const QDomNode first = m_document.firstChild();
+    if (first.isNull())
         m_document.appendChild(declaration);
     else
-        m_document.insertBefore(declaration, root);
+        m_document.insertBefore(declaration, first);
 }
 
 bool XmlFiler::GoToFirstChild()

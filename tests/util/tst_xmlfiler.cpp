@@ -400,6 +400,30 @@ private slots:
         QCOMPARE(ReadFile(Path(QStringLiteral("again.xml"))).count("<?xml"), 1);
     }
 
+    void declarationGoesBeforeWhatPrecedesTheRoot_data()
+    {
+        QTest::addColumn<QByteArray>("content");
+        QTest::newRow("comment") << QByteArray("<!-- kept --><Root A=\"1\"/>");
+        QTest::newRow("instruction") << QByteArray("<?xm0l version=\"1.0\"?>\n<Root A=\"1\"/>");
+        QTest::newRow("both") << QByteArray("<?pi x?><!-- c -->\n<Root A=\"1\"><B/></Root>");
+    }
+    void declarationGoesBeforeWhatPrecedesTheRoot()
+    {
+        // A file whose root has a comment or an instruction before it stays readable once saved.
+        QFETCH(QByteArray, content);
+        const QString path = Path(QStringLiteral("preceded.xml"));
+        QVERIFY(WriteFile(path, content));
+        XmlFiler filer(false);
+        QVERIFY(filer.Open(path));
+        filer.EnsureXmlDeclaration();
+        QVERIFY(filer.Save(path));
+        QVERIFY(ReadFile(path).startsWith("<?xml version=\"1.0\"?>"));
+        XmlFiler again(false);
+        QVERIFY(again.Open(path));
+        QCOMPARE(again.GetAttribute(QStringLiteral("A"), QString()), QStringLiteral("1"));
+        QCOMPARE(ReadFile(path).count("<?xml "), 1);
+    }
+
     void saveWithoutDocumentFailsAndCreatesNothing()
     {
         XmlFiler filer;
