@@ -3,9 +3,11 @@
 #include "FileUtil.h"
 #include "XlfCatalog.h"
 
+#include <QDirIterator>
 #include <QFile>
 #include <QFileInfo>
 #include <QLoggingCategory>
+#include <QRegularExpression>
 #include <QSaveFile>
 #include <QTextStream>
 #include <QTimeZone>
@@ -51,6 +53,60 @@ bool DepthIsBounded(const QByteArray& markup)
         }
     }
     return true;
+}
+
+// A save killed between naming its new file and renaming it over the old one leaves the new file
+// behind under a temporary name: the file's name, a dot and six letters or digits. One that nobody
+// has written to for this long belongs to no save still going on.
+const qint64 kStaleTemporaryMs = 5000;
+
+bool IsTemporaryNameOf(const QString& name, const QString& prefix)
+{
+    if (name.size() != prefix.size() + 6 || !name.startsWith(prefix))
+        return false;
+    for (qsizetype i = prefix.size(); i < name.size(); ++i) {
+        const char16_t c = name.at(i).unicode();
+        if (!((c >= u'a' && c <= u'z') || (c >= u'A' && c <= u'Z') || (c >= u'0' && c <= u'9')))
+            return false;
+    }
+    return true;
+}
+
+// Removes what killed saves of path left behind, so that none stays for good.
+void RemoveStaleTemporaries(const QString& path)
+{
+    const QFileInfo target(path);
+    const QString prefix = target.fileName() + QLatin1Char('.');
+    const QDateTime now = QDateTime::currentDateTimeUtc();
+    QDirIterator it(target.absolutePath(), QDir::Files | QDir::Hidden | QDir::System);
+    while (it.hasNext()) {
+        it.next();
+        if (!IsTemporaryNameOf(it.fileName(), prefix))
+            continue;
+        const QFileInfo info = it.fileInfo();
+        if (info.isSymLink() || info.lastModified().toUTC().msecsTo(now) < kStaleTemporaryMs)
+            continue;
+        QFile::remove(info.filePath());
+    }
+}
+
+// Files are written in UTF-8 whatever the declaration they were read with says: an encoding the
+// writer does not know is written as UTF-8 all the same, and a declaration left naming it would
+// have every reader decode the new file wrongly. So the declaration says UTF-8 whenever it names
+// an encoding.
+void DeclareUtf8(QDomDocument& document)
+{
+    QDomProcessingInstruction declaration = document.firstChild().toProcessingInstruction();
+    if (declaration.isNull() || declaration.target() != QLatin1String("xml"))
+        return;
+    static const QRegularExpression encoding(QStringLiteral("(encoding\\s*=\\s*)(['\"])([^'\"]*)\\2"));
+    const QString data = declaration.data();
+    const QRegularExpressionMatch match = encoding.match(data);
+    if (!match.hasMatch() || match.captured(3).compare(QLatin1String("UTF-8"), Qt::CaseInsensitive) == 0)
+        return;
+    QString changed = data;
+    changed.replace(match.capturedStart(3), match.capturedLength(3), QStringLiteral("UTF-8"));
+    declaration.setData(changed);
 }
 
 } // namespace
@@ -124,11 +180,13 @@ bool XmlFiler::Save(const QString& path)
                                         .arg(path, file.errorString());
         return false;
     }
+    DeclareUtf8(m_document);
     QTextStream stream(&file);
     m_document.save(stream, kIndent);
     stream.flush();
     if (!file.commit())
         return false;
+    RemoveStaleTemporaries(path);
     // The new file takes the place of the old one with the old one's permissions.
     if (replacing)
         QFile::setPermissions(path, permissions);

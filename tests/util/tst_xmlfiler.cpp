@@ -424,6 +424,60 @@ private slots:
         QCOMPARE(ReadFile(path).count("<?xml "), 1);
     }
 
+    void savedFileDeclaresTheEncodingItIsWrittenIn_data()
+    {
+        QTest::addColumn<QByteArray>("content");
+        // An encoding the writer does not know: the file was once written in UTF-8 but still
+        // declared it, and read back as something else.
+        QTest::newRow("unknown") << QByteArray("<?xml version=\"1.0\" encoding=\"utf-7\"?>\n<Root>\n  \0\0\0>   </Root>\n", 63);
+        QTest::newRow("latin-1") << QByteArray("<?xml version='1.0' encoding='ISO-8859-1'?><Root>caf\xe9</Root>");
+        QTest::newRow("utf-8") << QByteArray("<?xml version=\"1.0\" encoding=\"utf-8\"?><Root>caf\xc3\xa9</Root>");
+    }
+    void savedFileDeclaresTheEncodingItIsWrittenIn()
+    {
+        QFETCH(QByteArray, content);
+        const QString path = Path(QStringLiteral("encoded.xml"));
+        QVERIFY(WriteFile(path, content));
+        XmlFiler filer(false);
+        QVERIFY(filer.Open(path));
+        const QString text = filer.GetText();
+        QVERIFY(filer.Save(path));
+        const QByteArray written = ReadFile(path).toLower();
+        QVERIFY(written.contains("encoding=\"utf-8\"") || written.contains("encoding='utf-8'"));
+        XmlFiler again(false);
+        QVERIFY(again.Open(path));
+        QCOMPARE(again.GetText(), text);
+        QCOMPARE(again.GetDocument().toString(4), filer.GetDocument().toString(4));
+    }
+
+    void saveRemovesWhatKilledSavesLeftBehind()
+    {
+        // A save killed between naming its new file and renaming it leaves that file behind.
+        QTemporaryDir dir;
+        QVERIFY(dir.isValid());
+        const QString path = dir.filePath(QStringLiteral("kept.xml"));
+        const QStringList names{QStringLiteral("kept.xml.Ab3xYz"), QStringLiteral("kept.xml.fresh1"),
+                                QStringLiteral("kept.xml.longer7"), QStringLiteral("other.xml.Ab3xYz"),
+                                QStringLiteral("kept.xml.ab-xyz")};
+        for (const QString& name : names)
+            QVERIFY(WriteFile(dir.filePath(name), "<Half"));
+        const QDateTime old = QDateTime::currentDateTimeUtc().addSecs(-60);
+        for (const QString& name : {names.at(0), names.at(2), names.at(3), names.at(4)}) {
+            QFile file(dir.filePath(name));
+            QVERIFY(file.open(QIODevice::ReadWrite));
+            QVERIFY(file.setFileTime(old, QFileDevice::FileModificationTime));
+        }
+        XmlFiler filer(false);
+        filer.Create(QStringLiteral("Root"));
+        QVERIFY(filer.Save(path));
+        QStringList left = QDir(dir.path()).entryList(QDir::Files | QDir::Hidden);
+        left.sort();
+        // Only the stale one of this file's own pattern goes; one still being written stays.
+        QCOMPARE(left, (QStringList{QStringLiteral("kept.xml"), QStringLiteral("kept.xml.ab-xyz"),
+                                    QStringLiteral("kept.xml.fresh1"), QStringLiteral("kept.xml.longer7"),
+                                    QStringLiteral("other.xml.Ab3xYz")}));
+    }
+
     void saveWithoutDocumentFailsAndCreatesNothing()
     {
         XmlFiler filer;
