@@ -6,6 +6,7 @@
 
 #include "FuzzSupport.h"
 
+#include <algorithm>
 #include <cstring>
 
 using namespace Velmora::WorkflowCore;
@@ -13,13 +14,19 @@ using namespace VmWorkflowFuzz;
 
 namespace {
 
+// Element by element: comparing two empty lists with == hands a null pointer to memcmp in this Qt.
+bool SameIds(const QList<int>& a, const QList<int>& b)
+{
+    return a.size() == b.size() && std::equal(a.cbegin(), a.cend(), b.cbegin());
+}
+
 bool Same(const ExecutingWorkflowRecord& a, const ExecutingWorkflowRecord& b)
 {
     return a.WorkflowId == b.WorkflowId && a.WorkflowId.isNull() == b.WorkflowId.isNull() &&
            a.SourceFile == b.SourceFile && a.HostProcessId == b.HostProcessId &&
            a.LauncherProcessId == b.LauncherProcessId && a.ExitStatus == b.ExitStatus &&
            a.ErrorMessage == b.ErrorMessage && a.TargetProductProcessId == b.TargetProductProcessId &&
-           a.WorkflowHandle == b.WorkflowHandle && a.ExecutingApplications == b.ExecutingApplications;
+           a.WorkflowHandle == b.WorkflowHandle && SameIds(a.ExecutingApplications, b.ExecutingApplications);
 }
 
 void RoundTrip(const QList<ExecutingWorkflowRecord>& entries)

@@ -17,6 +17,7 @@
 #include <QElapsedTimer>
 #include <QThread>
 
+#include <algorithm>
 #include <cstdio>
 #include <memory>
 #include <vector>
@@ -36,6 +37,12 @@ struct Expected
     QList<int> applications;
 };
 
+// Element by element: comparing two empty lists with == hands a null pointer to memcmp in this Qt.
+bool SameIds(const QList<int>& a, const QList<int>& b)
+{
+    return a.size() == b.size() && std::equal(a.cbegin(), a.cend(), b.cbegin());
+}
+
 // Every entry of this process holds what this process last wrote into it.
 bool OwnEntriesIntact(const ExecutingRegistry& registry, const std::vector<std::unique_ptr<Workflow>>& workflows,
                       const std::vector<Expected>& expected)
@@ -52,7 +59,7 @@ bool OwnEntriesIntact(const ExecutingRegistry& registry, const std::vector<std::
                 continue;
             ++found;
             if (entry.ExitStatus != expected[i].status || entry.ErrorMessage != expected[i].message ||
-                entry.ExecutingApplications != expected[i].applications || entry.HostProcessId != int(::getpid()))
+                !SameIds(entry.ExecutingApplications, expected[i].applications) || entry.HostProcessId != int(::getpid()))
             {
                 std::fprintf(stderr, "entry %s: status %d (wanted %d), %d applications (wanted %d)\n",
                              qPrintable(id), entry.ExitStatus, expected[i].status,
