@@ -49,7 +49,10 @@ QList<Workflow*> Rows(const WorkflowListProxyModel& proxy)
 extern "C" int LLVMFuzzerInitialize(int* argc, char*** argv)
 {
     qputenv("QT_QPA_PLATFORM", "offscreen");
-    static QGuiApplication application(*argc, *argv);
+    // Never destroyed: the manager and its hub outlive every input, and an application object
+    // destroyed at exit before them would pull the ground from under them.
+    static QGuiApplication* application = new QGuiApplication(*argc, *argv);
+    Q_UNUSED(application);
     QStandardPaths::setTestModeEnabled(true);
     s_env = new TestEnvironment;
     Check(s_env->Setup());

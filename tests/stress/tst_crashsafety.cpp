@@ -83,7 +83,7 @@ private:
             qWarning("%s", child.readAllStandardError().constData());
             return false;
         }
-        QTest::qSleep(int(QRandomGenerator::global()->bounded(40)));
+        QTest::qSleep(int(QRandomGenerator::global()->bounded(25)));
         ::kill(pid_t(child.processId()), SIGKILL);
         return child.waitForFinished(10000) && child.exitStatus() == QProcess::CrashExit;
     }
