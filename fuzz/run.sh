@@ -14,7 +14,7 @@ cd "$(dirname "$0")/.."
 seconds=${1:-60}
 build_dir=${2:-build-fuzz}
 
-bash scripts/dependencies.sh
+bash scripts/dependencies.sh --with-fuzzing
 clangxx=$(command -v clang++-14 || command -v clang++)
 
 cmake -S . -B "$build_dir" -G Ninja \

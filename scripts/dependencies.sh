@@ -2,8 +2,10 @@
 # Installs what the project needs on Debian 12 when run as root; otherwise says what to run.
 set -euo pipefail
 
-# clang and its runtime build the fuzz targets, which continuous integration runs every time.
-PACKAGES=(cmake ninja-build g++ qt6-base-dev qt6-base-dev-tools qt6-l10n-tools clang libclang-rt-14-dev)
+PACKAGES=(cmake ninja-build g++ qt6-base-dev qt6-base-dev-tools qt6-l10n-tools)
+if [ "${1:-}" = "--with-fuzzing" ]; then
+    PACKAGES+=(clang libclang-rt-14-dev)
+fi
 
 missing=()
 for package in "${PACKAGES[@]}"; do
