@@ -109,6 +109,36 @@ void DeclareUtf8(QDomDocument& document)
     declaration.setData(changed);
 }
 
+// The writer ends every processing instruction with a line break, also inside an element, where
+// it joins the text that follows. Reading takes that one break off again, so that a file the
+// filer wrote reads as it was before, and text after an instruction does not grow by a line
+// with every save.
+void DropWrittenBreaksAfterInstructions(QDomDocument& document)
+{
+    QDomNode node = document.documentElement();
+    while (!node.isNull()) {
+        if (node.isProcessingInstruction()) {
+            QDomNode next = node.nextSibling();
+            if (next.isText() && !next.isCDATASection() && next.nodeValue().startsWith(QLatin1Char('\n'))) {
+                const QString rest = next.nodeValue().mid(1);
+                if (rest.isEmpty())
+                    node.parentNode().removeChild(next);
+                else
+                    next.setNodeValue(rest);
+            }
+        }
+        // Depth first without recursion: child, else next sibling, else up until a sibling.
+        if (node.hasChildNodes()) {
+            node = node.firstChild();
+            continue;
+        }
+        while (!node.isNull() && node.nextSibling().isNull())
+            node = node.parentNode().isElement() ? node.parentNode() : QDomNode();
+        if (!node.isNull())
+            node = node.nextSibling();
+    }
+}
+
 } // namespace
 
 XmlFiler::XmlFiler(bool translate)
@@ -149,6 +179,7 @@ bool XmlFiler::Open(const QString& path)
         return false;
     }
 
+    DropWrittenBreaksAfterInstructions(document);
     m_document = document;
     m_current = m_document.documentElement();
     m_savedPositions.clear();

@@ -450,6 +450,28 @@ private slots:
         QCOMPARE(again.GetDocument().toString(4), filer.GetDocument().toString(4));
     }
 
+    void textAfterAnInstructionStaysAsItIsOverSaves()
+    {
+        // The writer ends an instruction with a line break; text after one inside an element once
+        // grew by a line with every save.
+        const QString path = Path(QStringLiteral("instruction.xml"));
+        QVERIFY(WriteFile(path, "<W><S><?x?>\"n</S><T>a<?y data?>\nb</T></W>"));
+        QStringList texts;
+        QByteArray previous;
+        for (int round = 0; round < 3; ++round) {
+            XmlFiler filer(false);
+            QVERIFY(filer.Open(path));
+            QVERIFY(filer.GoToPath(QStringLiteral("S")));
+            const QDomNode afterFirst = filer.GetCurrentElement().firstChild().nextSibling();
+            texts << afterFirst.nodeValue();
+            QVERIFY(filer.Save(path));
+            if (round > 0)
+                QCOMPARE(ReadFile(path), previous);
+            previous = ReadFile(path);
+        }
+        QCOMPARE(texts, (QStringList{QStringLiteral("\"n"), QStringLiteral("\"n"), QStringLiteral("\"n")}));
+    }
+
     void saveRemovesWhatKilledSavesLeftBehind()
     {
         // A save killed between naming its new file and renaming it leaves that file behind.
