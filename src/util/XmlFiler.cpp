@@ -3,6 +3,8 @@
 #include "FileUtil.h"
 #include "XlfCatalog.h"
 
+#include <algorithm>
+
 #include <QDirIterator>
 #include <QFile>
 #include <QFileInfo>
@@ -139,6 +141,65 @@ void DropWrittenBreaksAfterInstructions(QDomDocument& document)
     }
 }
 
+// Characters no XML file may hold (control characters other than tab, line feed and carriage
+// return; U+FFFE and U+FFFF). The reader lets some of them through, the writer writes them as they
+// are, and a file holding one can never be read again: they are dropped when a document is read
+// and before one is written.
+bool IsXmlCharacter(char16_t c)
+{
+    return c == u'\t' || c == u'\n' || c == u'\r' || (c >= 0x20 && c != 0xFFFE && c != 0xFFFF);
+}
+
+bool Clean(QString& text)
+{
+    const auto bad = [](QChar c) { return !IsXmlCharacter(c.unicode()); };
+    if (std::none_of(text.cbegin(), text.cend(), bad))
+        return false;
+    text.removeIf(bad);
+    return true;
+}
+
+void KeepOnlyXmlCharacters(QDomDocument& document)
+{
+    QList<QDomNode> doomed;
+    QDomNode node = document.firstChild();
+    while (!node.isNull()) {
+        if (node.isElement()) {
+            QDomElement element = node.toElement();
+            const QDomNamedNodeMap attributes = element.attributes();
+            for (int i = 0; i < attributes.count(); ++i) {
+                QDomAttr attribute = attributes.item(i).toAttr();
+                QString value = attribute.value();
+                if (Clean(value))
+                    attribute.setValue(value);
+            }
+        } else if (node.isProcessingInstruction()) {
+            QDomProcessingInstruction instruction = node.toProcessingInstruction();
+            QString target = instruction.target();
+            // A target cannot be renamed: an instruction no file may hold goes altogether.
+            if (Clean(target))
+                doomed.append(node);
+            QString data = instruction.data();
+            if (Clean(data))
+                instruction.setData(data);
+        } else if (node.isCharacterData()) {
+            QString value = node.nodeValue();
+            if (Clean(value))
+                node.setNodeValue(value);
+        }
+        if (node.hasChildNodes()) {
+            node = node.firstChild();
+            continue;
+        }
+        while (!node.isNull() && node.nextSibling().isNull())
+            node = node.parentNode().isElement() ? node.parentNode() : QDomNode();
+        if (!node.isNull())
+            node = node.nextSibling();
+    }
+    for (QDomNode& instruction : doomed)
+        instruction.parentNode().removeChild(instruction);
+}
+
 } // namespace
 
 XmlFiler::XmlFiler(bool translate)
@@ -180,6 +241,7 @@ bool XmlFiler::Open(const QString& path)
     }
 
     DropWrittenBreaksAfterInstructions(document);
+    KeepOnlyXmlCharacters(document);
     m_document = document;
     m_current = m_document.documentElement();
     m_savedPositions.clear();
@@ -212,6 +274,7 @@ bool XmlFiler::Save(const QString& path)
         return false;
     }
     DeclareUtf8(m_document);
+    KeepOnlyXmlCharacters(m_document);
     QTextStream stream(&file);
     m_document.save(stream, kIndent);
     stream.flush();

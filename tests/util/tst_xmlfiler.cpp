@@ -472,6 +472,22 @@ private slots:
         QCOMPARE(texts, (QStringList{QStringLiteral("\"n"), QStringLiteral("\"n"), QStringLiteral("\"n")}));
     }
 
+    void charactersNoFileMayHoldAreNeverWritten()
+    {
+        // An instruction's data and an attribute set through the filer with control characters
+        // once made a file that could not be read again.
+        const QString path = Path(QStringLiteral("control.xml"));
+        QVERIFY(WriteFile(path, QByteArray("<?m\x01\x00s?><Root/>", 15)));
+        XmlFiler filer(false);
+        QVERIFY(filer.Open(path));
+        QVERIFY(filer.SetAttribute(QStringLiteral("A"), QStringLiteral("a") + QChar(0x1) + QStringLiteral("b\tc")));
+        QVERIFY(filer.Save(path));
+        XmlFiler again(false);
+        QVERIFY(again.Open(path));
+        QCOMPARE(again.GetAttribute(QStringLiteral("A"), QString()), QStringLiteral("ab\tc"));
+        QCOMPARE(again.GetDocument().toString(4), filer.GetDocument().toString(4));
+    }
+
     void saveRemovesWhatKilledSavesLeftBehind()
     {
         // A save killed between naming its new file and renaming it leaves that file behind.
