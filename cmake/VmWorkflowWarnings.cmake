@@ -9,6 +9,16 @@ if(VMWF_SANITIZE)
     add_link_options(-fsanitize=address,undefined)
 endif()
 
+if(VMWF_FUZZ)
+    if(NOT CMAKE_CXX_COMPILER_ID MATCHES "Clang")
+        message(FATAL_ERROR "VMWF_FUZZ needs clang (e.g. -DCMAKE_CXX_COMPILER=clang++-14)")
+    endif()
+    # Everything is instrumented for coverage; only the fuzz targets link libFuzzer's main().
+    add_compile_options(-fsanitize=fuzzer-no-link,address,undefined -fno-omit-frame-pointer
+                        -fno-sanitize-recover=undefined)
+    add_link_options(-fsanitize=address,undefined)
+endif()
+
 set(VMWF_CMAKE_DIR ${CMAKE_CURRENT_LIST_DIR})
 
 # Adds one Qt Test executable and registers it with CTest.

@@ -10,10 +10,12 @@ namespace {
 
 // How the stream marks a null string or byte array instead of giving a length.
 constexpr quint32 kNullLength = 0xffffffffu;
-// The byte after a date-time's clock time that says how to read it: with an offset from UTC, or
-// with a named time zone.
+// The byte after a date-time's clock time that says how to read it: in local time, in UTC, with
+// an offset from UTC, or with a named time zone. The stream reader keeps any other byte as it is,
+// and what it makes of one (a zone without a name among them) is nothing a peer may hand us.
+constexpr quint8 kLocalTime = 0;
+constexpr quint8 kUtc = 1;
 constexpr quint8 kOffsetFromUtc = 2;
-constexpr quint8 kTimeZone = 3;
 
 } // namespace
 
@@ -120,9 +122,12 @@ bool FrameScanner::SkipValue(int depth)
         if (!Skip(8 + 4) || m_left < 1)
             return false;
         const quint8 timeKind = quint8(*m_data);
-        if (!Skip(1) || timeKind == kTimeZone) // a zone would be looked up by a name the peer chose
+        // A named zone would be looked up by a name the peer chose: only the three plain kinds pass.
+        if (!Skip(1))
             return false;
-        return timeKind == kOffsetFromUtc ? Skip(4) : true;
+        if (timeKind == kOffsetFromUtc)
+            return Skip(4);
+        return timeKind == kLocalTime || timeKind == kUtc;
     }
     case QMetaType::QString:
         return SkipString();

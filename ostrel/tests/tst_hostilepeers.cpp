@@ -80,6 +80,20 @@ QByteArray TypeIdFrame(quint32 typeId)
     return FrameOfPayload(payload);
 }
 
+// A frame with one date-time value whose time-kind byte is kind (0 local, 1 UTC, 2 offset; any
+// other byte is none of them), written by hand as the stream would.
+QByteArray DateTimeFrame(quint8 kind)
+{
+    QByteArray payload;
+    QDataStream stream(&payload, QIODevice::WriteOnly);
+    stream.setVersion(QDataStream::Qt_6_0);
+    stream << QStringLiteral("DateMsg") << quint32(1) << QStringLiteral("K") << quint32(QMetaType::QDateTime)
+           << qint8(0) << qint64(2457000) << quint32(3600000) << kind;
+    if (kind == 2)
+        stream << qint32(7200);
+    return FrameOfPayload(payload);
+}
+
 QByteArray LengthOnly(quint32 length)
 {
     QByteArray prefix(4, '\0');
@@ -281,6 +295,35 @@ private slots:
         QVERIFY(WaitFor([&bad]() { return bad.ClosedByOtherEnd(); }, 10000));
         QCOMPARE(m_recorder.Count(QStringLiteral("DeepMsg")), 0);
         QVERIFY(OthersAreStillServed(QStringLiteral("StillHereMsg")));
+    }
+
+    void dateTimesOfUnknownKindCloseTheLink_data()
+    {
+        QTest::addColumn<int>("kind");
+        QTest::newRow("named zone") << 3;
+        // Bytes whose low bits say "named zone" were once taken for a zone without a name.
+        QTest::newRow("0x23") << 0x23;
+        QTest::newRow("0x07") << 0x07;
+        QTest::newRow("0xff") << 0xff;
+    }
+    void dateTimesOfUnknownKindCloseTheLink()
+    {
+        QFETCH(int, kind);
+        RawPeer bad(Hub()->GetEndpoint());
+        QVERIFY(bad.IsOpen());
+        bad.WriteAll(Hello(Self()) + DateTimeFrame(quint8(kind)));
+        QVERIFY(WaitFor([&bad]() { return bad.ClosedByOtherEnd(); }, 10000));
+        QCOMPARE(m_recorder.Count(QStringLiteral("DateMsg")), 0);
+        QVERIFY(OthersAreStillServed(QStringLiteral("StillHereMsg")));
+    }
+
+    void dateTimesOfTheThreePlainKindsArrive()
+    {
+        RawPeer peer(Hub()->GetEndpoint());
+        QVERIFY(peer.WriteAll(Hello(Self()) + DateTimeFrame(0) + DateTimeFrame(1) + DateTimeFrame(2)));
+        QVERIFY(WaitFor([this]() { return m_recorder.Count(QStringLiteral("DateMsg")) == 3; }, 10000));
+        QVERIFY(m_recorder.First(QStringLiteral("DateMsg")).value(QStringLiteral("K")).toDateTime().isValid());
+        QVERIFY(!peer.ClosedByOtherEnd());
     }
 
     void nestingWithinTheLimitArrives()

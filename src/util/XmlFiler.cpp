@@ -4,9 +4,13 @@
 #include "util/FileUtil.h"
 #include "util/XlfCatalog.h"
 
+#include <algorithm>
+
+#include <QDirIterator>
 #include <QFile>
 #include <QFileInfo>
 #include <QLoggingCategory>
+#include <QRegularExpression>
 #include <QSaveFile>
 #include <QTextStream>
 #include <QTimeZone>
@@ -54,6 +58,149 @@ bool DepthIsBounded(const QByteArray& markup)
     return true;
 }
 
+// A save killed between naming its new file and renaming it over the old one leaves the new file
+// behind under a temporary name: the file's name, a dot and six letters or digits. One that nobody
+// has written to for this long belongs to no save still going on.
+const qint64 kStaleTemporaryMs = 5000;
+
+bool IsTemporaryNameOf(const QString& name, const QString& prefix)
+{
+    if (name.size() != prefix.size() + 6 || !name.startsWith(prefix))
+        return false;
+    for (qsizetype i = prefix.size(); i < name.size(); ++i) {
+        const char16_t c = name.at(i).unicode();
+        if (!((c >= u'a' && c <= u'z') || (c >= u'A' && c <= u'Z') || (c >= u'0' && c <= u'9')))
+            return false;
+    }
+    return true;
+}
+
+// Removes what killed saves of path left behind, so that none stays for good.
+void RemoveStaleTemporaries(const QString& path)
+{
+    const QFileInfo target(path);
+    const QString prefix = target.fileName() + QLatin1Char('.');
+    const QDateTime now = QDateTime::currentDateTimeUtc();
+    QDirIterator it(target.absolutePath(), QDir::Files | QDir::Hidden | QDir::System);
+    while (it.hasNext()) {
+        it.next();
+        if (!IsTemporaryNameOf(it.fileName(), prefix))
+            continue;
+        const QFileInfo info = it.fileInfo();
+        if (info.isSymLink() || info.lastModified().toUTC().msecsTo(now) < kStaleTemporaryMs)
+            continue;
+        QFile::remove(info.filePath());
+    }
+}
+
+// Files are written in UTF-8 whatever the declaration they were read with says: an encoding the
+// writer does not know is written as UTF-8 all the same, and a declaration left naming it would
+// have every reader decode the new file wrongly. So the declaration says UTF-8 whenever it names
+// an encoding.
+void DeclareUtf8(QDomDocument& document)
+{
+    QDomProcessingInstruction declaration = document.firstChild().toProcessingInstruction();
+    if (declaration.isNull() || declaration.target() != QLatin1String("xml"))
+        return;
+    static const QRegularExpression encoding(QStringLiteral("(encoding\\s*=\\s*)(['\"])([^'\"]*)\\2"));
+    const QString data = declaration.data();
+    const QRegularExpressionMatch match = encoding.match(data);
+    if (!match.hasMatch() || match.captured(3).compare(QLatin1String("UTF-8"), Qt::CaseInsensitive) == 0)
+        return;
+    QString changed = data;
+    changed.replace(match.capturedStart(3), match.capturedLength(3), QStringLiteral("UTF-8"));
+    declaration.setData(changed);
+}
+
+// The writer ends every processing instruction with a line break, also inside an element, where
+// it joins the text that follows. Reading takes that one break off again, so that a file the
+// filer wrote reads as it was before, and text after an instruction does not grow by a line
+// with every save.
+void DropWrittenBreaksAfterInstructions(QDomDocument& document)
+{
+    QDomNode node = document.documentElement();
+    while (!node.isNull()) {
+        if (node.isProcessingInstruction()) {
+            QDomNode next = node.nextSibling();
+            if (next.isText() && !next.isCDATASection() && next.nodeValue().startsWith(QLatin1Char('\n'))) {
+                const QString rest = next.nodeValue().mid(1);
+                if (rest.isEmpty())
+                    node.parentNode().removeChild(next);
+                else
+                    next.setNodeValue(rest);
+            }
+        }
+        // Depth first without recursion: child, else next sibling, else up until a sibling.
+        if (node.hasChildNodes()) {
+            node = node.firstChild();
+            continue;
+        }
+        while (!node.isNull() && node.nextSibling().isNull())
+            node = node.parentNode().isElement() ? node.parentNode() : QDomNode();
+        if (!node.isNull())
+            node = node.nextSibling();
+    }
+}
+
+// Characters no XML file may hold (control characters other than tab, line feed and carriage
+// return; U+FFFE and U+FFFF). The reader lets some of them through, the writer writes them as they
+// are, and a file holding one can never be read again: they are dropped when a document is read
+// and before one is written.
+bool IsXmlCharacter(char16_t c)
+{
+    return c == u'\t' || c == u'\n' || c == u'\r' || (c >= 0x20 && c != 0xFFFE && c != 0xFFFF);
+}
+
+bool Clean(QString& text)
+{
+    const auto bad = [](QChar c) { return !IsXmlCharacter(c.unicode()); };
+    if (std::none_of(text.cbegin(), text.cend(), bad))
+        return false;
+    text.removeIf(bad);
+    return true;
+}
+
+void KeepOnlyXmlCharacters(QDomDocument& document)
+{
+    QList<QDomNode> doomed;
+    QDomNode node = document.firstChild();
+    while (!node.isNull()) {
+        if (node.isElement()) {
+            QDomElement element = node.toElement();
+            const QDomNamedNodeMap attributes = element.attributes();
+            for (int i = 0; i < attributes.count(); ++i) {
+                QDomAttr attribute = attributes.item(i).toAttr();
+                QString value = attribute.value();
+                if (Clean(value))
+                    attribute.setValue(value);
+            }
+        } else if (node.isProcessingInstruction()) {
+            QDomProcessingInstruction instruction = node.toProcessingInstruction();
+            QString target = instruction.target();
+            // A target cannot be renamed: an instruction no file may hold goes altogether.
+            if (Clean(target))
+                doomed.append(node);
+            QString data = instruction.data();
+            if (Clean(data))
+                instruction.setData(data);
+        } else if (node.isCharacterData()) {
+            QString value = node.nodeValue();
+            if (Clean(value))
+                node.setNodeValue(value);
+        }
+        if (node.hasChildNodes()) {
+            node = node.firstChild();
+            continue;
+        }
+        while (!node.isNull() && node.nextSibling().isNull())
+            node = node.parentNode().isElement() ? node.parentNode() : QDomNode();
+        if (!node.isNull())
+            node = node.nextSibling();
+    }
+    for (QDomNode& instruction : doomed)
+        instruction.parentNode().removeChild(instruction);
+}
+
 } // namespace
 
 XmlFiler::XmlFiler(bool translate)
@@ -94,6 +241,8 @@ bool XmlFiler::Open(const QString& path)
         return false;
     }
 
+    DropWrittenBreaksAfterInstructions(document);
+    KeepOnlyXmlCharacters(document);
     m_document = document;
     m_current = m_document.documentElement();
     m_savedPositions.clear();
@@ -125,11 +274,14 @@ bool XmlFiler::Save(const QString& path)
                                         .arg(path, file.errorString());
         return false;
     }
+    DeclareUtf8(m_document);
+    KeepOnlyXmlCharacters(m_document);
     QTextStream stream(&file);
     m_document.save(stream, kIndent);
     stream.flush();
     if (!file.commit())
         return false;
+    RemoveStaleTemporaries(path);
     // The new file takes the place of the old one with the old one's permissions.
     if (replacing)
         QFile::setPermissions(path, permissions);
@@ -151,11 +303,13 @@ void XmlFiler::EnsureXmlDeclaration()
         return;
     const QDomProcessingInstruction declaration =
         m_document.createProcessingInstruction(QStringLiteral("xml"), QStringLiteral("version=\"1.0\""));
-    const QDomElement root = m_document.documentElement();
-    if (root.isNull())
+    // The declaration opens the file: after a comment or an instruction that stands before the
+    // root, it would make the whole file unreadable.
+    const QDomNode first = m_document.firstChild();
+    if (first.isNull())
         m_document.appendChild(declaration);
     else
-        m_document.insertBefore(declaration, root);
+        m_document.insertBefore(declaration, first);
 }
 
 bool XmlFiler::GoToFirstChild()

@@ -401,6 +401,122 @@ private slots:
         QCOMPARE(ReadFile(Path(QStringLiteral("again.xml"))).count("<?xml"), 1);
     }
 
+    void declarationGoesBeforeWhatPrecedesTheRoot_data()
+    {
+        QTest::addColumn<QByteArray>("content");
+        QTest::newRow("comment") << QByteArray("<!-- kept --><Root A=\"1\"/>");
+        QTest::newRow("instruction") << QByteArray("<?xm0l version=\"1.0\"?>\n<Root A=\"1\"/>");
+        QTest::newRow("both") << QByteArray("<?pi x?><!-- c -->\n<Root A=\"1\"><B/></Root>");
+    }
+    void declarationGoesBeforeWhatPrecedesTheRoot()
+    {
+        // A file whose root has a comment or an instruction before it stays readable once saved.
+        QFETCH(QByteArray, content);
+        const QString path = Path(QStringLiteral("preceded.xml"));
+        QVERIFY(WriteFile(path, content));
+        XmlFiler filer(false);
+        QVERIFY(filer.Open(path));
+        filer.EnsureXmlDeclaration();
+        QVERIFY(filer.Save(path));
+        QVERIFY(ReadFile(path).startsWith("<?xml version=\"1.0\"?>"));
+        XmlFiler again(false);
+        QVERIFY(again.Open(path));
+        QCOMPARE(again.GetAttribute(QStringLiteral("A"), QString()), QStringLiteral("1"));
+        QCOMPARE(ReadFile(path).count("<?xml "), 1);
+    }
+
+    void savedFileDeclaresTheEncodingItIsWrittenIn_data()
+    {
+        QTest::addColumn<QByteArray>("content");
+        // An encoding the writer does not know: the file was once written in UTF-8 but still
+        // declared it, and read back as something else.
+        QTest::newRow("unknown") << QByteArray("<?xml version=\"1.0\" encoding=\"utf-7\"?>\n<Root>\n  \0\0\0>   </Root>\n", 63);
+        QTest::newRow("latin-1") << QByteArray("<?xml version='1.0' encoding='ISO-8859-1'?><Root>caf\xe9</Root>");
+        QTest::newRow("utf-8") << QByteArray("<?xml version=\"1.0\" encoding=\"utf-8\"?><Root>caf\xc3\xa9</Root>");
+    }
+    void savedFileDeclaresTheEncodingItIsWrittenIn()
+    {
+        QFETCH(QByteArray, content);
+        const QString path = Path(QStringLiteral("encoded.xml"));
+        QVERIFY(WriteFile(path, content));
+        XmlFiler filer(false);
+        QVERIFY(filer.Open(path));
+        const QString text = filer.GetText();
+        QVERIFY(filer.Save(path));
+        const QByteArray written = ReadFile(path).toLower();
+        QVERIFY(written.contains("encoding=\"utf-8\"") || written.contains("encoding='utf-8'"));
+        XmlFiler again(false);
+        QVERIFY(again.Open(path));
+        QCOMPARE(again.GetText(), text);
+        QCOMPARE(again.GetDocument().toString(4), filer.GetDocument().toString(4));
+    }
+
+    void textAfterAnInstructionStaysAsItIsOverSaves()
+    {
+        // The writer ends an instruction with a line break; text after one inside an element once
+        // grew by a line with every save.
+        const QString path = Path(QStringLiteral("instruction.xml"));
+        QVERIFY(WriteFile(path, "<W><S><?x?>\"n</S><T>a<?y data?>\nb</T></W>"));
+        QStringList texts;
+        QByteArray previous;
+        for (int round = 0; round < 3; ++round) {
+            XmlFiler filer(false);
+            QVERIFY(filer.Open(path));
+            QVERIFY(filer.GoToPath(QStringLiteral("S")));
+            const QDomNode afterFirst = filer.GetCurrentElement().firstChild().nextSibling();
+            texts << afterFirst.nodeValue();
+            QVERIFY(filer.Save(path));
+            if (round > 0)
+                QCOMPARE(ReadFile(path), previous);
+            previous = ReadFile(path);
+        }
+        QCOMPARE(texts, (QStringList{QStringLiteral("\"n"), QStringLiteral("\"n"), QStringLiteral("\"n")}));
+    }
+
+    void charactersNoFileMayHoldAreNeverWritten()
+    {
+        // An instruction's data and an attribute set through the filer with control characters
+        // once made a file that could not be read again.
+        const QString path = Path(QStringLiteral("control.xml"));
+        QVERIFY(WriteFile(path, QByteArray("<?m\x01\x00s?><Root/>", 15)));
+        XmlFiler filer(false);
+        QVERIFY(filer.Open(path));
+        QVERIFY(filer.SetAttribute(QStringLiteral("A"), QStringLiteral("a") + QChar(0x1) + QStringLiteral("b\tc")));
+        QVERIFY(filer.Save(path));
+        XmlFiler again(false);
+        QVERIFY(again.Open(path));
+        QCOMPARE(again.GetAttribute(QStringLiteral("A"), QString()), QStringLiteral("ab\tc"));
+        QCOMPARE(again.GetDocument().toString(4), filer.GetDocument().toString(4));
+    }
+
+    void saveRemovesWhatKilledSavesLeftBehind()
+    {
+        // A save killed between naming its new file and renaming it leaves that file behind.
+        QTemporaryDir dir;
+        QVERIFY(dir.isValid());
+        const QString path = dir.filePath(QStringLiteral("kept.xml"));
+        const QStringList names{QStringLiteral("kept.xml.Ab3xYz"), QStringLiteral("kept.xml.fresh1"),
+                                QStringLiteral("kept.xml.longer7"), QStringLiteral("other.xml.Ab3xYz"),
+                                QStringLiteral("kept.xml.ab-xyz")};
+        for (const QString& name : names)
+            QVERIFY(WriteFile(dir.filePath(name), "<Half"));
+        const QDateTime old = QDateTime::currentDateTimeUtc().addSecs(-60);
+        for (const QString& name : {names.at(0), names.at(2), names.at(3), names.at(4)}) {
+            QFile file(dir.filePath(name));
+            QVERIFY(file.open(QIODevice::ReadWrite));
+            QVERIFY(file.setFileTime(old, QFileDevice::FileModificationTime));
+        }
+        XmlFiler filer(false);
+        filer.Create(QStringLiteral("Root"));
+        QVERIFY(filer.Save(path));
+        QStringList left = QDir(dir.path()).entryList(QDir::Files | QDir::Hidden);
+        left.sort();
+        // Only the stale one of this file's own pattern goes; one still being written stays.
+        QCOMPARE(left, (QStringList{QStringLiteral("kept.xml"), QStringLiteral("kept.xml.ab-xyz"),
+                                    QStringLiteral("kept.xml.fresh1"), QStringLiteral("kept.xml.longer7"),
+                                    QStringLiteral("other.xml.Ab3xYz")}));
+    }
+
     void saveWithoutDocumentFailsAndCreatesNothing()
     {
         XmlFiler filer;

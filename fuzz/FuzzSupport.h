@@ -1,0 +1,54 @@
+#pragma once
+
+// What every fuzz target shares: a private folder for the files it feeds to the readers, a way
+// to put an input there, and the check that turns a broken property into a crash libFuzzer keeps.
+
+#include <QByteArray>
+#include <QDir>
+#include <QFile>
+#include <QString>
+#include <QTemporaryDir>
+
+#include <cstddef>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+
+namespace VmWorkflowFuzz {
+
+inline void Check(bool condition)
+{
+    if (!condition)
+        std::abort();
+}
+
+// One folder per fuzzing process, removed when it exits.
+inline const QString& Folder()
+{
+    static QTemporaryDir dir(QDir::tempPath() + QStringLiteral("/vmwf-fuzz-XXXXXX"));
+    static const QString path = dir.path();
+    Check(dir.isValid());
+    return path;
+}
+
+// Writes the bytes to path through a new file renamed over the old one, so that every input is a
+// file of its own (a new inode) and no cache keyed on a file's identity can take it for the last.
+inline bool PutFile(const QString& path, const QByteArray& bytes)
+{
+    const QString spare = path + QStringLiteral(".new");
+    {
+        QFile file(spare);
+        if (!file.open(QIODevice::WriteOnly | QIODevice::Truncate))
+            return false;
+        if (file.write(bytes) != bytes.size())
+            return false;
+    }
+    return ::rename(QFile::encodeName(spare).constData(), QFile::encodeName(path).constData()) == 0;
+}
+
+inline QByteArray Bytes(const uint8_t* data, size_t size)
+{
+    return QByteArray(reinterpret_cast<const char*>(data), static_cast<qsizetype>(size));
+}
+
+} // namespace VmWorkflowFuzz
