@@ -13,9 +13,11 @@
 #include <memory>
 #include <vector>
 
-namespace Velmora::WorkflowCore {
+namespace Velmora::WorkflowCore
+{
 
-namespace {
+namespace
+{
 
 const int kIndent = 4;
 // The filer refuses files nested deeper than this; so do the streaming readers.
@@ -54,7 +56,8 @@ const std::array<QString, WorkflowAttributeCount>& AttributeNames()
 
 int AttributeIndex(QStringView name)
 {
-    static const QHash<QString, int> indexes = [] {
+    static const QHash<QString, int> indexes = []
+    {
         QHash<QString, int> result;
         for (int i = 0; i < WorkflowAttributeCount; ++i)
             result.insert(AttributeNames()[i], i);
@@ -78,13 +81,38 @@ bool IsDroppedText(const QXmlStreamReader& reader)
     return true;
 }
 
+// The filer drops, on reading, every character no XML file may hold and the one line break its
+// writer puts after a processing instruction. Both are rare in a workflow file; a file with either
+// is read through the document, which applies them exactly, rather than following them here.
+bool HoldsDroppedCharacter(QStringView text)
+{
+    for (const QChar c : text)
+    {
+        const char16_t u = c.unicode();
+        if (!(u == u'\t' || u == u'\n' || u == u'\r' || (u >= 0x20 && u != 0xFFFE && u != 0xFFFF)))
+            return true;
+    }
+    return false;
+}
+
+bool AttributesHoldDroppedCharacter(const QXmlStreamAttributes& attributes)
+{
+    for (const QXmlStreamAttribute& attribute : attributes)
+    {
+        if (HoldsDroppedCharacter(attribute.value()))
+            return true;
+    }
+    return false;
+}
+
 // Escapes a text the way the document writer does: in attribute values the quote and the
 // line-end and tab characters too; a ">" only where it would close a character-data section.
 void AppendEncoded(QString& out, QStringView text, bool attribute)
 {
     qsizetype start = 0;
     const qsizetype length = text.size();
-    const auto flush = [&](qsizetype at, QLatin1String replacement) {
+    const auto flush = [&](qsizetype at, QLatin1String replacement)
+    {
         out.append(text.mid(start, at - start));
         out.append(replacement);
         start = at + 1;
@@ -132,11 +160,7 @@ void AppendEncoded(QString& out, QStringView text, bool attribute)
 class InnerXmlWriter
 {
 public:
-    explicit InnerXmlWriter(QString& out)
-        : m_out(out)
-    {
-        m_frames.emplace_back();
-    }
+    explicit InnerXmlWriter(QString& out) : m_out(out) { m_frames.emplace_back(); }
 
     void Text(QStringView text, bool characterData)
     {
@@ -163,16 +187,6 @@ public:
         m_out += text;
         m_out += QLatin1String("-->");
         m_frames.back().lineEndDue = true;
-    }
-
-    void ProcessingInstruction(QStringView target, QStringView data)
-    {
-        BeginChild(false);
-        m_out += QLatin1String("<?");
-        m_out += target;
-        m_out += QLatin1Char(' ');
-        m_out += data;
-        m_out += QLatin1String("?>\n");
     }
 
     void Start(QStringView name, const QXmlStreamAttributes& attributes)
@@ -350,10 +364,7 @@ bool FilerFindsDepthBounded(const QByteArray& bytes)
 class DepthBound
 {
 public:
-    explicit DepthBound(const QByteArray& bytes)
-        : m_bytes(bytes)
-    {
-    }
+    explicit DepthBound(const QByteArray& bytes) : m_bytes(bytes) {}
     bool Allows(int depth)
     {
         if (depth <= kMaxDepth || m_bounded)
@@ -407,12 +418,13 @@ StreamReadResult ParseWorkflowFile(const QByteArray& bytes, const QString& first
     WorkflowElementData* element = nullptr; // the root child being read, when it is kept
     int introductionDepth = 0;              // depth of the Introduction being read, 0 when none
     bool introductionFirstSeen = false;
-    int settingsDepth = 0;                  // depth of the Settings being written, 0 when none
+    int settingsDepth = 0; // depth of the Settings being written, 0 when none
     QString settings;
     std::unique_ptr<InnerXmlWriter> writer;
 
     // A node directly inside the Introduction being read: only its first one counts.
-    const auto introductionNode = [&](int nodeDepth, bool isText, QStringView text) {
+    const auto introductionNode = [&](int nodeDepth, bool isText, QStringView text)
+    {
         if (introductionDepth == 0 || nodeDepth != introductionDepth + 1 || introductionFirstSeen)
             return;
         introductionFirstSeen = true;
@@ -428,6 +440,8 @@ StreamReadResult ParseWorkflowFile(const QByteArray& bytes, const QString& first
         {
             if (!bound.Allows(++depth))
                 return StreamReadResult::Unreadable;
+            if (AttributesHoldDroppedCharacter(reader.attributes()))
+                return StreamReadResult::NeedsDocument;
             const QStringView name = reader.qualifiedName();
             if (settingsDepth > 0)
             {
@@ -507,6 +521,8 @@ StreamReadResult ParseWorkflowFile(const QByteArray& bytes, const QString& first
             --depth;
             break;
         case QXmlStreamReader::Characters:
+            if (HoldsDroppedCharacter(reader.text()))
+                return StreamReadResult::NeedsDocument;
             if (IsDroppedText(reader))
                 break;
             if (settingsDepth > 0)
@@ -515,17 +531,18 @@ StreamReadResult ParseWorkflowFile(const QByteArray& bytes, const QString& first
                 introductionNode(depth + 1, true, reader.text());
             break;
         case QXmlStreamReader::Comment:
+            if (HoldsDroppedCharacter(reader.text()))
+                return StreamReadResult::NeedsDocument;
             if (settingsDepth > 0)
                 writer->Comment(reader.text());
             else
                 introductionNode(depth + 1, false, QStringView());
             break;
         case QXmlStreamReader::ProcessingInstruction:
-            if (settingsDepth > 0)
-                writer->ProcessingInstruction(reader.processingInstructionTarget(),
-                                              reader.processingInstructionData());
-            else
-                introductionNode(depth + 1, false, QStringView());
+            // Inside the document element the text after an instruction loses a line break.
+            if (depth > 0 || HoldsDroppedCharacter(reader.processingInstructionTarget()) ||
+                HoldsDroppedCharacter(reader.processingInstructionData()))
+                return StreamReadResult::NeedsDocument;
             break;
         case QXmlStreamReader::DTD:
         case QXmlStreamReader::EntityReference:
@@ -541,7 +558,8 @@ StreamReadResult ParseWorkflowFile(const QByteArray& bytes, const QString& first
     return StreamReadResult::Read;
 }
 
-StreamReadResult ReadWorkflowFileFromDocument(const QString& path, const QString& firstTag, WorkflowFileData& data)
+StreamReadResult ReadWorkflowFileFromDocument(const QString& path, const QString& firstTag,
+                                              WorkflowFileData& data)
 {
     XmlFiler filer(false);
     if (!filer.Open(path))
@@ -599,18 +617,20 @@ StreamReadResult ReadWorkflowFileData(const QString& path, const QString& firstT
     return result;
 }
 
-StreamReadResult ParseElementRun(const QByteArray& bytes, const QString& absolutePath, const AttributeVisitor& visitor)
+StreamReadResult ParseElementRun(const QByteArray& bytes, const QString& absolutePath,
+                                 const AttributeVisitor& visitor)
 {
     QXmlStreamReader reader(bytes);
     reader.setNamespaceProcessing(false);
     DepthBound bound(bytes);
     QStringList pieces = PathPieces(absolutePath);
     int depth = 0;
-    int matched = 0;      // pieces matched by elements still open, below the document element
+    int matched = 0; // pieces matched by elements still open, below the document element
     bool runStarted = false;
     bool finished = false;
     QList<std::pair<QString, QString>> attributes;
-    const auto visit = [&] {
+    const auto visit = [&]
+    {
         attributes.clear();
         for (const QXmlStreamAttribute& attribute : reader.attributes())
             attributes.append({attribute.qualifiedName().toString(), attribute.value().toString()});
@@ -627,6 +647,8 @@ StreamReadResult ParseElementRun(const QByteArray& bytes, const QString& absolut
                 return StreamReadResult::Unreadable;
             if (finished)
                 break;
+            if (AttributesHoldDroppedCharacter(reader.attributes()))
+                return StreamReadResult::NeedsDocument;
             const QStringView name = reader.qualifiedName();
             if (depth == 1)
             {

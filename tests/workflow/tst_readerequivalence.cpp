@@ -28,7 +28,8 @@
 using namespace Velmora::WorkflowCore;
 using namespace VmWorkflowTest;
 
-namespace {
+namespace
+{
 
 const QString kLocale = QStringLiteral("en-US");
 
@@ -43,7 +44,8 @@ QString Shown(const QString& text)
     shown.replace(QLatin1Char('\n'), QLatin1String("\\n"));
     shown.replace(QLatin1Char('\r'), QLatin1String("\\r"));
     shown.replace(QLatin1Char('\t'), QLatin1String("\\t"));
-    return QLatin1Char('[') + (text.size() > 400 ? shown.left(400) + QLatin1String("...") : shown) + QLatin1Char(']');
+    return QLatin1Char('[') + (text.size() > 400 ? shown.left(400) + QLatin1String("...") : shown) +
+           QLatin1Char(']');
 }
 
 // The first difference between two texts, with a little context.
@@ -77,7 +79,9 @@ QString DataDifference(const WorkflowFileData& a, const WorkflowFileData& b)
         {
             const auto attribute = static_cast<WorkflowAttribute>(k);
             if (x.Has(attribute) != y.Has(attribute) || x.Value(attribute) != y.Value(attribute))
-                return where + TextDifference(WorkflowAttributeName(attribute), x.Value(attribute), y.Value(attribute)) +
+                return where +
+                       TextDifference(WorkflowAttributeName(attribute), x.Value(attribute),
+                                      y.Value(attribute)) +
                        QStringLiteral(" present %1/%2").arg(x.Has(attribute)).arg(y.Has(attribute));
         }
         if (x.hasIntroduction != y.hasIntroduction || x.introduction.isNull() != y.introduction.isNull())
@@ -94,7 +98,8 @@ QString DataDifference(const WorkflowFileData& a, const WorkflowFileData& b)
 
 QString DateText(const QDateTime& date)
 {
-    return date.isValid() ? date.toString(Qt::ISODateWithMs) + QLatin1Char('/') + QString::number(date.toMSecsSinceEpoch())
+    return date.isValid() ? date.toString(Qt::ISODateWithMs) + QLatin1Char('/') +
+                                QString::number(date.toMSecsSinceEpoch())
                           : QStringLiteral("invalid");
 }
 
@@ -161,19 +166,20 @@ struct QuietRecord
 class Generator
 {
 public:
-    explicit Generator(quint32 seed)
-        : m_random(seed)
-    {
-    }
+    explicit Generator(quint32 seed) : m_random(seed) {}
 
     int Pick(int count) { return static_cast<int>(m_random.bounded(count)); }
     bool Chance(int percent) { return Pick(100) < percent; }
-    template <typename T> const T& OneOf(const QList<T>& list) { return list.at(Pick(static_cast<int>(list.size()))); }
+    template <typename T> const T& OneOf(const QList<T>& list)
+    {
+        return list.at(Pick(static_cast<int>(list.size())));
+    }
 
     // Translatable texts; the catalogue written beside the files translates some of them.
     static QList<QByteArray> TranslatableTexts()
     {
-        return {"tr(Alpha)", "  tr( Beta )  ", "tr(Gamma &amp; Delta)", "tr(Untranslated)", "tr(Id_T0)", "tr(Id_T1)"};
+        return {"tr(Alpha)",        "  tr( Beta )  ", "tr(Gamma &amp; Delta)",
+                "tr(Untranslated)", "tr(Id_T0)",      "tr(Id_T1)"};
     }
 
     QByteArray Blank()
@@ -185,11 +191,44 @@ public:
     // Character data as it is written in a file: entities, character references and all.
     QByteArray TextPiece()
     {
-        static const QList<QByteArray> pieces = {
-            "plain", "two words", "&amp;", "&lt;", "&gt;", "&quot;", "&apos;", "'", "\"", ">", "]]&gt;", "]]>",
-            "&#x41;", "&#65;", "&#9;", "&#10;", "&#13;", "&#32;", "&#160;", "&#xA0;", "&#x85;", "&#x2003;",
-            "&#x2028;", "&#x3000;", "&#x1F600;", "\xC3\xA9t\xC3\xA9", "\xE2\x82\xAC", " ", "  ", "\t", "\n",
-            "\r\n", "\r", "tr(Alpha)", "tr(Untranslated)", "a]b", "]]", "x]]"};
+        static const QList<QByteArray> pieces = {"plain",
+                                                 "two words",
+                                                 "&amp;",
+                                                 "&lt;",
+                                                 "&gt;",
+                                                 "&quot;",
+                                                 "&apos;",
+                                                 "'",
+                                                 "\"",
+                                                 ">",
+                                                 "]]&gt;",
+                                                 "]]>",
+                                                 "&#x41;",
+                                                 "&#65;",
+                                                 "&#9;",
+                                                 "&#10;",
+                                                 "&#13;",
+                                                 "&#32;",
+                                                 "&#160;",
+                                                 "&#xA0;",
+                                                 "&#x85;",
+                                                 "&#x2003;",
+                                                 "&#x2028;",
+                                                 "&#x3000;",
+                                                 "&#x1F600;",
+                                                 "\xC3\xA9t\xC3\xA9",
+                                                 "\xE2\x82\xAC",
+                                                 " ",
+                                                 "  ",
+                                                 "\t",
+                                                 "\n",
+                                                 "\r\n",
+                                                 "\r",
+                                                 "tr(Alpha)",
+                                                 "tr(Untranslated)",
+                                                 "a]b",
+                                                 "]]",
+                                                 "x]]"};
         return OneOf(pieces);
     }
 
@@ -223,14 +262,16 @@ public:
 
     QByteArray Attribute(const QByteArray& name, const QByteArray& value, char quote)
     {
-        return " " + name + Blank().replace("\r", "") + "=" + QByteArray(1, quote) + value + QByteArray(1, quote);
+        return " " + name + Blank().replace("\r", "") + "=" + QByteArray(1, quote) + value +
+               QByteArray(1, quote);
     }
 
     // Attributes drawn from a small pool of names, so that element shapes repeat and differ.
     QByteArray Attributes(int count)
     {
-        static const QList<QByteArray> names = {"a", "b", "Name", "Key", "Value", "Order", "z", "id", "Kind",
-                                                "p:q", "xmlns:p", "xml:lang", "Action", "Long_Name-1", "x.y"};
+        static const QList<QByteArray> names = {"a",       "b",        "Name",   "Key",         "Value",
+                                                "Order",   "z",        "id",     "Kind",        "p:q",
+                                                "xmlns:p", "xml:lang", "Action", "Long_Name-1", "x.y"};
         QByteArray result;
         QList<QByteArray> used;
         for (int i = 0; i < count; ++i)
@@ -247,7 +288,8 @@ public:
 
     QByteArray Comment()
     {
-        static const QList<QByteArray> comments = {"", " comment ", "-a-b-", "x", " <tag> &amp; ", "\n multi\n line\n"};
+        static const QList<QByteArray> comments = {"",  " comment ",     "-a-b-",
+                                                   "x", " <tag> &amp; ", "\n multi\n line\n"};
         QByteArray text = OneOf(comments);
         if (text.startsWith('-'))
             text = " " + text;
@@ -265,16 +307,19 @@ public:
 
     QByteArray CharacterData()
     {
-        static const QList<QByteArray> sections = {"<![CDATA[]]>", "<![CDATA[ ]]>", "<![CDATA[x < y & z]]>",
-                                                   "<![CDATA[tr(Alpha)]]>", "<![CDATA[]]]]><![CDATA[>]]>",
+        static const QList<QByteArray> sections = {"<![CDATA[]]>",
+                                                   "<![CDATA[ ]]>",
+                                                   "<![CDATA[x < y & z]]>",
+                                                   "<![CDATA[tr(Alpha)]]>",
+                                                   "<![CDATA[]]]]><![CDATA[>]]>",
                                                    "<![CDATA[\n  two\n  lines\n]]>"};
         return OneOf(sections);
     }
 
     QByteArray ElementName()
     {
-        static const QList<QByteArray> names = {"Step", "Argument", "a", "B", "p:Elem", "Settings", "Introduction",
-                                                "Workflow", "x-y.z", "_u"};
+        static const QList<QByteArray> names = {"Step",     "Argument",     "a",        "B",     "p:Elem",
+                                                "Settings", "Introduction", "Workflow", "x-y.z", "_u"};
         return OneOf(names);
     }
 
@@ -312,8 +357,8 @@ public:
                 else if (Chance(20))
                     content += "<" + name + attributes + "></" + name + ">";
                 else
-                    content += "<" + name + attributes + ">" + Content(depth > 0 ? depth - 1 : 0, budget / 2 + 1) +
-                               "</" + name + ">";
+                    content += "<" + name + attributes + ">" +
+                               Content(depth > 0 ? depth - 1 : 0, budget / 2 + 1) + "</" + name + ">";
                 break;
             }
             default:
@@ -326,17 +371,42 @@ public:
 
     QByteArray KnownAttributes()
     {
-        static const QList<QByteArray> names = {
-            "Plugin", "IsTemplate", "IsReadOnly", "TemplateId", "Id", "HelpId", "Name", "Description", "Tooltip",
-            "Tag", "Keywords", "UIFile", "PrimaryProduct", "TargetProduct", "RequiredProducts",
-            "RequiredProductsDisplayText", "CreatedDate", "LastModifiedDate", "TemplateImage", "ModifiedImage",
-            "Unknown", "p:Id", "id"};
-        static const QList<QByteArray> flags = {"True", "False", "TRUE", "false", "1", "0", "2", "yes", "", " 1",
-                                                "18446744073709551616"};
-        static const QList<QByteArray> dates = {"2015-10-01T09:00:00", "2020-02-29T23:59:59", "2015-10-01T09:00:00Z",
-                                                "2015-10-01T09:00:00+02:00", "2015-10-01", "garbage", "",
-                                                "2021-03-28T02:30:00", "1969-12-31T23:59:59"};
-        static const QList<QByteArray> ids = {"Id_T0", "Id_T1", "id_t0", "Id_U0", "Id_U1", "", "tr(Id_T0)", "Id_T2"};
+        static const QList<QByteArray> names = {"Plugin",
+                                                "IsTemplate",
+                                                "IsReadOnly",
+                                                "TemplateId",
+                                                "Id",
+                                                "HelpId",
+                                                "Name",
+                                                "Description",
+                                                "Tooltip",
+                                                "Tag",
+                                                "Keywords",
+                                                "UIFile",
+                                                "PrimaryProduct",
+                                                "TargetProduct",
+                                                "RequiredProducts",
+                                                "RequiredProductsDisplayText",
+                                                "CreatedDate",
+                                                "LastModifiedDate",
+                                                "TemplateImage",
+                                                "ModifiedImage",
+                                                "Unknown",
+                                                "p:Id",
+                                                "id"};
+        static const QList<QByteArray> flags = {
+            "True", "False", "TRUE", "false", "1", "0", "2", "yes", "", " 1", "18446744073709551616"};
+        static const QList<QByteArray> dates = {"2015-10-01T09:00:00",
+                                                "2020-02-29T23:59:59",
+                                                "2015-10-01T09:00:00Z",
+                                                "2015-10-01T09:00:00+02:00",
+                                                "2015-10-01",
+                                                "garbage",
+                                                "",
+                                                "2021-03-28T02:30:00",
+                                                "1969-12-31T23:59:59"};
+        static const QList<QByteArray> ids = {"Id_T0", "Id_T1", "id_t0",     "Id_U0",
+                                              "Id_U1", "",      "tr(Id_T0)", "Id_T2"};
         QByteArray result;
         QList<QByteArray> used;
         const int count = Pick(12);
@@ -434,7 +504,8 @@ public:
             document += Blank();
             if (Chance(10))
                 document += Comment();
-            const QByteArray tag = Chance(85) ? QByteArray("Workflow") : OneOf(QList<QByteArray>{"Other", "p:Workflow"});
+            const QByteArray tag =
+                Chance(85) ? QByteArray("Workflow") : OneOf(QList<QByteArray>{"Other", "p:Workflow"});
             QByteArray children = WorkflowChildren();
             if (withEntities)
                 children += "<Settings>&e;<A>&m;</A></Settings>";
@@ -500,13 +571,14 @@ public:
                 const QByteArray tag = Chance(90) ? QByteArray("Workflow") : QByteArray("Other");
                 QByteArray attributes;
                 if (Chance(95))
-                    attributes += Attribute("Id", OneOf(QList<QByteArray>{"Id_0", "Id_1", "id_1", "Id_2", "", "Id_&amp;"}),
-                                            '"');
+                    attributes += Attribute(
+                        "Id", OneOf(QList<QByteArray>{"Id_0", "Id_1", "id_1", "Id_2", "", "Id_&amp;"}), '"');
                 attributes += Attributes(Pick(5));
                 if (Chance(50))
-                    attributes += Attribute("ShowIntroductionOnExecute", OneOf(QList<QByteArray>{"True", "false", ""}),
-                                            '"');
-                document += Blank() + "<" + tag + attributes + (Chance(50) ? "/>" : ">" + Content(1, 2) + "</" + tag + ">");
+                    attributes += Attribute("ShowIntroductionOnExecute",
+                                            OneOf(QList<QByteArray>{"True", "false", ""}), '"');
+                document += Blank() + "<" + tag + attributes +
+                            (Chance(50) ? "/>" : ">" + Content(1, 2) + "</" + tag + ">");
             }
             document += "</Workflows>";
         }
@@ -520,7 +592,8 @@ private:
 
 quint32 Seed()
 {
-    static const quint32 seed = [] {
+    static const quint32 seed = []
+    {
         bool ok = false;
         const quint32 fromEnvironment = qEnvironmentVariable("VMWF_READER_SEED").toUInt(&ok);
         return ok ? fromEnvironment : 20261123u;
@@ -584,9 +657,9 @@ private:
             const StreamReadResult reference = ReadWorkflowFileFromDocument(path, firstTag, document);
             QVERIFY2(read != StreamReadResult::NeedsDocument, qPrintable(path));
             QVERIFY2(read == reference, qPrintable(QStringLiteral("%1: streamed %2, document %3")
-                                                        .arg(path)
-                                                        .arg(int(read))
-                                                        .arg(int(reference))));
+                                                       .arg(path)
+                                                       .arg(int(read))
+                                                       .arg(int(reference))));
             if (read != StreamReadResult::Read)
                 continue;
             const QString difference = DataDifference(streamed, document);
@@ -621,7 +694,8 @@ private:
             const bool reference = LoadWorkflowFromDocument(*document.workflow.GetImp(), path, id);
             QVERIFY2(loaded == reference, qPrintable(QStringLiteral("%1 id %2").arg(path, id)));
             const QString difference = FieldsDifference(streamed.Fields(), document.Fields());
-            QVERIFY2(difference.isEmpty(), qPrintable(QStringLiteral("%1 id %2: %3").arg(path, id, difference)));
+            QVERIFY2(difference.isEmpty(),
+                     qPrintable(QStringLiteral("%1 id %2: %3").arg(path, id, difference)));
             m_loads += loaded ? 1 : 0;
         }
 
@@ -662,34 +736,46 @@ private slots:
     {
         QTest::addColumn<QByteArray>("settings");
         QTest::addColumn<QString>("expected");
+        // An instruction inside the document sends the file to the document reader.
+        QTest::addColumn<bool>("streams");
         QTest::newRow("elements") << QByteArray("<A/><B><C/></B>")
-                                  << QStringLiteral("    <A/>\n    <B>\n        <C/>\n    </B>\n");
-        QTest::newRow("text escapes") << QByteArray("<A>x &amp; &lt; &gt; ]]&gt; \" '&#13;</A>")
-                                      << QStringLiteral("    <A>x &amp; &lt; > ]]&gt; \" '&#xd;</A>\n");
-        QTest::newRow("attribute escapes") << QByteArray("<A v=\"&quot;&lt;&gt;&amp;'&#9;&#10;&#13;]]>\"/>")
-                                           << QStringLiteral("    <A v=\"&quot;&lt;>&amp;'&#x9;&#xa;&#xd;]]&gt;\"/>\n");
+                                  << QStringLiteral("    <A/>\n    <B>\n        <C/>\n    </B>\n") << true;
+        QTest::newRow("text escapes")
+            << QByteArray("<A>x &amp; &lt; &gt; ]]&gt; \" '&#13;</A>")
+            << QStringLiteral("    <A>x &amp; &lt; > ]]&gt; \" '&#xd;</A>\n") << true;
+        QTest::newRow("attribute escapes")
+            << QByteArray("<A v=\"&quot;&lt;&gt;&amp;'&#9;&#10;&#13;]]>\"/>")
+            << QStringLiteral("    <A v=\"&quot;&lt;>&amp;'&#x9;&#xa;&#xd;]]&gt;\"/>\n") << true;
         QTest::newRow("blank text dropped") << QByteArray("<A>  </A><B>&#160;</B><C>&#32;x</C>")
-                                            << QStringLiteral("    <A/>\n    <B/>\n    <C> x</C>\n");
+                                            << QStringLiteral("    <A/>\n    <B/>\n    <C> x</C>\n") << true;
         QTest::newRow("mixed") << QByteArray("t<A/>u<!--c-->v<?p d?>w")
-                               << QStringLiteral("t<A/>u<!--c-->v<?p d?>\nw");
-        QTest::newRow("comment and instruction") << QByteArray("<!--c--><?p?><A><!--d--></A>")
-                                                 << QStringLiteral("    <!--c-->\n<?p ?>\n    <A>\n        <!--d-->\n    </A>\n");
-        QTest::newRow("character data") << QByteArray("<A><![CDATA[ ]]></A><![CDATA[x]]><B>a<![CDATA[b]]></B>")
-                                        << QStringLiteral("    <A><![CDATA[ ]]></A><![CDATA[x]]><B>a<![CDATA[b]]></B>\n");
-        QTest::newRow("prefixes as written") << QByteArray("<p:A xmlns:p=\"u\"/>")
-                                             << QStringLiteral("    <p:A xmlns:p=\"u\"/>\n");
+                               << QStringLiteral("t<A/>u<!--c-->v<?p d?>\nw") << false;
+        QTest::newRow("comment and instruction")
+            << QByteArray("<!--c--><?p?><A><!--d--></A>")
+            << QStringLiteral("    <!--c-->\n<?p ?>\n    <A>\n        <!--d-->\n    </A>\n") << false;
+        QTest::newRow("character data")
+            << QByteArray("<A><![CDATA[ ]]></A><![CDATA[x]]><B>a<![CDATA[b]]></B>")
+            << QStringLiteral("    <A><![CDATA[ ]]></A><![CDATA[x]]><B>a<![CDATA[b]]></B>\n") << true;
+        QTest::newRow("prefixes as written")
+            << QByteArray("<p:A xmlns:p=\"u\"/>") << QStringLiteral("    <p:A xmlns:p=\"u\"/>\n") << true;
     }
 
     void knownConstructs()
     {
         QFETCH(QByteArray, settings);
         QFETCH(QString, expected);
-        const QString path = Path(QStringLiteral("known/%1.workflow").arg(QString::fromLatin1(QTest::currentDataTag())));
-        QVERIFY(WriteFile(path, WorkflowDocument(WorkflowElement(R"(Id="Known")", "<Settings>" + settings + "</Settings>"))));
+        QFETCH(bool, streams);
+        const QString path =
+            Path(QStringLiteral("known/%1.workflow").arg(QString::fromLatin1(QTest::currentDataTag())));
+        QVERIFY(WriteFile(path, WorkflowDocument(WorkflowElement(R"(Id="Known")",
+                                                                 "<Settings>" + settings + "</Settings>"))));
         WorkflowFileData streamed;
-        QCOMPARE(ParseWorkflowFile(ReadFile(path), QString(), streamed), StreamReadResult::Read);
-        QCOMPARE(streamed.elements.size(), 1);
-        QCOMPARE(streamed.elements.at(0).settings, expected);
+        QCOMPARE(ParseWorkflowFile(ReadFile(path), QString(), streamed),
+                 streams ? StreamReadResult::Read : StreamReadResult::NeedsDocument);
+        WorkflowFileData read;
+        QCOMPARE(ReadWorkflowFileData(path, QString(), read, {}), StreamReadResult::Read);
+        QCOMPARE(read.elements.size(), 1);
+        QCOMPARE(read.elements.at(0).settings, expected);
         CompareFile(path);
     }
 
@@ -698,17 +784,20 @@ private slots:
     {
         QByteArray settings;
         for (int i = 0; i < 40; ++i)
-            settings += "<E k" + QByteArray::number(i) + "=\"1\" b=\"2\" a=\"3\" Name=\"4\" zz=\"5\" Key=\"6\"/>";
+            settings +=
+                "<E k" + QByteArray::number(i) + "=\"1\" b=\"2\" a=\"3\" Name=\"4\" zz=\"5\" Key=\"6\"/>";
         const QString path = Path(QStringLiteral("order.workflow"));
-        QVERIFY(WriteFile(path, WorkflowDocument(WorkflowElement(R"(Id="Order")", "<Settings>" + settings + "</Settings>"))));
+        QVERIFY(WriteFile(path, WorkflowDocument(WorkflowElement(R"(Id="Order")",
+                                                                 "<Settings>" + settings + "</Settings>"))));
         CompareFile(path);
     }
 
     void documentTypes()
     {
         const QString path = Path(QStringLiteral("doctype.workflow"));
-        QVERIFY(WriteFile(path, "<!DOCTYPE Workflows [<!ENTITY e \"x<B/>y\">]><Workflows><Workflow Id=\"D\" Name=\"&e;\">"
-                                "<Settings>&e;</Settings></Workflow></Workflows>"));
+        QVERIFY(WriteFile(
+            path, "<!DOCTYPE Workflows [<!ENTITY e \"x<B/>y\">]><Workflows><Workflow Id=\"D\" Name=\"&e;\">"
+                  "<Settings>&e;</Settings></Workflow></Workflows>"));
         WorkflowFileData data;
         QCOMPARE(ParseWorkflowFile(ReadFile(path), QString(), data), StreamReadResult::NeedsDocument);
         QCOMPARE(ReadWorkflowFileData(path, QString(), data), StreamReadResult::Read);
@@ -725,7 +814,8 @@ private slots:
         QTest::newRow("trailing element") << QByteArray("<Workflows/><Workflows/>");
         QTest::newRow("undeclared entity") << QByteArray("<Workflows><Workflow Id=\"&x;\"/></Workflows>");
         QTest::newRow("text before root") << QByteArray("x<Workflows/>");
-        QTest::newRow("repeated attribute") << QByteArray("<Workflows><Workflow Id=\"a\" Id=\"b\"/></Workflows>");
+        QTest::newRow("repeated attribute")
+            << QByteArray("<Workflows><Workflow Id=\"a\" Id=\"b\"/></Workflows>");
         QByteArray deep = "<Workflows><Workflow><Settings>";
         for (int i = 0; i < 520; ++i)
             deep += "<D>";
@@ -737,7 +827,8 @@ private slots:
     void damagedFiles()
     {
         QFETCH(QByteArray, content);
-        const QString path = Path(QStringLiteral("damaged/%1.workflow").arg(QString::fromLatin1(QTest::currentDataTag())));
+        const QString path =
+            Path(QStringLiteral("damaged/%1.workflow").arg(QString::fromLatin1(QTest::currentDataTag())));
         QVERIFY(WriteFile(path, content));
         WorkflowFileData data;
         QCOMPARE(ReadWorkflowFileData(path, QString(), data), StreamReadResult::Unreadable);
@@ -749,7 +840,8 @@ private slots:
     {
         ResetCounts();
         const QString share = QStringLiteral(VMWF_SOURCE_DIR "/share");
-        QDirIterator it(share, {QStringLiteral("*.workflow"), QStringLiteral("*.xml"), QStringLiteral("*.xlf")},
+        QDirIterator it(share,
+                        {QStringLiteral("*.workflow"), QStringLiteral("*.xml"), QStringLiteral("*.xlf")},
                         QDir::Files, QDirIterator::Subdirectories);
         int files = 0;
         Imp()->SetCurrentLocale(kLocale);
@@ -797,9 +889,10 @@ private slots:
             if (QTest::currentTestFailed())
                 return;
         }
-        std::printf("generated: %d readable (%d through the document for their entities), %d unreadable, %d settings "
-                    "bodies, %d records loaded\n",
-                    m_readFiles, m_documentTypeFiles, m_unreadableFiles, m_settingsBodies, m_loads);
+        std::printf(
+            "generated: %d readable (%d through the document for their entities), %d unreadable, %d settings "
+            "bodies, %d records loaded\n",
+            m_readFiles, m_documentTypeFiles, m_unreadableFiles, m_settingsBodies, m_loads);
         // The generator must reach every branch worth comparing.
         QVERIFY(m_readFiles > 200);
         QVERIFY(m_unreadableFiles > 10);
@@ -820,17 +913,23 @@ private slots:
         for (const QString& name : std::as_const(names))
             QVERIFY(WriteFile(folder + QLatin1Char('/') + name, generator.Document()));
         // An orphan the scan drops, and a user workflow that takes its template's products.
-        QVERIFY(WriteFile(folder + QStringLiteral("/zz_orphan.workflow"),
-                          WorkflowDocument(WorkflowElement(R"(Id="Orphan" IsTemplate="False" TemplateId="None")"))));
-        QVERIFY(WriteFile(folder + QStringLiteral("/zz_inherit.workflow"),
-                          WorkflowDocument(WorkflowElement(R"(Id="InhT" PrimaryProduct="alpha" TargetProduct="alpha:2016" RequiredProducts="alpha")") +
-                                           WorkflowElement(R"(Id="InhU" IsTemplate="False" TemplateId="InhT" TargetProduct="alpha")"))));
+        QVERIFY(WriteFile(
+            folder + QStringLiteral("/zz_orphan.workflow"),
+            WorkflowDocument(WorkflowElement(R"(Id="Orphan" IsTemplate="False" TemplateId="None")"))));
+        QVERIFY(WriteFile(
+            folder + QStringLiteral("/zz_inherit.workflow"),
+            WorkflowDocument(
+                WorkflowElement(
+                    R"(Id="InhT" PrimaryProduct="alpha" TargetProduct="alpha:2016" RequiredProducts="alpha")") +
+                WorkflowElement(R"(Id="InhU" IsTemplate="False" TemplateId="InhT" TargetProduct="alpha")"))));
         Imp()->SetCurrentLocale(kLocale);
         Imp()->SetWorkflowSearchPaths(folder + QLatin1Char(';') + folder);
 
         QStringList emitted;
-        const auto record = [&emitted](const char* name) {
-            return [&emitted, name](int value) { emitted.append(QStringLiteral("%1(%2)").arg(QLatin1String(name)).arg(value)); };
+        const auto record = [&emitted](const char* name)
+        {
+            return [&emitted, name](int value)
+            { emitted.append(QStringLiteral("%1(%2)").arg(QLatin1String(name)).arg(value)); };
         };
         WorkflowManagerImp* imp = Imp();
         QList<QMetaObject::Connection> connections = {
@@ -841,7 +940,8 @@ private slots:
             connect(imp, &WorkflowManagerImp::WorkflowModified, this, record("Modified")),
         };
 
-        const auto scan = [&](bool documents, QStringList& seen, QList<WorkflowFields>& fields) {
+        const auto scan = [&](bool documents, QStringList& seen, QList<WorkflowFields>& fields)
+        {
             imp->SetScanReadsDocuments(documents);
             imp->EmptyCatalogue();
             emitted.clear();
@@ -871,7 +971,8 @@ private slots:
         for (qsizetype i = 0; i < streamed.size(); ++i)
         {
             const QString difference = FieldsDifference(streamed.at(i), document.at(i));
-            QVERIFY2(difference.isEmpty(), qPrintable(QStringLiteral("workflow %1: %2").arg(i).arg(difference)));
+            QVERIFY2(difference.isEmpty(),
+                     qPrintable(QStringLiteral("workflow %1: %2").arg(i).arg(difference)));
         }
     }
 
@@ -897,8 +998,9 @@ private slots:
             for (const QString& id : {QStringLiteral("Id_0"), QStringLiteral("Id_1"), QStringLiteral("id_1"),
                                       QStringLiteral("Id_&"), QString(), QStringLiteral("Id_9")})
             {
-                for (const QString& key : {QStringLiteral("ShowIntroductionOnExecute"), QStringLiteral("Key"),
-                                           QStringLiteral("Id"), QStringLiteral("p:q"), QStringLiteral("xmlns:p")})
+                for (const QString& key :
+                     {QStringLiteral("ShowIntroductionOnExecute"), QStringLiteral("Key"),
+                      QStringLiteral("Id"), QStringLiteral("p:q"), QStringLiteral("xmlns:p")})
                 {
                     const QString expected = readable ? reference.value(id).value(key) : QString();
                     QCOMPARE(ReadWorkflowSetting(id, key), expected);
