@@ -16,11 +16,13 @@
 #include <QTimeZone>
 #include <QXmlStreamReader>
 
-namespace Velmora::WorkflowCore {
+namespace Velmora::WorkflowCore
+{
 
 Q_LOGGING_CATEGORY(lcXml, "velmora.workflowcore.xml", QtWarningMsg)
 
-namespace {
+namespace
+{
 
 const int kIndent = 4;
 
@@ -46,12 +48,16 @@ bool DepthIsBounded(const QByteArray& markup)
 {
     QXmlStreamReader reader(markup);
     int depth = 0;
-    while (!reader.atEnd()) {
+    while (!reader.atEnd())
+    {
         const QXmlStreamReader::TokenType token = reader.readNext();
-        if (token == QXmlStreamReader::StartElement) {
+        if (token == QXmlStreamReader::StartElement)
+        {
             if (++depth > kMaxDepth)
                 return false;
-        } else if (token == QXmlStreamReader::EndElement) {
+        }
+        else if (token == QXmlStreamReader::EndElement)
+        {
             --depth;
         }
     }
@@ -67,7 +73,8 @@ bool IsTemporaryNameOf(const QString& name, const QString& prefix)
 {
     if (name.size() != prefix.size() + 6 || !name.startsWith(prefix))
         return false;
-    for (qsizetype i = prefix.size(); i < name.size(); ++i) {
+    for (qsizetype i = prefix.size(); i < name.size(); ++i)
+    {
         const char16_t c = name.at(i).unicode();
         if (!((c >= u'a' && c <= u'z') || (c >= u'A' && c <= u'Z') || (c >= u'0' && c <= u'9')))
             return false;
@@ -82,7 +89,8 @@ void RemoveStaleTemporaries(const QString& path)
     const QString prefix = target.fileName() + QLatin1Char('.');
     const QDateTime now = QDateTime::currentDateTimeUtc();
     QDirIterator it(target.absolutePath(), QDir::Files | QDir::Hidden | QDir::System);
-    while (it.hasNext()) {
+    while (it.hasNext())
+    {
         it.next();
         if (!IsTemporaryNameOf(it.fileName(), prefix))
             continue;
@@ -119,10 +127,13 @@ void DeclareUtf8(QDomDocument& document)
 void DropWrittenBreaksAfterInstructions(QDomDocument& document)
 {
     QDomNode node = document.documentElement();
-    while (!node.isNull()) {
-        if (node.isProcessingInstruction()) {
+    while (!node.isNull())
+    {
+        if (node.isProcessingInstruction())
+        {
             QDomNode next = node.nextSibling();
-            if (next.isText() && !next.isCDATASection() && next.nodeValue().startsWith(QLatin1Char('\n'))) {
+            if (next.isText() && !next.isCDATASection() && next.nodeValue().startsWith(QLatin1Char('\n')))
+            {
                 const QString rest = next.nodeValue().mid(1);
                 if (rest.isEmpty())
                     node.parentNode().removeChild(next);
@@ -131,7 +142,8 @@ void DropWrittenBreaksAfterInstructions(QDomDocument& document)
             }
         }
         // Depth first without recursion: child, else next sibling, else up until a sibling.
-        if (node.hasChildNodes()) {
+        if (node.hasChildNodes())
+        {
             node = node.firstChild();
             continue;
         }
@@ -164,17 +176,32 @@ void KeepOnlyXmlCharacters(QDomDocument& document)
 {
     QList<QDomNode> doomed;
     QDomNode node = document.firstChild();
-    while (!node.isNull()) {
-        if (node.isElement()) {
+    while (!node.isNull())
+    {
+        if (node.isElement())
+        {
             QDomElement element = node.toElement();
             const QDomNamedNodeMap attributes = element.attributes();
-            for (int i = 0; i < attributes.count(); ++i) {
+            // An attribute cannot be renamed either: one whose name no file may hold goes.
+            QStringList doomedAttributes;
+            for (int i = 0; i < attributes.count(); ++i)
+            {
                 QDomAttr attribute = attributes.item(i).toAttr();
+                QString name = attribute.name();
+                if (Clean(name))
+                {
+                    doomedAttributes.append(attribute.name());
+                    continue;
+                }
                 QString value = attribute.value();
                 if (Clean(value))
                     attribute.setValue(value);
             }
-        } else if (node.isProcessingInstruction()) {
+            for (const QString& name : std::as_const(doomedAttributes))
+                element.removeAttribute(name);
+        }
+        else if (node.isProcessingInstruction())
+        {
             QDomProcessingInstruction instruction = node.toProcessingInstruction();
             QString target = instruction.target();
             // A target cannot be renamed: an instruction no file may hold goes altogether.
@@ -183,12 +210,15 @@ void KeepOnlyXmlCharacters(QDomDocument& document)
             QString data = instruction.data();
             if (Clean(data))
                 instruction.setData(data);
-        } else if (node.isCharacterData()) {
+        }
+        else if (node.isCharacterData())
+        {
             QString value = node.nodeValue();
             if (Clean(value))
                 node.setNodeValue(value);
         }
-        if (node.hasChildNodes()) {
+        if (node.hasChildNodes())
+        {
             node = node.firstChild();
             continue;
         }
@@ -203,10 +233,7 @@ void KeepOnlyXmlCharacters(QDomDocument& document)
 
 } // namespace
 
-XmlFiler::XmlFiler(bool translate)
-    : m_translate(translate)
-{
-}
+XmlFiler::XmlFiler(bool translate) : m_translate(translate) {}
 
 bool XmlFiler::Open(const QString& path)
 {
@@ -215,7 +242,8 @@ bool XmlFiler::Open(const QString& path)
         return false;
 
     QFile file(path);
-    if (!file.open(QIODevice::ReadOnly)) {
+    if (!file.open(QIODevice::ReadOnly))
+    {
         const QString message = QStringLiteral("XmlFiler: Failed to open file %1. %2 (Error code: %3)")
                                     .arg(path, file.errorString(), QString::number(int(file.error())));
         qCDebug(lcXml).noquote() << message;
@@ -225,7 +253,8 @@ bool XmlFiler::Open(const QString& path)
 
     const QByteArray content = file.readAll();
     file.close();
-    if (!DepthIsBounded(content)) {
+    if (!DepthIsBounded(content))
+    {
         qCDebug(lcXml).noquote() << QStringLiteral("XmlFiler: %1 nests deeper than %2 elements")
                                         .arg(path, QString::number(kMaxDepth));
         return false;
@@ -235,7 +264,8 @@ bool XmlFiler::Open(const QString& path)
     QString error;
     int line = 0;
     int column = 0;
-    if (!document.setContent(content, &error, &line, &column)) {
+    if (!document.setContent(content, &error, &line, &column))
+    {
         qCDebug(lcXml).noquote() << QStringLiteral("XmlFiler: %1 in %2 at %3:%4")
                                         .arg(error, path, QString::number(line), QString::number(column));
         return false;
@@ -265,13 +295,15 @@ bool XmlFiler::Save(const QString& path)
     const bool replacing = existing.exists();
     // The "user" flags describe the running user, not the file: only owner, group and other count.
     const QFileDevice::Permissions permissions =
-        replacing ? existing.permissions() & ~(QFileDevice::ReadUser | QFileDevice::WriteUser | QFileDevice::ExeUser)
+        replacing ? existing.permissions() &
+                        ~(QFileDevice::ReadUser | QFileDevice::WriteUser | QFileDevice::ExeUser)
                   : QFileDevice::Permissions();
 
     QSaveFile file(path);
-    if (!file.open(QIODevice::WriteOnly | QIODevice::Truncate)) {
-        qCDebug(lcXml).noquote() << QStringLiteral("XmlFiler: Failed to save file %1. %2")
-                                        .arg(path, file.errorString());
+    if (!file.open(QIODevice::WriteOnly | QIODevice::Truncate))
+    {
+        qCDebug(lcXml).noquote()
+            << QStringLiteral("XmlFiler: Failed to save file %1. %2").arg(path, file.errorString());
         return false;
     }
     DeclareUtf8(m_document);
@@ -299,7 +331,8 @@ void XmlFiler::Create(const QString& rootName)
 void XmlFiler::EnsureXmlDeclaration()
 {
     const QDomNode existing = m_document.namedItem(QStringLiteral("xml"));
-    if (existing.isProcessingInstruction() && existing.toProcessingInstruction().target() == QLatin1String("xml"))
+    if (existing.isProcessingInstruction() &&
+        existing.toProcessingInstruction().target() == QLatin1String("xml"))
         return;
     const QDomProcessingInstruction declaration =
         m_document.createProcessingInstruction(QStringLiteral("xml"), QStringLiteral("version=\"1.0\""));
@@ -351,35 +384,43 @@ bool XmlFiler::FollowPath(const QString& path, bool create, bool appendNewLast)
 
     const QDomNode start = m_current;
     QStringList pieces = PathPieces(path);
-    if (IsAbsolutePath(path)) {
+    if (IsAbsolutePath(path))
+    {
         m_current = m_document.documentElement();
         if (!pieces.isEmpty() && !m_current.isNull() && pieces.first() == m_current.toElement().tagName())
             pieces.removeFirst();
     }
 
-    for (int i = 0; i < pieces.size(); ++i) {
+    for (int i = 0; i < pieces.size(); ++i)
+    {
         const QString& piece = pieces.at(i);
         const bool last = i == pieces.size() - 1;
         QDomElement child;
         if (!m_current.isNull() && !(create && appendNewLast && last))
             child = m_current.firstChildElement(piece);
-        if (child.isNull()) {
-            if (!create) {
+        if (child.isNull())
+        {
+            if (!create)
+            {
                 m_current = start;
                 return false;
             }
             child = m_document.createElement(piece);
-            if (child.isNull()) {
+            if (child.isNull())
+            {
                 m_current = start;
                 return false;
             }
-            if (m_current.isNull()) {
+            if (m_current.isNull())
+            {
                 // A document holds one element; with one already there, a new element goes below it.
                 if (m_document.documentElement().isNull())
                     m_document.appendChild(child);
                 else
                     m_document.documentElement().appendChild(child);
-            } else {
+            }
+            else
+            {
                 m_current.appendChild(child);
             }
         }
@@ -392,7 +433,8 @@ void XmlFiler::RemoveElement(const QString& path)
 {
     const QDomNode remembered = m_current;
     QDomNode parent;
-    if (GoToPath(path)) {
+    if (GoToPath(path))
+    {
         const QDomNode doomed = m_current;
         parent = doomed.parentNode();
         if (!parent.isNull())
@@ -409,7 +451,8 @@ QString XmlFiler::GetCurrentPath() const
         return QString();
     QStringList names;
     const QDomElement root = m_document.documentElement();
-    for (QDomNode node = m_current; !node.isNull() && node.isElement(); node = node.parentNode()) {
+    for (QDomNode node = m_current; !node.isNull() && node.isElement(); node = node.parentNode())
+    {
         names.prepend(node.toElement().tagName());
         if (node == root)
             break;

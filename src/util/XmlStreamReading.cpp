@@ -99,7 +99,7 @@ bool AttributesHoldDroppedCharacter(const QXmlStreamAttributes& attributes)
 {
     for (const QXmlStreamAttribute& attribute : attributes)
     {
-        if (HoldsDroppedCharacter(attribute.value()))
+        if (HoldsDroppedCharacter(attribute.qualifiedName()) || HoldsDroppedCharacter(attribute.value()))
             return true;
     }
     return false;
