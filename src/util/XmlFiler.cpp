@@ -39,12 +39,9 @@ bool IsAbsolutePath(const QString& path)
     return trimmed.startsWith(QLatin1Char('/')) || trimmed.startsWith(QLatin1Char('\\'));
 }
 
-// No file of the library nests anywhere near this deep. A deeper one is taken as unreadable:
-// building, writing out and destroying the tree all recurse once per level.
-const int kMaxDepth = 512;
+} // namespace
 
-// Whether the markup nests no deeper than kMaxDepth; a streaming pass that never recurses.
-bool DepthIsBounded(const QByteArray& markup)
+bool XmlDepthIsBounded(const QByteArray& markup)
 {
     QXmlStreamReader reader(markup);
     int depth = 0;
@@ -53,7 +50,7 @@ bool DepthIsBounded(const QByteArray& markup)
         const QXmlStreamReader::TokenType token = reader.readNext();
         if (token == QXmlStreamReader::StartElement)
         {
-            if (++depth > kMaxDepth)
+            if (++depth > kMaxXmlDepth)
                 return false;
         }
         else if (token == QXmlStreamReader::EndElement)
@@ -63,6 +60,9 @@ bool DepthIsBounded(const QByteArray& markup)
     }
     return true;
 }
+
+namespace
+{
 
 // A save killed between naming its new file and renaming it over the old one leaves the new file
 // behind under a temporary name: the file's name, a dot and six letters or digits. One that nobody
@@ -120,6 +120,19 @@ void DeclareUtf8(QDomDocument& document)
     declaration.setData(changed);
 }
 
+// The node after this one in document order, depth first without recursion (files may nest
+// deep): its first child, else its next sibling, else the next sibling of the nearest element
+// above it that has one; null at the end of the document.
+QDomNode NextInDocumentOrder(const QDomNode& from)
+{
+    if (from.hasChildNodes())
+        return from.firstChild();
+    QDomNode node = from;
+    while (!node.isNull() && node.nextSibling().isNull())
+        node = node.parentNode().isElement() ? node.parentNode() : QDomNode();
+    return node.isNull() ? node : node.nextSibling();
+}
+
 // The writer ends every processing instruction with a line break, also inside an element, where
 // it joins the text that follows. Reading takes that one break off again, so that a file the
 // filer wrote reads as it was before, and text after an instruction does not grow by a line
@@ -141,16 +154,7 @@ void DropWrittenBreaksAfterInstructions(QDomDocument& document)
                     next.setNodeValue(rest);
             }
         }
-        // Depth first without recursion: child, else next sibling, else up until a sibling.
-        if (node.hasChildNodes())
-        {
-            node = node.firstChild();
-            continue;
-        }
-        while (!node.isNull() && node.nextSibling().isNull())
-            node = node.parentNode().isElement() ? node.parentNode() : QDomNode();
-        if (!node.isNull())
-            node = node.nextSibling();
+        node = NextInDocumentOrder(node);
     }
 }
 
@@ -217,15 +221,7 @@ void KeepOnlyXmlCharacters(QDomDocument& document)
             if (Clean(value))
                 node.setNodeValue(value);
         }
-        if (node.hasChildNodes())
-        {
-            node = node.firstChild();
-            continue;
-        }
-        while (!node.isNull() && node.nextSibling().isNull())
-            node = node.parentNode().isElement() ? node.parentNode() : QDomNode();
-        if (!node.isNull())
-            node = node.nextSibling();
+        node = NextInDocumentOrder(node);
     }
     for (QDomNode& instruction : doomed)
         instruction.parentNode().removeChild(instruction);
@@ -253,10 +249,10 @@ bool XmlFiler::Open(const QString& path)
 
     const QByteArray content = file.readAll();
     file.close();
-    if (!DepthIsBounded(content))
+    if (!XmlDepthIsBounded(content))
     {
         qCDebug(lcXml).noquote() << QStringLiteral("XmlFiler: %1 nests deeper than %2 elements")
-                                        .arg(path, QString::number(kMaxDepth));
+                                        .arg(path, QString::number(kMaxXmlDepth));
         return false;
     }
 
@@ -535,7 +531,7 @@ QString XmlFiler::GetInnerXml() const
 bool XmlFiler::AppendXml(const QString& fragment)
 {
     const QString wrapped = QStringLiteral("<Root>") + fragment + QStringLiteral("</Root>");
-    if (!DepthIsBounded(wrapped.toUtf8()))
+    if (!XmlDepthIsBounded(wrapped.toUtf8()))
         return false;
     QDomDocument wrapper;
     if (!wrapper.setContent(wrapped))

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include <QByteArray>
 #include <QDateTime>
 #include <QDomDocument>
 #include <QDomElement>
@@ -10,7 +11,15 @@
 
 // The one door through which the library reads and writes its XML files: a DOM document with a
 // cursor (the current element) moved by "/"-separated element paths.
-namespace Velmora::WorkflowCore {
+namespace Velmora::WorkflowCore
+{
+
+// No file of the library nests anywhere near this deep. A deeper one is taken as unreadable:
+// building, writing out and destroying a document tree all recurse once per level.
+constexpr int kMaxXmlDepth = 512;
+
+// Whether the markup nests no deeper than kMaxXmlDepth; a streaming pass that never recurses.
+bool XmlDepthIsBounded(const QByteArray& markup);
 
 class XlfCatalog;
 

@@ -20,8 +20,6 @@ namespace
 {
 
 const int kIndent = 4;
-// The filer refuses files nested deeper than this; so do the streaming readers.
-const int kMaxDepth = 512;
 
 const QString kIntroduction = QStringLiteral("Introduction");
 const QString kSettings = QStringLiteral("Settings");
@@ -336,30 +334,6 @@ void FillAttributes(const QXmlStreamAttributes& attributes, WorkflowElementData&
     }
 }
 
-// Whether the filer would take the markup's nesting as bounded. Its check reads with namespaces
-// processed, so a misused prefix ends that check early and a deep file then passes; the
-// document itself is read with names taken as written. Asked only of files that nest deeper
-// than the bound, so that exactly the files the filer refuses are refused.
-bool FilerFindsDepthBounded(const QByteArray& bytes)
-{
-    QXmlStreamReader reader(bytes);
-    int depth = 0;
-    while (!reader.atEnd())
-    {
-        const QXmlStreamReader::TokenType token = reader.readNext();
-        if (token == QXmlStreamReader::StartElement)
-        {
-            if (++depth > kMaxDepth)
-                return false;
-        }
-        else if (token == QXmlStreamReader::EndElement)
-        {
-            --depth;
-        }
-    }
-    return true;
-}
-
 // Applies the filer's bound on nesting as the parse goes down: true while the parse may go on.
 class DepthBound
 {
@@ -367,9 +341,9 @@ public:
     explicit DepthBound(const QByteArray& bytes) : m_bytes(bytes) {}
     bool Allows(int depth)
     {
-        if (depth <= kMaxDepth || m_bounded)
+        if (depth <= kMaxXmlDepth || m_bounded)
             return true;
-        m_bounded = FilerFindsDepthBounded(m_bytes);
+        m_bounded = XmlDepthIsBounded(m_bytes);
         return m_bounded;
     }
 
