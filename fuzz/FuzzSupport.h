@@ -15,13 +15,18 @@
 #include <cstdio>
 #include <cstdlib>
 
+#define Check(condition) ::VmWorkflowFuzz::CheckAt((condition), #condition, __FILE__, __LINE__)
+
 namespace VmWorkflowFuzz
 {
 
-inline void Check(bool condition)
+// A broken property names its place before it aborts, so that a finding says which check failed.
+inline void CheckAt(bool condition, const char* expression, const char* file, int line)
 {
-    if (!condition)
-        std::abort();
+    if (condition)
+        return;
+    std::fprintf(stderr, "%s:%d: property broken: %s\n", file, line, expression);
+    std::abort();
 }
 
 // One folder per fuzzing process, removed when it exits.

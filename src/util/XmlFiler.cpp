@@ -176,6 +176,21 @@ bool Clean(QString& text)
     return true;
 }
 
+// Whether the instruction, as the writer writes it, reads back inside an element. The reader takes
+// some targets no name may be, such as one running into a backquote, when "?>" follows at once;
+// written back with the space the writer puts after a target, the file can no longer be read.
+bool ReadsBackAsWritten(const QDomProcessingInstruction& instruction)
+{
+    QString markup;
+    QTextStream stream(&markup);
+    instruction.save(stream, 0);
+    stream.flush();
+    QXmlStreamReader reader(QStringLiteral("<r>") + markup + QStringLiteral("</r>"));
+    while (!reader.atEnd())
+        reader.readNext();
+    return !reader.hasError();
+}
+
 void KeepOnlyXmlCharacters(QDomDocument& document)
 {
     QList<QDomNode> doomed;
@@ -208,12 +223,13 @@ void KeepOnlyXmlCharacters(QDomDocument& document)
         {
             QDomProcessingInstruction instruction = node.toProcessingInstruction();
             QString target = instruction.target();
-            // A target cannot be renamed: an instruction no file may hold goes altogether.
-            if (Clean(target))
-                doomed.append(node);
             QString data = instruction.data();
             if (Clean(data))
                 instruction.setData(data);
+            // A target cannot be renamed: an instruction no file may hold goes altogether.
+            const bool declaration = node == document.firstChild() && target == QLatin1String("xml");
+            if (Clean(target) || (!declaration && !ReadsBackAsWritten(instruction)))
+                doomed.append(node);
         }
         else if (node.isCharacterData())
         {

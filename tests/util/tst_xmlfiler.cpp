@@ -17,7 +17,8 @@
 using namespace Velmora::WorkflowCore;
 using namespace VmWorkflowTest;
 
-namespace {
+namespace
+{
 
 const QByteArray kTree = R"(<?xml version="1.0"?>
 <Root Flag="TRUE">
@@ -44,7 +45,8 @@ private:
     QString Path(const QString& name) const { return m_dir.filePath(name); }
     bool OpenTree(XmlFiler& filer)
     {
-        return WriteFile(Path(QStringLiteral("tree.xml")), kTree) && filer.Open(Path(QStringLiteral("tree.xml")));
+        return WriteFile(Path(QStringLiteral("tree.xml")), kTree) &&
+               filer.Open(Path(QStringLiteral("tree.xml")));
     }
 
 private slots:
@@ -181,7 +183,8 @@ private slots:
         do
             tags << filer.GetCurrentElement().tagName();
         while (filer.GoToNextSibling());
-        QCOMPARE(tags, (QStringList{QStringLiteral("A"), QStringLiteral("A"), QStringLiteral("C"), QStringLiteral("D"), QStringLiteral("E")}));
+        QCOMPARE(tags, (QStringList{QStringLiteral("A"), QStringLiteral("A"), QStringLiteral("C"),
+                                    QStringLiteral("D"), QStringLiteral("E")}));
         QCOMPARE(filer.GetCurrentPath(), QStringLiteral("/Root/E"));
         QVERIFY(filer.GoToPath(QStringLiteral("/Root/C")));
         QVERIFY(!filer.GoToFirstChild()); // only a text child
@@ -215,7 +218,8 @@ private slots:
     {
         XmlFiler filer;
         filer.Create(QStringLiteral("List"));
-        for (int i = 0; i < 3; ++i) {
+        for (int i = 0; i < 3; ++i)
+        {
             QVERIFY(filer.GoToOrCreatePath(QStringLiteral("/List/Item"), true, true));
             QVERIFY(filer.SetAttribute(QStringLiteral("N"), QString::number(i)));
         }
@@ -340,7 +344,8 @@ private slots:
     void innerXmlIsIndentedByFour()
     {
         XmlFiler filer;
-        QVERIFY(WriteFile(Path(QStringLiteral("inner.xml")), "<R><S><Step A=\"1\"><Sub/></Step><Step A=\"2\"/></S></R>"));
+        QVERIFY(WriteFile(Path(QStringLiteral("inner.xml")),
+                          "<R><S><Step A=\"1\"><Sub/></Step><Step A=\"2\"/></S></R>"));
         QVERIFY(filer.Open(Path(QStringLiteral("inner.xml"))));
         QVERIFY(filer.GoToPath(QStringLiteral("S")));
         // Each child is written as Qt writes a node below its parent: one indentation step deep.
@@ -355,7 +360,8 @@ private slots:
         QVERIFY(filer.AppendXml(QStringLiteral("<A/><B/>")));
         QVERIFY(filer.AppendXml(QStringLiteral("<C>c</C>")));
         QStringList tags;
-        for (QDomElement e = filer.GetDocumentElement().firstChildElement(); !e.isNull(); e = e.nextSiblingElement())
+        for (QDomElement e = filer.GetDocumentElement().firstChildElement(); !e.isNull();
+             e = e.nextSiblingElement())
             tags << e.tagName();
         QCOMPARE(tags, (QStringList{QStringLiteral("A"), QStringLiteral("B"), QStringLiteral("C")}));
     }
@@ -430,9 +436,12 @@ private slots:
         QTest::addColumn<QByteArray>("content");
         // An encoding the writer does not know: the file was once written in UTF-8 but still
         // declared it, and read back as something else.
-        QTest::newRow("unknown") << QByteArray("<?xml version=\"1.0\" encoding=\"utf-7\"?>\n<Root>\n  \0\0\0>   </Root>\n", 63);
-        QTest::newRow("latin-1") << QByteArray("<?xml version='1.0' encoding='ISO-8859-1'?><Root>caf\xe9</Root>");
-        QTest::newRow("utf-8") << QByteArray("<?xml version=\"1.0\" encoding=\"utf-8\"?><Root>caf\xc3\xa9</Root>");
+        QTest::newRow("unknown") << QByteArray(
+            "<?xml version=\"1.0\" encoding=\"utf-7\"?>\n<Root>\n  \0\0\0>   </Root>\n", 63);
+        QTest::newRow("latin-1") << QByteArray(
+            "<?xml version='1.0' encoding='ISO-8859-1'?><Root>caf\xe9</Root>");
+        QTest::newRow("utf-8") << QByteArray(
+            "<?xml version=\"1.0\" encoding=\"utf-8\"?><Root>caf\xc3\xa9</Root>");
     }
     void savedFileDeclaresTheEncodingItIsWrittenIn()
     {
@@ -459,7 +468,8 @@ private slots:
         QVERIFY(WriteFile(path, "<W><S><?x?>\"n</S><T>a<?y data?>\nb</T></W>"));
         QStringList texts;
         QByteArray previous;
-        for (int round = 0; round < 3; ++round) {
+        for (int round = 0; round < 3; ++round)
+        {
             XmlFiler filer(false);
             QVERIFY(filer.Open(path));
             QVERIFY(filer.GoToPath(QStringLiteral("S")));
@@ -481,11 +491,27 @@ private slots:
         QVERIFY(WriteFile(path, QByteArray("<?m\x01\x00s?><Root/>", 15)));
         XmlFiler filer(false);
         QVERIFY(filer.Open(path));
-        QVERIFY(filer.SetAttribute(QStringLiteral("A"), QStringLiteral("a") + QChar(0x1) + QStringLiteral("b\tc")));
+        QVERIFY(filer.SetAttribute(QStringLiteral("A"),
+                                   QStringLiteral("a") + QChar(0x1) + QStringLiteral("b\tc")));
         QVERIFY(filer.Save(path));
         XmlFiler again(false);
         QVERIFY(again.Open(path));
         QCOMPARE(again.GetAttribute(QStringLiteral("A"), QString()), QStringLiteral("ab\tc"));
+        QCOMPARE(again.GetDocument().toString(4), filer.GetDocument().toString(4));
+    }
+
+    void instructionWithAnOddTargetSurvivesSaves()
+    {
+        // An instruction whose target runs into a character no name may hold was read, then
+        // written in a form that could not be read again.
+        const QString path = Path(QStringLiteral("oddtarget.xml"));
+        QVERIFY(WriteFile(path, "<Root><S>text<?pi`x?></S></Root>"));
+        XmlFiler filer(false);
+        QVERIFY(filer.Open(path));
+        QVERIFY(filer.Save(path));
+        QVERIFY(!ReadFile(path).contains("pi`x"));
+        XmlFiler again(false);
+        QVERIFY(again.Open(path));
         QCOMPARE(again.GetDocument().toString(4), filer.GetDocument().toString(4));
     }
 
@@ -501,7 +527,8 @@ private slots:
         for (const QString& name : names)
             QVERIFY(WriteFile(dir.filePath(name), "<Half"));
         const QDateTime old = QDateTime::currentDateTimeUtc().addSecs(-60);
-        for (const QString& name : {names.at(0), names.at(2), names.at(3), names.at(4)}) {
+        for (const QString& name : {names.at(0), names.at(2), names.at(3), names.at(4)})
+        {
             QFile file(dir.filePath(name));
             QVERIFY(file.open(QIODevice::ReadWrite));
             QVERIFY(file.setFileTime(old, QFileDevice::FileModificationTime));
@@ -535,11 +562,13 @@ private slots:
         filer.SetAttribute(QStringLiteral("X"), QStringLiteral("a \"quoted\" <value> & more"));
         QVERIFY(filer.Save(Path(QStringLiteral("saved.xml"))));
         QCOMPARE(ReadFile(Path(QStringLiteral("saved.xml"))),
-                 QByteArray("<R>\n    <A>\n        <B X=\"a &quot;quoted&quot; &lt;value> &amp; more\"/>\n    </A>\n</R>\n"));
+                 QByteArray("<R>\n    <A>\n        <B X=\"a &quot;quoted&quot; &lt;value> &amp; more\"/>\n   "
+                            " </A>\n</R>\n"));
         XmlFiler again;
         QVERIFY(again.Open(Path(QStringLiteral("saved.xml"))));
         QVERIFY(again.GoToPath(QStringLiteral("/R/A/B")));
-        QCOMPARE(again.GetAttribute(QStringLiteral("X"), QString()), QStringLiteral("a \"quoted\" <value> & more"));
+        QCOMPARE(again.GetAttribute(QStringLiteral("X"), QString()),
+                 QStringLiteral("a \"quoted\" <value> & more"));
     }
 
     void saveIntoMissingFolderFails()
@@ -618,7 +647,8 @@ private slots:
         XmlFiler withoutCatalogue(true);
         withoutCatalogue.Create(QStringLiteral("R"));
         withoutCatalogue.SetAttribute(QStringLiteral("Name"), QStringLiteral("tr(Name)"));
-        QCOMPARE(withoutCatalogue.GetAttribute(QStringLiteral("Name"), QString()), QStringLiteral("tr(Name)"));
+        QCOMPARE(withoutCatalogue.GetAttribute(QStringLiteral("Name"), QString()),
+                 QStringLiteral("tr(Name)"));
     }
 
     // A pipe where the machine settings file belongs would block start-up for ever.
@@ -629,8 +659,10 @@ private slots:
         QTemporaryDir home;
         QVERIFY(home.isValid());
         QVERIFY(QDir().mkpath(home.filePath(QStringLiteral("config/Velmora/Workflow"))));
-        QVERIFY(::mkfifo(QFile::encodeName(home.filePath(QStringLiteral("config/Velmora/Workflow/2015.0.conf"))).constData(),
-                         0600) == 0);
+        QVERIFY(
+            ::mkfifo(QFile::encodeName(home.filePath(QStringLiteral("config/Velmora/Workflow/2015.0.conf")))
+                         .constData(),
+                     0600) == 0);
         QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
         environment.insert(QStringLiteral("XDG_CONFIG_DIRS"), home.filePath(QStringLiteral("config")));
         environment.insert(QStringLiteral("XDG_DATA_HOME"), home.filePath(QStringLiteral("data")));
@@ -672,7 +704,8 @@ private slots:
         QDir().mkpath(home.filePath(QStringLiteral("runtime")));
         QFile::setPermissions(home.filePath(QStringLiteral("runtime")),
                               QFileDevice::ReadOwner | QFileDevice::WriteOwner | QFileDevice::ExeOwner);
-        const auto run = [&](const QStringList& arguments) -> QByteArray {
+        const auto run = [&](const QStringList& arguments) -> QByteArray
+        {
             QProcess process;
             process.setProcessEnvironment(environment);
             process.start(child, arguments);
@@ -688,24 +721,28 @@ private slots:
         QVERIFY(WriteFile(workflows + QStringLiteral("/deep.workflow"),
                           "<Workflows><Workflow Id=\"Deep\" IsTemplate=\"False\"><Settings>" + open + close +
                               "</Settings></Workflow></Workflows>"));
-        QVERIFY(WriteFile(workflows + QStringLiteral("/fine.workflow"),
-                          "<Workflows><Workflow Id=\"Fine\"><Settings><a><b/></a></Settings></Workflow></Workflows>"));
-        QCOMPARE(run({QStringLiteral("filer"), workflows + QStringLiteral("/deep.workflow")}), QByteArray("refused"));
-        QCOMPARE(run({QStringLiteral("filer"), workflows + QStringLiteral("/fine.workflow")}), QByteArray("opened"));
+        QVERIFY(WriteFile(
+            workflows + QStringLiteral("/fine.workflow"),
+            "<Workflows><Workflow Id=\"Fine\"><Settings><a><b/></a></Settings></Workflow></Workflows>"));
+        QCOMPARE(run({QStringLiteral("filer"), workflows + QStringLiteral("/deep.workflow")}),
+                 QByteArray("refused"));
+        QCOMPARE(run({QStringLiteral("filer"), workflows + QStringLiteral("/fine.workflow")}),
+                 QByteArray("opened"));
         QCOMPARE(run({QStringLiteral("workflows"), workflows}), QByteArray("Fine"));
 
-        const QString settings = home.filePath(QStringLiteral("data/Velmora/WorkflowSettings/WorkflowSettings.xml"));
-        const QByteArray deepSettings =
-            "<WorkflowSettings><Workflows><Workflow Id=\"\" Key=\"old\">" + open + close +
-            "</Workflow></Workflows></WorkflowSettings>";
+        const QString settings =
+            home.filePath(QStringLiteral("data/Velmora/WorkflowSettings/WorkflowSettings.xml"));
+        const QByteArray deepSettings = "<WorkflowSettings><Workflows><Workflow Id=\"\" Key=\"old\">" + open +
+                                        close + "</Workflow></Workflows></WorkflowSettings>";
         QVERIFY(WriteFile(settings, deepSettings));
         // Unreadable: the setting reads as empty and the file is never rewritten.
         QCOMPARE(run({QStringLiteral("settings")}), QByteArray("0"));
         QCOMPARE(ReadFile(settings), deepSettings);
 
         const QString xliff = home.filePath(QStringLiteral("deep.xlf"));
-        QVERIFY(WriteFile(xliff, "<xliff><file original=\"x.workflow\"><body><trans-unit id=\"1\"><target>t</target>" +
-                                     open + close + "</trans-unit></body></file></xliff>"));
+        QVERIFY(WriteFile(
+            xliff, "<xliff><file original=\"x.workflow\"><body><trans-unit id=\"1\"><target>t</target>" +
+                       open + close + "</trans-unit></body></file></xliff>"));
         QCOMPARE(run({QStringLiteral("xliff"), xliff}), QByteArray("missing"));
 
         const QString products = home.filePath(QStringLiteral("Products.xml"));
