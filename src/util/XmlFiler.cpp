@@ -64,6 +64,50 @@ bool XmlDepthIsBounded(const QByteArray& markup)
 namespace
 {
 
+// Characters no XML file may hold: control characters other than tab, line feed and carriage
+// return, U+FFFE and U+FFFF, and half a surrogate pair (an encoding such as UTF-7 decodes into
+// one); the writer would put the first as they are and the last as a replacement character.
+bool IsDroppedAt(QStringView text, qsizetype i)
+{
+    const QChar c = text[i];
+    if (c.isHighSurrogate())
+        return i + 1 >= text.size() || !text[i + 1].isLowSurrogate();
+    if (c.isLowSurrogate())
+        return i == 0 || !text[i - 1].isHighSurrogate();
+    const char16_t u = c.unicode();
+    return !(u == u'\t' || u == u'\n' || u == u'\r' || (u >= 0x20 && u != 0xFFFE && u != 0xFFFF));
+}
+
+} // namespace
+
+bool HoldsNonXmlCharacter(QStringView text)
+{
+    for (qsizetype i = 0; i < text.size(); ++i)
+    {
+        if (IsDroppedAt(text, i))
+            return true;
+    }
+    return false;
+}
+
+bool RemoveNonXmlCharacters(QString& text)
+{
+    if (!HoldsNonXmlCharacter(text))
+        return false;
+    QString kept;
+    kept.reserve(text.size());
+    for (qsizetype i = 0; i < text.size(); ++i)
+    {
+        if (!IsDroppedAt(text, i))
+            kept.append(text[i]);
+    }
+    text = kept;
+    return true;
+}
+
+namespace
+{
+
 // A save killed between naming its new file and renaming it over the old one leaves the new file
 // behind under a temporary name: the file's name, a dot and six letters or digits. One that nobody
 // has written to for this long belongs to no save still going on.
@@ -158,24 +202,6 @@ void DropWrittenBreaksAfterInstructions(QDomDocument& document)
     }
 }
 
-// Characters no XML file may hold (control characters other than tab, line feed and carriage
-// return; U+FFFE and U+FFFF). The reader lets some of them through, the writer writes them as they
-// are, and a file holding one can never be read again: they are dropped when a document is read
-// and before one is written.
-bool IsXmlCharacter(char16_t c)
-{
-    return c == u'\t' || c == u'\n' || c == u'\r' || (c >= 0x20 && c != 0xFFFE && c != 0xFFFF);
-}
-
-bool Clean(QString& text)
-{
-    const auto bad = [](QChar c) { return !IsXmlCharacter(c.unicode()); };
-    if (std::none_of(text.cbegin(), text.cend(), bad))
-        return false;
-    text.removeIf(bad);
-    return true;
-}
-
 // Whether the instruction, as the writer writes it, reads back inside an element. The reader takes
 // some targets no name may be, such as one running into a backquote, when "?>" follows at once;
 // written back with the space the writer puts after a target, the file can no longer be read.
@@ -207,13 +233,13 @@ void KeepOnlyXmlCharacters(QDomDocument& document)
             {
                 QDomAttr attribute = attributes.item(i).toAttr();
                 QString name = attribute.name();
-                if (Clean(name))
+                if (RemoveNonXmlCharacters(name))
                 {
                     doomedAttributes.append(attribute.name());
                     continue;
                 }
                 QString value = attribute.value();
-                if (Clean(value))
+                if (RemoveNonXmlCharacters(value))
                     attribute.setValue(value);
             }
             for (const QString& name : std::as_const(doomedAttributes))
@@ -224,17 +250,17 @@ void KeepOnlyXmlCharacters(QDomDocument& document)
             QDomProcessingInstruction instruction = node.toProcessingInstruction();
             QString target = instruction.target();
             QString data = instruction.data();
-            if (Clean(data))
+            if (RemoveNonXmlCharacters(data))
                 instruction.setData(data);
             // A target cannot be renamed: an instruction no file may hold goes altogether.
             const bool declaration = node == document.firstChild() && target == QLatin1String("xml");
-            if (Clean(target) || (!declaration && !ReadsBackAsWritten(instruction)))
+            if (RemoveNonXmlCharacters(target) || (!declaration && !ReadsBackAsWritten(instruction)))
                 doomed.append(node);
         }
         else if (node.isCharacterData())
         {
             QString value = node.nodeValue();
-            if (Clean(value))
+            if (RemoveNonXmlCharacters(value))
                 node.setNodeValue(value);
         }
         node = NextInDocumentOrder(node);

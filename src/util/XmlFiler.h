@@ -6,6 +6,7 @@
 #include <QDomDocument>
 #include <QDomElement>
 #include <QString>
+#include <QStringView>
 
 #include <vector>
 
@@ -20,6 +21,13 @@ constexpr int kMaxXmlDepth = 512;
 
 // Whether the markup nests no deeper than kMaxXmlDepth; a streaming pass that never recurses.
 bool XmlDepthIsBounded(const QByteArray& markup);
+
+// Whether the text holds a character no XML file may hold: a control character other than tab,
+// line feed and carriage return, U+FFFE, U+FFFF, or half a surrogate pair. The filer drops them
+// when it reads a document and before it writes one, so that what it writes reads back the same.
+bool HoldsNonXmlCharacter(QStringView text);
+// Takes those characters out of the text; true when there were any.
+bool RemoveNonXmlCharacters(QString& text);
 
 class XlfCatalog;
 

@@ -82,22 +82,11 @@ bool IsDroppedText(const QXmlStreamReader& reader)
 // The filer drops, on reading, every character no XML file may hold and the one line break its
 // writer puts after a processing instruction. Both are rare in a workflow file; a file with either
 // is read through the document, which applies them exactly, rather than following them here.
-bool HoldsDroppedCharacter(QStringView text)
-{
-    for (const QChar c : text)
-    {
-        const char16_t u = c.unicode();
-        if (!(u == u'\t' || u == u'\n' || u == u'\r' || (u >= 0x20 && u != 0xFFFE && u != 0xFFFF)))
-            return true;
-    }
-    return false;
-}
-
 bool AttributesHoldDroppedCharacter(const QXmlStreamAttributes& attributes)
 {
     for (const QXmlStreamAttribute& attribute : attributes)
     {
-        if (HoldsDroppedCharacter(attribute.qualifiedName()) || HoldsDroppedCharacter(attribute.value()))
+        if (HoldsNonXmlCharacter(attribute.qualifiedName()) || HoldsNonXmlCharacter(attribute.value()))
             return true;
     }
     return false;
@@ -495,7 +484,7 @@ StreamReadResult ParseWorkflowFile(const QByteArray& bytes, const QString& first
             --depth;
             break;
         case QXmlStreamReader::Characters:
-            if (HoldsDroppedCharacter(reader.text()))
+            if (HoldsNonXmlCharacter(reader.text()))
                 return StreamReadResult::NeedsDocument;
             if (IsDroppedText(reader))
                 break;
@@ -505,7 +494,7 @@ StreamReadResult ParseWorkflowFile(const QByteArray& bytes, const QString& first
                 introductionNode(depth + 1, true, reader.text());
             break;
         case QXmlStreamReader::Comment:
-            if (HoldsDroppedCharacter(reader.text()))
+            if (HoldsNonXmlCharacter(reader.text()))
                 return StreamReadResult::NeedsDocument;
             if (settingsDepth > 0)
                 writer->Comment(reader.text());
@@ -514,8 +503,8 @@ StreamReadResult ParseWorkflowFile(const QByteArray& bytes, const QString& first
             break;
         case QXmlStreamReader::ProcessingInstruction:
             // Inside the document element the text after an instruction loses a line break.
-            if (depth > 0 || HoldsDroppedCharacter(reader.processingInstructionTarget()) ||
-                HoldsDroppedCharacter(reader.processingInstructionData()))
+            if (depth > 0 || HoldsNonXmlCharacter(reader.processingInstructionTarget()) ||
+                HoldsNonXmlCharacter(reader.processingInstructionData()))
                 return StreamReadResult::NeedsDocument;
             break;
         case QXmlStreamReader::DTD:

@@ -515,6 +515,54 @@ private slots:
         QCOMPARE(again.GetDocument().toString(4), filer.GetDocument().toString(4));
     }
 
+    void halfSurrogatePairsAreDroppedLikeOtherNonXmlCharacters()
+    {
+        // UTF-7 decodes "+bd5f649544683f18f25fed9cbbcb" into a string ending in half a surrogate
+        // pair; written as UTF-8 it became a replacement character, and the file read back
+        // differently from the document that was saved.
+        const QString path = Path(QStringLiteral("utf7surrogate.xml"));
+        QVERIFY(WriteFile(path, "<?xml version=\"1.0\" encoding=\"utf-7\"?>\n"
+                                "<Root><E id=\"973+bd5f649544683f18f25fed9cbbcb\">x</E></Root>\n"));
+        XmlFiler filer(false);
+        QVERIFY(filer.Open(path));
+        QVERIFY(filer.GoToPath(QStringLiteral("E")));
+        const QString id = filer.GetAttribute(QStringLiteral("id"), QString());
+        QVERIFY(id.startsWith(QStringLiteral("973")));
+        QVERIFY(!HoldsNonXmlCharacter(id));
+        QVERIFY(filer.Save(path));
+        XmlFiler again(false);
+        QVERIFY(again.Open(path));
+        QCOMPARE(again.GetDocument().toString(4), filer.GetDocument().toString(4));
+    }
+
+    void nonXmlCharacters_data()
+    {
+        QTest::addColumn<QString>("text");
+        QTest::addColumn<QString>("kept");
+        const QChar high(0xD83D);
+        const QChar low(0xDE00);
+        QTest::newRow("plain") << QStringLiteral("a\tb\nc") << QStringLiteral("a\tb\nc");
+        QTest::newRow("control") << (QStringLiteral("a") + QChar(0x1) + QStringLiteral("b"))
+                                 << QStringLiteral("ab");
+        QTest::newRow("fffe ffff") << (QStringLiteral("a") + QChar(0xFFFE) + QChar(0xFFFF))
+                                   << QStringLiteral("a");
+        QTest::newRow("pair kept") << (QString(high) + low) << (QString(high) + low);
+        QTest::newRow("lone high at end") << (QStringLiteral("a") + high) << QStringLiteral("a");
+        QTest::newRow("lone low at start") << (QString(low) + QStringLiteral("a")) << QStringLiteral("a");
+        QTest::newRow("high high low") << (QString(high) + high + low) << (QString(high) + low);
+        QTest::newRow("high low low") << (QString(high) + low + low) << (QString(high) + low);
+    }
+
+    void nonXmlCharacters()
+    {
+        QFETCH(QString, text);
+        QFETCH(QString, kept);
+        QCOMPARE(HoldsNonXmlCharacter(text), text != kept);
+        QString cleaned = text;
+        QCOMPARE(RemoveNonXmlCharacters(cleaned), text != kept);
+        QCOMPARE(cleaned, kept);
+    }
+
     void saveRemovesWhatKilledSavesLeftBehind()
     {
         // A save killed between naming its new file and renaming it leaves that file behind.
