@@ -500,6 +500,24 @@ private slots:
         QCOMPARE(again.GetDocument().toString(4), filer.GetDocument().toString(4));
     }
 
+    void attributeWhoseNameNoFileMayHoldIsDropped()
+    {
+        // The reader takes an attribute name running into NUL and control characters; written
+        // back as it was, the file could not be read again and the next setting was lost.
+        const QString path = Path(QStringLiteral("attributename.xml"));
+        QVERIFY(
+            WriteFile(path, QByteArray("<Root><W Id=\"1\" LastPage\x00\x01=\"x\" Kept=\"y\"/></Root>", 48)));
+        XmlFiler filer(false);
+        QVERIFY(filer.Open(path));
+        QVERIFY(filer.GoToPath(QStringLiteral("W")));
+        QCOMPARE(filer.GetCurrentElement().attributes().count(), 2);
+        QCOMPARE(filer.GetAttribute(QStringLiteral("Kept"), QString()), QStringLiteral("y"));
+        QVERIFY(filer.Save(path));
+        XmlFiler again(false);
+        QVERIFY(again.Open(path));
+        QCOMPARE(again.GetDocument().toString(4), filer.GetDocument().toString(4));
+    }
+
     void instructionWithAnOddTargetSurvivesSaves()
     {
         // An instruction whose target runs into a character no name may hold was read, then
