@@ -23,9 +23,11 @@
 #include <QStringList>
 #include <QUuid>
 
-namespace Velmora::WorkflowCore {
+namespace Velmora::WorkflowCore
+{
 
-namespace {
+namespace
+{
 
 const int kTemporaryNameLimit = 246;
 const int kConnectTimeoutMs = 2000;
@@ -83,7 +85,7 @@ HostVersion ParseHostVersion(const QString& value)
 
 QString ReadHostVersionSetting()
 {
-    const auto settings = Platform::MachineSettings(QStringLiteral("Workflow/%1.%2").arg(2015).arg(0));
+    const auto settings = Platform::MachineSettings(Platform::LibrarySettingsKey());
     return settings->value(QStringLiteral("WorkflowHostVersion")).toString();
 }
 
@@ -124,13 +126,15 @@ bool WorkflowManagerImp::ExecuteWorkflow(Workflow* workflow, WorkflowLaunchPoint
     const WorkflowFields& fields = record.Fields();
     const QString temporaryName =
         TemporaryLaunchName(fields.Name, QUuid::createUuid().toString(QUuid::WithBraces));
-    const QString temporaryPath = QStringLiteral("%1/%2.workflow")
-                                      .arg(QDir::fromNativeSeparators(QDir::tempPath()), SafeFileName(temporaryName));
+    const QString temporaryPath =
+        QStringLiteral("%1/%2.workflow")
+            .arg(QDir::fromNativeSeparators(QDir::tempPath()), SafeFileName(temporaryName));
     // The host reports a file it cannot read; the launch itself goes on regardless.
     WriteWorkflow(record, fields.Name, temporaryPath, fields.Id);
 
     QStringList commandLine;
-    commandLine << (fields.Id.isEmpty() ? temporaryPath : QStringLiteral("%1?%2").arg(temporaryPath, fields.Id));
+    commandLine << (fields.Id.isEmpty() ? temporaryPath
+                                        : QStringLiteral("%1?%2").arg(temporaryPath, fields.Id));
     commandLine << Argument(QStringLiteral("Locale"), m_currentLocale);
     commandLine << Argument(QStringLiteral("PluginSearchPaths"), PluginFolderFor(workflow));
     commandLine << Argument(QStringLiteral("WorkflowSearchPath"), m_searchPaths);

@@ -1,7 +1,10 @@
 // SPDX-License-Identifier: MIT
 #include "manager/Constants.h"
 
-namespace Velmora::WorkflowCore::Names {
+#include "platform/Platform.h"
+
+namespace Velmora::WorkflowCore::Names
+{
 
 const QString Locale = QStringLiteral("Locale");
 const QString LocaleId = QStringLiteral("LocaleId");
@@ -14,7 +17,7 @@ const QString WorkflowId = QStringLiteral("WorkflowId");
 const QString WorkflowSourceFile = QStringLiteral("WorkflowSourceFile");
 const QString HostApplicationId = QStringLiteral("Id_VmWorkflowHost");
 const QString Workflows = QStringLiteral("Workflows");
-const QString Velmora = QStringLiteral("Velmora");
+const QString Velmora = Platform::MakerName();
 const QString WorkflowExecutionBeginningMsg = QStringLiteral("WorkflowExecutionBeginningMsg");
 const QString WorkflowExecutionFinishedMsg = QStringLiteral("WorkflowExecutionFinishedMsg");
 const QString WorkflowModifiedMsg = QStringLiteral("WorkflowModifiedMsg");

@@ -12,9 +12,11 @@
 #include <QFileInfo>
 #include <QSettings>
 
-namespace Velmora::WorkflowCore {
+namespace Velmora::WorkflowCore
+{
 
-namespace {
+namespace
+{
 
 const QString kCatalogFileName = QStringLiteral("Products.xml");
 
@@ -25,7 +27,7 @@ QString ProductCatalog::LocateCatalogFile()
     const QString besideApplication = ApplicationFolder() + QLatin1Char('/') + kCatalogFileName;
     if (QFileInfo::exists(besideApplication))
         return besideApplication;
-    const auto settings = Platform::MachineSettings(QStringLiteral("Workflow/%1.%2").arg(2015).arg(0));
+    const auto settings = Platform::MachineSettings(Platform::LibrarySettingsKey());
     const QString folder = settings->value(QStringLiteral("ProductsXmlFileSearchPath")).toString();
     QString path = folder + QLatin1Char('\\') + kCatalogFileName;
     path.replace(QLatin1Char('\\'), QLatin1Char('/'));
@@ -45,7 +47,8 @@ bool ProductCatalog::LoadFile(const QString& path)
         return false;
     if (!filer.GoToFirstChild())
         return true;
-    do {
+    do
+    {
         ProductRecord record;
         record.Id = filer.GetAttribute(QStringLiteral("Id"), QString()).toLower();
         record.Name = filer.GetAttribute(QStringLiteral("Name"), QString());
@@ -84,7 +87,8 @@ void ProductCatalog::OstrelNameList(const QString& productIds, QString& names, Q
 {
     QStringList nameList;
     QStringList versionList;
-    for (const QString& id : productIds.split(QLatin1Char(','), Qt::SkipEmptyParts)) {
+    for (const QString& id : productIds.split(QLatin1Char(','), Qt::SkipEmptyParts))
+    {
         const ProductRecord record = Lookup(id);
         nameList << record.OstrelName;
         versionList << record.Version;
@@ -100,7 +104,8 @@ QList<qint64> ProductCatalog::InstalledProducts(const QString& productIds) const
     if (!hub)
         return infoIds;
     // Empty pieces are kept: each is asked of the hub as an unknown product.
-    for (const QString& id : productIds.split(QLatin1Char(','))) {
+    for (const QString& id : productIds.split(QLatin1Char(',')))
+    {
         const ProductRecord record = Lookup(id);
         const QList<OstrelAdapter::ApplicationInfo> installed =
             hub->GetInstalledApplications(record.OstrelName, record.Version);

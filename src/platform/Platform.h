@@ -9,11 +9,26 @@
 class QSettings;
 
 // The one place that knows the operating system. Everything else in the library asks here.
-namespace Velmora::WorkflowCore::Platform {
+namespace Velmora::WorkflowCore::Platform
+{
+
+// The maker's name: the folder below the user's and the machine's data and settings folders
+// that holds everything of this product family.
+inline QString MakerName()
+{
+    return QStringLiteral("Velmora");
+}
 
 // The user's roaming application-data folder, created when missing and cleaned; empty when the
 // platform gives none.
 QString ApplicationDataFolder();
+
+// The key of the library's own machine-wide settings, "Workflow/2015.0": where the product
+// catalogue and the host version to launch are configured. The year stays fixed across releases.
+inline QString LibrarySettingsKey()
+{
+    return QStringLiteral("Workflow/%1.%2").arg(2015).arg(0);
+}
 
 // The machine-wide settings store for one key below "Software\Velmora", such as
 // "Workflow/2015.0". The caller owns the returned object.
@@ -43,8 +58,8 @@ struct FileIdentity
     qint64 modifiedNs = 0;
     bool operator==(const FileIdentity& other) const
     {
-        return exists == other.exists && device == other.device && inode == other.inode && size == other.size &&
-               modifiedNs == other.modifiedNs;
+        return exists == other.exists && device == other.device && inode == other.inode &&
+               size == other.size && modifiedNs == other.modifiedNs;
     }
     bool operator!=(const FileIdentity& other) const { return !(*this == other); }
 };

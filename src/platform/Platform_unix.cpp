@@ -43,16 +43,15 @@ std::unique_ptr<QSettings> MachineSettings(const QString& key)
         folders = QStringLiteral("/etc/xdg");
     for (const QString& folder : folders.split(QLatin1Char(':'), Qt::SkipEmptyParts))
     {
-        for (const QString& name : {QStringLiteral("%1/Velmora/%2.conf").arg(folder, key),
-                                    QStringLiteral("%1/Velmora.conf").arg(folder)})
+        for (const QString& name : {QStringLiteral("%1/%2/%3.conf").arg(folder, MakerName(), key),
+                                    QStringLiteral("%1/%2.conf").arg(folder, MakerName())})
         {
             struct stat info;
             if (::stat(QFile::encodeName(name).constData(), &info) == 0 && !S_ISREG(info.st_mode))
                 return std::make_unique<QSettings>(QString(), QSettings::IniFormat);
         }
     }
-    return std::make_unique<QSettings>(QSettings::NativeFormat, QSettings::SystemScope,
-                                       QStringLiteral("Velmora"), key);
+    return std::make_unique<QSettings>(QSettings::NativeFormat, QSettings::SystemScope, MakerName(), key);
 }
 
 namespace

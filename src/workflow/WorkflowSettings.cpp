@@ -12,9 +12,11 @@
 
 #include <memory>
 
-namespace Velmora::WorkflowCore {
+namespace Velmora::WorkflowCore
+{
 
-namespace {
+namespace
+{
 
 const QString kWorkflowPath = QStringLiteral("/WorkflowSettings/Workflows/Workflow");
 const QString kId = QStringLiteral("Id");
@@ -99,23 +101,25 @@ bool ReadPacked(const QString& file, PackedSettings& settings)
         QByteArray bytes;
         if (!ReadRegularFileBytes(file, bytes))
             return false;
-        result = ParseElementRun(bytes, kWorkflowPath, [&read](const QList<std::pair<QString, QString>>& attributes) {
-            QString id;
-            for (const auto& [name, value] : attributes)
-            {
-                if (name == kId)
-                {
-                    id = value;
-                    break;
-                }
-            }
-            if (read.contains(id))
-                return;
-            QString& packed = read[id];
-            for (const auto& [name, value] : attributes)
-                Pack(packed, name, value);
-            packed.squeeze();
-        });
+        result = ParseElementRun(bytes, kWorkflowPath,
+                                 [&read](const QList<std::pair<QString, QString>>& attributes)
+                                 {
+                                     QString id;
+                                     for (const auto& [name, value] : attributes)
+                                     {
+                                         if (name == kId)
+                                         {
+                                             id = value;
+                                             break;
+                                         }
+                                     }
+                                     if (read.contains(id))
+                                         return;
+                                     QString& packed = read[id];
+                                     for (const auto& [name, value] : attributes)
+                                         Pack(packed, name, value);
+                                     packed.squeeze();
+                                 });
     }
     if (result == StreamReadResult::NeedsDocument)
         return ReadPackedFromDocument(file, settings);
@@ -216,7 +220,7 @@ QString WorkflowSettingsFolder()
     const QString appData = ApplicationDataFolder();
     if (appData.isEmpty())
         return QString();
-    return QStringLiteral("%1/%2/%3").arg(appData, QStringLiteral("Velmora"), QStringLiteral("WorkflowSettings"));
+    return QStringLiteral("%1/%2/%3").arg(appData, Platform::MakerName(), QStringLiteral("WorkflowSettings"));
 }
 
 QString WorkflowSettingsFile()
@@ -244,7 +248,8 @@ QString ReadWorkflowSetting(const QString& workflowId, const QString& key)
     return found == s_cache.settings.constEnd() ? QString() : Unpack(*found, key);
 }
 
-bool ReadWorkflowSettingsFile(const QString& file, QHash<QString, QHash<QString, QString>>& settings, bool fromDocument)
+bool ReadWorkflowSettingsFile(const QString& file, QHash<QString, QHash<QString, QString>>& settings,
+                              bool fromDocument)
 {
     PackedSettings packed;
     if (!(fromDocument ? ReadPackedFromDocument(file, packed) : ReadPacked(file, packed)))
