@@ -3,10 +3,10 @@
 
 #include "execution/ExecutingRegistry.h"
 #include "execution/Plugin.h"
-#include "notification/WorkflowNotificationManagerImp.h"
 #include "manager/Constants.h"
 #include "manager/ProductRules.h"
 #include "manager/WorkflowQuery.h"
+#include "notification/WorkflowNotificationManagerImp.h"
 #include "platform/Platform.h"
 #include "util/FileUtil.h"
 #include "util/XlfCatalog.h"
@@ -28,7 +28,8 @@
 #include <memory>
 #include <vector>
 
-namespace Velmora::WorkflowCore {
+namespace Velmora::WorkflowCore
+{
 
 WorkflowManagerImp::WorkflowManagerImp() : QObject(nullptr)
 {
@@ -64,7 +65,8 @@ WorkflowManagerImp::~WorkflowManagerImp()
     m_pluginFolders.clear();
 }
 
-namespace {
+namespace
+{
 
 // Folders with fewer workflow files than this are read on the caller's thread alone.
 const qsizetype kParallelScanMinimum = 8;
@@ -177,7 +179,8 @@ void WorkflowManagerImp::EnsureCatalogueLoaded()
         ScanCatalogue();
 }
 
-namespace {
+namespace
+{
 
 QString IndexKey(const QString& text)
 {
@@ -272,22 +275,25 @@ void WorkflowManagerImp::ReadWorkflowFiles(const QStringList& paths)
         WorkflowFileData data;
     };
     std::vector<std::future<ParsedFile>> parsed(static_cast<size_t>(count));
-    const auto submit = [&](qsizetype index) {
+    const auto submit = [&](qsizetype index)
+    {
         auto promise = std::make_shared<std::promise<ParsedFile>>();
         parsed[static_cast<size_t>(index)] = promise->get_future();
-        m_scanPool->start([promise, path = paths.at(index)] {
-            ParsedFile file;
-            try
+        m_scanPool->start(
+            [promise, path = paths.at(index)]
             {
-                file.result = ReadWorkflowFileData(path, QString(), file.data);
-            }
-            catch (...)
-            {
-                // A file that could not be parsed for want of memory contributes nothing.
-                file = ParsedFile();
-            }
-            promise->set_value(std::move(file));
-        });
+                ParsedFile file;
+                try
+                {
+                    file.result = ReadWorkflowFileData(path, QString(), file.data);
+                }
+                catch (...)
+                {
+                    // A file that could not be parsed for want of memory contributes nothing.
+                    file = ParsedFile();
+                }
+                promise->set_value(std::move(file));
+            });
     };
     const qsizetype window = 4 * m_scanPool->maxThreadCount();
     qsizetype submitted = 0;
@@ -318,9 +324,8 @@ void WorkflowManagerImp::ReadWorkflowDocument(const QString& path)
     XmlFiler filer;
     if (!filer.Open(path))
         return;
-    const QString xlfFile = filer.GetAttribute(QStringLiteral("XlfFile"), QString());
-    if (!xlfFile.isEmpty())
-        filer.SetTranslator(TranslationCatalog(xlfFile));
+    const QString xlfFile =
+        TranslateThroughFileCatalog(filer, [this](const QString& name) { return TranslationCatalog(name); });
     if (!filer.GoToFirstChild())
         return;
     do
@@ -399,7 +404,8 @@ void WorkflowManagerImp::IndexRemove(Workflow* workflow)
     const auto found = m_indexedKeys.constFind(workflow);
     if (found == m_indexedKeys.constEnd())
         return;
-    const auto removeFrom = [workflow](QHash<QString, QList<Workflow*>>& index, const QString& key) {
+    const auto removeFrom = [workflow](QHash<QString, QList<Workflow*>>& index, const QString& key)
+    {
         auto bucket = index.find(key);
         if (bucket == index.end())
             return;
@@ -430,7 +436,8 @@ Workflow* WorkflowManagerImp::FindWorkflow(const QString& id, const QString& sou
     return LookUpLoaded(id, sourceFile);
 }
 
-Workflow* WorkflowManagerImp::FindWorkflowFor(const Workflow* asker, const QString& id, const QString& sourceFile)
+Workflow* WorkflowManagerImp::FindWorkflowFor(const Workflow* asker, const QString& id,
+                                              const QString& sourceFile)
 {
     if (!m_catalogueLoaded && m_indexedKeys.contains(asker))
         return LookUpLoaded(id, sourceFile);
@@ -500,17 +507,11 @@ bool WorkflowManagerImp::DeleteWorkflow(const QString& id, const QString& source
         bool anyLeft = false;
         if (filer.Open(file) && filer.GoToFirstChild())
         {
-            QDomElement doomed;
-            do
+            if (GoToWorkflowWithId(filer, id))
             {
-                if (filer.GetAttribute(QStringLiteral("Id"), QString()).compare(id, Qt::CaseInsensitive) == 0)
-                {
-                    doomed = filer.GetCurrentElement();
-                    break;
-                }
-            } while (filer.GoToNextSibling());
-            if (!doomed.isNull())
+                QDomElement doomed = filer.GetCurrentElement();
                 doomed.parentNode().removeChild(doomed);
+            }
             anyLeft = !filer.GetDocumentElement().firstChildElement().isNull();
         }
         // A file that cannot be rewritten or removed still holds the workflow: not deleted.
@@ -535,14 +536,16 @@ QList<Workflow*> WorkflowManagerImp::QueryWorkflows(const QString& filter, const
         const WorkflowFilterMap filters = ParseFilterText(filter);
         if (!filters.isEmpty())
         {
-            snapshot.removeIf([&](Workflow* workflow) {
-                for (auto it = filters.cbegin(); it != filters.cend(); ++it)
+            snapshot.removeIf(
+                [&](Workflow* workflow)
                 {
-                    if (!PassesFilterEntry(workflow, it.key(), it.value()))
-                        return true;
-                }
-                return false;
-            });
+                    for (auto it = filters.cbegin(); it != filters.cend(); ++it)
+                    {
+                        if (!PassesFilterEntry(workflow, it.key(), it.value()))
+                            return true;
+                    }
+                    return false;
+                });
         }
     }
     if (!sort.isEmpty())

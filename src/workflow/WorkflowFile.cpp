@@ -11,13 +11,17 @@
 #include <QDir>
 #include <QFileInfo>
 
-namespace Velmora::WorkflowCore {
+namespace Velmora::WorkflowCore
+{
 
-namespace {
+namespace
+{
 
 const QString kWorkflowsElement = QStringLiteral("Workflows");
 const QString kWorkflowElement = QStringLiteral("Workflow");
 const QString kXlfFile = QStringLiteral("XlfFile");
+const QString kId = QStringLiteral("Id");
+const QString kShowIntroductionOnExecute = QStringLiteral("ShowIntroductionOnExecute");
 
 QString BoolText(bool value)
 {
@@ -38,6 +42,40 @@ QDateTime EpochInLocalTime()
 
 } // namespace
 
+bool ReadShowIntroductionOnExecute(const QString& id)
+{
+    const QString show = ReadWorkflowSetting(id, kShowIntroductionOnExecute);
+    return show.isEmpty() || show.compare(QLatin1String("true"), Qt::CaseInsensitive) == 0;
+}
+
+void WriteShowIntroductionOnExecute(const QString& id, bool show)
+{
+    WriteWorkflowSetting(id, kShowIntroductionOnExecute, BoolText(show));
+}
+
+QString TranslateThroughFileCatalog(XmlFiler& filer, const CatalogLookup& catalogFor)
+{
+    const QString xlfFile = filer.GetAttribute(kXlfFile, QString());
+    if (!xlfFile.isEmpty())
+        filer.SetTranslator(catalogFor(xlfFile));
+    return xlfFile;
+}
+
+bool IsWorkflowWithId(const XmlFiler& filer, const QString& id)
+{
+    return filer.GetAttribute(kId, QString()).compare(id, Qt::CaseInsensitive) == 0;
+}
+
+bool GoToWorkflowWithId(XmlFiler& filer, const QString& id)
+{
+    while (!IsWorkflowWithId(filer, id))
+    {
+        if (!filer.GoToNextSibling())
+            return false;
+    }
+    return true;
+}
+
 void ReadWorkflow(XmlFiler& filer, WorkflowImp& record)
 {
     WorkflowFields& m = record.Fields();
@@ -46,7 +84,7 @@ void ReadWorkflow(XmlFiler& filer, WorkflowImp& record)
     m.IsTemplate = filer.GetBoolAttribute(QStringLiteral("IsTemplate"), true);
     m.IsReadOnly = filer.GetBoolAttribute(QStringLiteral("IsReadOnly"), false);
     m.TemplateId = filer.GetAttribute(QStringLiteral("TemplateId"), QString());
-    m.Id = filer.GetAttribute(QStringLiteral("Id"), QString());
+    m.Id = filer.GetAttribute(kId, QString());
     m.HelpId = filer.GetAttribute(QStringLiteral("HelpId"), QString());
     m.Name = filer.GetAttribute(QStringLiteral("Name"), QString());
     m.Description = filer.GetAttribute(QStringLiteral("Description"), QString());
@@ -57,7 +95,8 @@ void ReadWorkflow(XmlFiler& filer, WorkflowImp& record)
     m.PrimaryProduct = filer.GetAttribute(QStringLiteral("PrimaryProduct"), QString());
     m.TargetProduct = filer.GetAttribute(QStringLiteral("TargetProduct"), QString());
     m.RequiredProducts = filer.GetAttribute(QStringLiteral("RequiredProducts"), QString());
-    m.RequiredProductsDisplayText = filer.GetAttribute(QStringLiteral("RequiredProductsDisplayText"), QString());
+    m.RequiredProductsDisplayText =
+        filer.GetAttribute(QStringLiteral("RequiredProductsDisplayText"), QString());
     WorkflowImp::KeysChanged();
     m.CreatedDate = filer.GetDateTimeAttribute(QStringLiteral("CreatedDate"), EpochInLocalTime());
     m.LastModifiedDate = filer.GetDateTimeAttribute(QStringLiteral("LastModifiedDate"), m.CreatedDate);
@@ -76,8 +115,7 @@ void ReadWorkflow(XmlFiler& filer, WorkflowImp& record)
 
     if (m.IsTemplate)
     {
-        const QString show = ReadWorkflowSetting(m.Id, QStringLiteral("ShowIntroductionOnExecute"));
-        m.ShowIntroductionOnExecute = show.isEmpty() || show.compare(QLatin1String("true"), Qt::CaseInsensitive) == 0;
+        m.ShowIntroductionOnExecute = ReadShowIntroductionOnExecute(m.Id);
     }
     m.IsModified = false;
 
@@ -92,10 +130,13 @@ void ReadWorkflow(const WorkflowElementData& element, const QString& fileName, X
                   WorkflowImp& record)
 {
     // Attribute texts go through the translation step; flags and dates are read as written.
-    const auto text = [&](WorkflowAttribute attribute) {
-        return element.Has(attribute) ? TranslatedFileText(catalog, fileName, element.Value(attribute)) : QString();
+    const auto text = [&](WorkflowAttribute attribute)
+    {
+        return element.Has(attribute) ? TranslatedFileText(catalog, fileName, element.Value(attribute))
+                                      : QString();
     };
-    const auto flag = [&](WorkflowAttribute attribute, bool defaultValue) {
+    const auto flag = [&](WorkflowAttribute attribute, bool defaultValue)
+    {
         const QString& value = element.Value(attribute);
         if (value.isEmpty())
             return defaultValue;
@@ -107,7 +148,8 @@ void ReadWorkflow(const WorkflowElementData& element, const QString& fileName, X
         const qulonglong number = value.toULongLong(&ok, 10);
         return ok ? number != 0 : defaultValue;
     };
-    const auto date = [&](WorkflowAttribute attribute, const QDateTime& defaultValue) {
+    const auto date = [&](WorkflowAttribute attribute, const QDateTime& defaultValue)
+    {
         const QString& value = element.Value(attribute);
         if (value.isEmpty())
             return defaultValue;
@@ -144,13 +186,13 @@ void ReadWorkflow(const WorkflowElementData& element, const QString& fileName, X
 
     m.Introduction.clear();
     if (element.hasIntroduction)
-        m.Introduction = element.introduction.isNull() ? QString()
-                                                       : TranslatedFileText(catalog, fileName, element.introduction);
+        m.Introduction = element.introduction.isNull()
+                             ? QString()
+                             : TranslatedFileText(catalog, fileName, element.introduction);
 
     if (m.IsTemplate)
     {
-        const QString show = ReadWorkflowSetting(m.Id, QStringLiteral("ShowIntroductionOnExecute"));
-        m.ShowIntroductionOnExecute = show.isEmpty() || show.compare(QLatin1String("true"), Qt::CaseInsensitive) == 0;
+        m.ShowIntroductionOnExecute = ReadShowIntroductionOnExecute(m.Id);
     }
     m.IsModified = false;
 
@@ -163,7 +205,8 @@ bool LoadWorkflow(WorkflowImp& record, const QString& file, const QString& id)
 {
     XlfCatalog* catalog = nullptr;
     bool catalogKnown = false;
-    const auto catalogFor = [&](const QString& xlfFile) {
+    const auto catalogFor = [&](const QString& xlfFile)
+    {
         if (!catalogKnown && !xlfFile.isEmpty())
         {
             if (WorkflowManagerImp* manager = WorkflowManagerImp::Instance())
@@ -173,13 +216,15 @@ bool LoadWorkflow(WorkflowImp& record, const QString& file, const QString& id)
         return catalog;
     };
     // The id asked for is matched against the Id as the record would read it, translated.
-    const auto matches = [&](const QString& xlfFile, const WorkflowElementData& element) {
-        return id.isEmpty() ||
-               TranslatedFileText(catalogFor(xlfFile), file, element.Value(AttrId)).compare(id, Qt::CaseInsensitive) == 0;
+    const auto matches = [&](const QString& xlfFile, const WorkflowElementData& element)
+    {
+        return id.isEmpty() || TranslatedFileText(catalogFor(xlfFile), file, element.Value(AttrId))
+                                       .compare(id, Qt::CaseInsensitive) == 0;
     };
     // Only the first match is kept: the other workflows of a large file cost nothing.
     bool found = false;
-    const auto keep = [&](const QString& xlfFile, const WorkflowElementData& element) {
+    const auto keep = [&](const QString& xlfFile, const WorkflowElementData& element)
+    {
         if (found || !matches(xlfFile, element))
             return false;
         found = true;
@@ -204,22 +249,16 @@ bool LoadWorkflowFromDocument(WorkflowImp& record, const QString& file, const QS
     XmlFiler filer;
     if (!filer.Open(file))
         return false;
-    const QString xlfFile = filer.GetAttribute(kXlfFile, QString());
-    if (!xlfFile.isEmpty())
-    {
-        if (WorkflowManagerImp* manager = WorkflowManagerImp::Instance())
-            filer.SetTranslator(manager->TranslationCatalog(xlfFile));
-    }
+    TranslateThroughFileCatalog(filer,
+                                [](const QString& xlfFile)
+                                {
+                                    WorkflowManagerImp* manager = WorkflowManagerImp::Instance();
+                                    return manager ? manager->TranslationCatalog(xlfFile) : nullptr;
+                                });
     if (!filer.GoToPath(kWorkflowElement))
         return false;
-    if (!id.isEmpty())
-    {
-        while (filer.GetAttribute(QStringLiteral("Id"), QString()).compare(id, Qt::CaseInsensitive) != 0)
-        {
-            if (!filer.GoToNextSibling())
-                return false;
-        }
-    }
+    if (!id.isEmpty() && !GoToWorkflowWithId(filer, id))
+        return false;
     ReadWorkflow(filer, record);
     return true;
 }
@@ -238,7 +277,7 @@ bool MayReplaceWorkflowFile(const QString& target, const QString& id)
         return true;
     do
     {
-        if (filer.GetAttribute(QStringLiteral("Id"), QString()).compare(id, Qt::CaseInsensitive) != 0)
+        if (!IsWorkflowWithId(filer, id))
             return false;
     } while (filer.GoToNextSibling());
     return true;
@@ -269,7 +308,7 @@ bool WriteWorkflow(WorkflowImp& record, const QString& name, const QString& targ
     filer.SetAttribute(QStringLiteral("IsReadOnly"), BoolText(m.IsReadOnly));
     // Every written file describes a user workflow: templates are only ever installed.
     filer.SetAttribute(QStringLiteral("IsTemplate"), BoolText(false));
-    filer.SetAttribute(QStringLiteral("Id"), id);
+    filer.SetAttribute(kId, id);
     filer.SetAttribute(QStringLiteral("HelpId"), m.HelpId);
     filer.SetAttribute(QStringLiteral("Name"), name);
     filer.SetAttribute(QStringLiteral("Description"), m.Description);

@@ -3,12 +3,33 @@
 
 #include <QString>
 
-namespace Velmora::WorkflowCore {
+#include <functional>
+
+namespace Velmora::WorkflowCore
+{
 
 class WorkflowImp;
 class XlfCatalog;
 class XmlFiler;
 struct WorkflowElementData;
+
+// Finds the translation catalogue of a file by the name its root gives in "XlfFile".
+using CatalogLookup = std::function<XlfCatalog*(const QString& xlfFile)>;
+
+// Has the filer, open on a workflow file, translate that file's texts through the catalogue its
+// root names. Returns the name, empty when the file names none.
+QString TranslateThroughFileCatalog(XmlFiler& filer, const CatalogLookup& catalogFor);
+
+// Whether the element the cursor is on is the workflow with that id; ids match ignoring case.
+bool IsWorkflowWithId(const XmlFiler& filer, const QString& id);
+// Moves the cursor forward over its element and the siblings after it to the first workflow
+// with that id; false, with the cursor on the last sibling, when none has it.
+bool GoToWorkflowWithId(XmlFiler& filer, const QString& id);
+
+// The user's choice whether the template with that id shows its introduction each time it runs,
+// kept in the per-user settings: shown unless turned off.
+bool ReadShowIntroductionOnExecute(const QString& id);
+void WriteShowIntroductionOnExecute(const QString& id, bool show);
 
 // Reads the record from the "Workflow" element the filer's cursor is on.
 void ReadWorkflow(XmlFiler& filer, WorkflowImp& record);

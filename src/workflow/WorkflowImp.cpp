@@ -16,11 +16,11 @@
 #include <cstdlib>
 #include <limits>
 
-namespace Velmora::WorkflowCore {
+namespace Velmora::WorkflowCore
+{
 
-namespace {
-
-const QString kShowIntroductionOnExecute = QStringLiteral("ShowIntroductionOnExecute");
+namespace
+{
 
 bool TargetProductIsComplete(const QString& targetProduct)
 {
@@ -86,7 +86,8 @@ QString SafeFileName(const QString& name)
     return result;
 }
 
-namespace {
+namespace
+{
 quint64 s_keysGeneration = 1;
 }
 
@@ -105,10 +106,7 @@ WorkflowImp::WorkflowImp(Workflow* facade) : m_facade(facade) {}
 WorkflowImp::~WorkflowImp()
 {
     if (m.IsTemplate)
-    {
-        WriteWorkflowSetting(m.Id, kShowIntroductionOnExecute,
-                             m.ShowIntroductionOnExecute ? QStringLiteral("True") : QStringLiteral("False"));
-    }
+        WriteShowIntroductionOnExecute(m.Id, m.ShowIntroductionOnExecute);
 }
 
 bool WorkflowImp::IsReadOnly() const
@@ -134,7 +132,8 @@ void WorkflowImp::BuildImageTables()
     if (m.ImageTablesBuilt)
         return;
     m.ImageTablesBuilt = true;
-    const auto build = [this](const QString& images, QMap<int, QString>& table) {
+    const auto build = [this](const QString& images, QMap<int, QString>& table)
+    {
         for (const QString& part : images.split(QLatin1Char('|'), Qt::SkipEmptyParts))
             table.insert(ImageWidth(ResolveImagePath(part)), part);
     };
@@ -194,8 +193,8 @@ bool WorkflowImp::Save()
     const QString fileName = SafeFileName(m.Name);
     if (fileName.isEmpty())
         return false;
-    const QString target = QFileInfo(m.SourceFile).absolutePath() + QLatin1Char('/') + fileName +
-                           QStringLiteral(".workflow");
+    const QString target =
+        QFileInfo(m.SourceFile).absolutePath() + QLatin1Char('/') + fileName + QStringLiteral(".workflow");
     // A rename onto another workflow's file must not replace that workflow.
     if (!MayReplaceWorkflowFile(target, m.Id))
         return false;
@@ -225,7 +224,8 @@ bool WorkflowImp::Save(const QString& path)
     if (folder.isEmpty() || !MakePrivateFolders(folder))
         folder = QFileInfo(m.SourceFile).absolutePath();
     const QString target = folder + QLatin1Char('/') + SafeFileName(name) + QStringLiteral(".workflow");
-    const QString newId = QStringLiteral("Id_%1_%2").arg(idPart, QUuid::createUuid().toString(QUuid::WithBraces));
+    const QString newId =
+        QStringLiteral("Id_%1_%2").arg(idPart, QUuid::createUuid().toString(QUuid::WithBraces));
 
     m.CreatedDate = QDateTime::currentDateTime();
     if (SafeFileName(name).isEmpty() || !MayReplaceWorkflowFile(target, newId))
@@ -306,7 +306,8 @@ QString WorkflowImp::ResolveImagePath(const QString& path) const
 {
     if (path.isEmpty() || QDir::isAbsolutePath(path))
         return path;
-    const auto lookIn = [&path](const QString& sourceFile) -> QString {
+    const auto lookIn = [&path](const QString& sourceFile) -> QString
+    {
         if (sourceFile.isEmpty())
             return QString();
         const QFileInfo candidate(QFileInfo(sourceFile).absolutePath() + QLatin1Char('/') + path);
