@@ -11,6 +11,7 @@
 #include <VmWorkflowCore/Workflow.h>
 #include <VmWorkflowCore/WorkflowManager.h>
 #include <VmWorkflowCore/WorkflowPrivate.h>
+#include <VmWorkflowCore/WorkflowQueryKeys.h>
 
 #include <QCommandLineParser>
 #include <QCoreApplication>
@@ -33,7 +34,8 @@ using VmWorkflowTool::DefaultSearchPaths;
 using VmWorkflowTool::ReadText;
 using VmWorkflowTool::Wide;
 
-namespace {
+namespace
+{
 
 enum ExitStatus
 {
@@ -42,10 +44,17 @@ enum ExitStatus
     BadCommandLine = 2
 };
 
-const QStringList kFilterKeys = {QStringLiteral("IsExecutable"), QStringLiteral("IsTemplate"),
-                                 QStringLiteral("PrimaryProduct"), QStringLiteral("TargetProduct"),
-                                 QStringLiteral("RequiredProduct")};
-const QStringList kSortKeys = kFilterKeys + QStringList{QStringLiteral("Name")};
+// The keys the library's query understands, as it names them.
+template <size_t Count> QStringList KeyList(const char* const (&keys)[Count])
+{
+    QStringList list;
+    for (const char* key : keys)
+        list << QString::fromLatin1(key);
+    return list;
+}
+
+const QStringList kFilterKeys = KeyList(Velmora::WorkflowCore::QueryKeys::FilterKeys);
+const QStringList kSortKeys = KeyList(Velmora::WorkflowCore::QueryKeys::SortKeys);
 
 QTextStream& Out()
 {
@@ -113,7 +122,8 @@ QJsonObject Summary(Workflow* workflow)
 {
     QJsonObject object;
     object.insert(QStringLiteral("id"), ReadText([&](WideChar* b, int s) { return workflow->GetId(b, s); }));
-    object.insert(QStringLiteral("name"), ReadText([&](WideChar* b, int s) { return workflow->GetName(b, s); }));
+    object.insert(QStringLiteral("name"),
+                  ReadText([&](WideChar* b, int s) { return workflow->GetName(b, s); }));
     object.insert(QStringLiteral("isTemplate"), workflow->IsTemplate());
     object.insert(QStringLiteral("isReadOnly"), workflow->IsReadOnly());
     object.insert(QStringLiteral("templateId"),
@@ -132,26 +142,33 @@ QJsonObject Summary(Workflow* workflow)
 QJsonObject Details(Workflow* workflow)
 {
     QJsonObject object = Summary(workflow);
-    object.insert(QStringLiteral("helpId"), ReadText([&](WideChar* b, int s) { return workflow->GetHelpId(b, s); }));
+    object.insert(QStringLiteral("helpId"),
+                  ReadText([&](WideChar* b, int s) { return workflow->GetHelpId(b, s); }));
     object.insert(QStringLiteral("description"),
                   ReadText([&](WideChar* b, int s) { return workflow->GetDescription(b, s); }));
-    object.insert(QStringLiteral("toolTip"), ReadText([&](WideChar* b, int s) { return workflow->GetToolTip(b, s); }));
-    object.insert(QStringLiteral("tag"), ReadText([&](WideChar* b, int s) { return workflow->GetTag(b, s); }));
-    object.insert(QStringLiteral("keywords"), ReadText([&](WideChar* b, int s) { return workflow->GetKeywords(b, s); }));
-    object.insert(QStringLiteral("uiFile"), ReadText([&](WideChar* b, int s) { return workflow->GetUIFile(b, s); }));
-    object.insert(QStringLiteral("requiredProductsDisplayText"),
-                  ReadText([&](WideChar* b, int s) { return workflow->GetRequiredProductsDisplayText(b, s); }));
+    object.insert(QStringLiteral("toolTip"),
+                  ReadText([&](WideChar* b, int s) { return workflow->GetToolTip(b, s); }));
+    object.insert(QStringLiteral("tag"),
+                  ReadText([&](WideChar* b, int s) { return workflow->GetTag(b, s); }));
+    object.insert(QStringLiteral("keywords"),
+                  ReadText([&](WideChar* b, int s) { return workflow->GetKeywords(b, s); }));
+    object.insert(QStringLiteral("uiFile"),
+                  ReadText([&](WideChar* b, int s) { return workflow->GetUIFile(b, s); }));
+    object.insert(
+        QStringLiteral("requiredProductsDisplayText"),
+        ReadText([&](WideChar* b, int s) { return workflow->GetRequiredProductsDisplayText(b, s); }));
     object.insert(QStringLiteral("created"), IsoDate(workflow->GetCreatedDate()));
     object.insert(QStringLiteral("lastModified"), IsoDate(workflow->GetLastModifiedDate()));
     object.insert(QStringLiteral("introduction"),
                   ReadText([&](WideChar* b, int s) { return workflow->GetIntroduction(b, s); }));
-    object.insert(QStringLiteral("settings"), ReadText([&](WideChar* b, int s) { return workflow->GetSettings(b, s); }));
+    object.insert(QStringLiteral("settings"),
+                  ReadText([&](WideChar* b, int s) { return workflow->GetSettings(b, s); }));
     QJsonObject images;
     for (int size : {16, 32})
     {
-        images.insert(QString::number(size), ReadText([&](WideChar* b, int s) {
-                          return workflow->GetImage(WorkflowImageAutomatic, size, b, s);
-                      }));
+        images.insert(QString::number(size),
+                      ReadText([&](WideChar* b, int s)
+                               { return workflow->GetImage(WorkflowImageAutomatic, size, b, s); }));
     }
     object.insert(QStringLiteral("images"), images);
     return object;
@@ -166,7 +183,8 @@ void PrintJson(const QJsonDocument& document)
 QSet<Workflow*> ExecutableWorkflows(WorkflowManager* manager)
 {
     QSet<Workflow*> executable;
-    std::unique_ptr<WorkflowIterator> it(manager->GetWorkflows(Wide(QStringLiteral("IsExecutable=true")), Wide(QString())));
+    std::unique_ptr<WorkflowIterator> it(
+        manager->GetWorkflows(Wide(QStringLiteral("IsExecutable=true")), Wide(QString())));
     while (it->MoveNext())
         executable.insert(it->GetCurrent());
     return executable;
@@ -258,10 +276,13 @@ int Delete(WorkflowManager* manager, const QString& id, bool keepFile)
     if (!workflow)
         return Fail(ActionFailed, QStringLiteral("no workflow has the id \"%1\".").arg(id));
     if (workflow->IsTemplate())
-        return Fail(ActionFailed, QStringLiteral("the workflow \"%1\" is a template, and templates cannot be deleted.").arg(id));
+        return Fail(
+            ActionFailed,
+            QStringLiteral("the workflow \"%1\" is a template, and templates cannot be deleted.").arg(id));
     const QString sourceFile = ReadText([&](WideChar* b, int s) { return workflow->GetSourceFile(b, s); });
     if (!manager->DeleteWorkflow(Wide(id), Wide(sourceFile), !keepFile))
-        return Fail(ActionFailed, QStringLiteral("the workflow \"%1\" could not be deleted from %2.").arg(id, sourceFile));
+        return Fail(ActionFailed,
+                    QStringLiteral("the workflow \"%1\" could not be deleted from %2.").arg(id, sourceFile));
     Out() << "deleted " << id << (keepFile ? " (file kept)\n" : "\n");
     return Success;
 }
@@ -305,9 +326,11 @@ int Products(WorkflowManager* manager, const QString& ids, bool json)
         Out() << row.value(QStringLiteral("id")).toString() << "  "
               << (name.isEmpty() ? QStringLiteral("(unknown product)") : name) << "  hub name "
               << row.value(QStringLiteral("hubName")).toString() << "  version "
-              << (row.value(QStringLiteral("version")).toString().isEmpty() ? QStringLiteral("any")
-                                                                             : row.value(QStringLiteral("version")).toString())
-              << "  " << (row.value(QStringLiteral("installed")).toBool() ? "installed" : "not installed") << '\n';
+              << (row.value(QStringLiteral("version")).toString().isEmpty()
+                      ? QStringLiteral("any")
+                      : row.value(QStringLiteral("version")).toString())
+              << "  " << (row.value(QStringLiteral("installed")).toBool() ? "installed" : "not installed")
+              << '\n';
     }
     return Success;
 }
@@ -339,33 +362,43 @@ int main(int argc, char** argv)
         "joined by \",\", the first written deciding first; Name is a sort key too."));
     parser.addHelpOption();
     parser.addVersionOption();
-    const QCommandLineOption searchPaths(QStringLiteral("search-paths"),
-                                         QStringLiteral("Workflow folders joined by \";\" (default: the bundled samples)."),
-                                         QStringLiteral("paths"));
-    const QCommandLineOption locale(QStringLiteral("locale"), QStringLiteral("Locale of the texts, such as de-DE."),
+    const QCommandLineOption searchPaths(
+        QStringLiteral("search-paths"),
+        QStringLiteral("Workflow folders joined by \";\" (default: the bundled samples)."),
+        QStringLiteral("paths"));
+    const QCommandLineOption locale(QStringLiteral("locale"),
+                                    QStringLiteral("Locale of the texts, such as de-DE."),
                                     QStringLiteral("name"));
     const QCommandLineOption filter(QStringLiteral("filter"), QStringLiteral("Filter text for list."),
                                     QStringLiteral("text"));
-    const QCommandLineOption sort(QStringLiteral("sort"), QStringLiteral("Sort text for list."), QStringLiteral("text"));
-    const QCommandLineOption pluginPaths(QStringLiteral("plugin-paths"),
-                                         QStringLiteral("Plug-in folders joined by \";\" (default: beside the tool)."),
-                                         QStringLiteral("paths"));
-    const QCommandLineOption launchPoint(QStringLiteral("launch-point"),
-                                         QStringLiteral("Where run says the launch came from: 0 application menu, "
-                                                        "1 workflow browser, 2 workflow editor, 3 ribbon (default 0)."),
-                                         QStringLiteral("number"), QStringLiteral("0"));
-    const QCommandLineOption wait(QStringLiteral("wait"),
-                                  QStringLiteral("With run: follow the run to its end and exit with its status."));
-    const QCommandLineOption setArgument(QStringLiteral("set"),
-                                         QStringLiteral("With run: one more /KEY=VALUE argument for the host and "
-                                                        "the workflow's plug-in (may be repeated)."),
-                                         QStringLiteral("key=value"));
+    const QCommandLineOption sort(QStringLiteral("sort"), QStringLiteral("Sort text for list."),
+                                  QStringLiteral("text"));
+    const QCommandLineOption pluginPaths(
+        QStringLiteral("plugin-paths"),
+        QStringLiteral("Plug-in folders joined by \";\" (default: beside the tool)."),
+        QStringLiteral("paths"));
+    const QCommandLineOption launchPoint(
+        QStringLiteral("launch-point"),
+        QStringLiteral("Where run says the launch came from: 0 application menu, "
+                       "1 workflow browser, 2 workflow editor, 3 ribbon (default 0)."),
+        QStringLiteral("number"), QStringLiteral("0"));
+    const QCommandLineOption wait(
+        QStringLiteral("wait"),
+        QStringLiteral("With run: follow the run to its end and exit with its status."));
+    const QCommandLineOption setArgument(
+        QStringLiteral("set"),
+        QStringLiteral("With run: one more /KEY=VALUE argument for the host and "
+                       "the workflow's plug-in (may be repeated)."),
+        QStringLiteral("key=value"));
     const QCommandLineOption json(QStringLiteral("json"), QStringLiteral("Print JSON."));
     const QCommandLineOption keepFile(QStringLiteral("keep-file"),
                                       QStringLiteral("Delete from the catalogue only; leave the file."));
-    parser.addOptions({searchPaths, pluginPaths, locale, filter, sort, json, keepFile, launchPoint, wait, setArgument});
-    parser.addPositionalArgument(QStringLiteral("command"), QStringLiteral("list, show, delete, new-name, products, run or running"));
-    parser.addPositionalArgument(QStringLiteral("argument"), QStringLiteral("the command's argument"), QStringLiteral("[argument]"));
+    parser.addOptions(
+        {searchPaths, pluginPaths, locale, filter, sort, json, keepFile, launchPoint, wait, setArgument});
+    parser.addPositionalArgument(QStringLiteral("command"),
+                                 QStringLiteral("list, show, delete, new-name, products, run or running"));
+    parser.addPositionalArgument(QStringLiteral("argument"), QStringLiteral("the command's argument"),
+                                 QStringLiteral("[argument]"));
 
     if (!parser.parse(QCoreApplication::arguments()))
         return Fail(BadCommandLine, parser.errorText() + QLatin1Char('.'));
@@ -385,16 +418,19 @@ int main(int argc, char** argv)
         return Fail(BadCommandLine, QStringLiteral("a command is missing; see --help."));
     const QString command = positional.first();
     const QStringList rest = positional.mid(1);
-    const auto expectArguments = [&](int count, const QString& what) -> QString {
+    const auto expectArguments = [&](int count, const QString& what) -> QString
+    {
         if (rest.size() < count)
             return QStringLiteral("the %1 command needs %2.").arg(command, what);
         if (rest.size() > count)
             return QStringLiteral("the %1 command takes no argument \"%2\".").arg(command, rest.at(count));
         return QString();
     };
-    const auto onlyFor = [&](const QCommandLineOption& option, const QStringList& commands) -> QString {
+    const auto onlyFor = [&](const QCommandLineOption& option, const QStringList& commands) -> QString
+    {
         if (parser.isSet(option) && !commands.contains(command))
-            return QStringLiteral("--%1 does not apply to the %2 command.").arg(option.names().first(), command);
+            return QStringLiteral("--%1 does not apply to the %2 command.")
+                .arg(option.names().first(), command);
         return QString();
     };
 
@@ -415,12 +451,12 @@ int main(int argc, char** argv)
         problem = expectArguments(0, QString());
     else
         problem = QStringLiteral("the command \"%1\" is unknown; see --help.").arg(command);
-    for (const QString& check : {onlyFor(filter, {QStringLiteral("list")}), onlyFor(sort, {QStringLiteral("list")}),
-                                 onlyFor(json, {QStringLiteral("list"), QStringLiteral("show"), QStringLiteral("products"),
-                                                QStringLiteral("run"), QStringLiteral("running")}),
-                                 onlyFor(keepFile, {QStringLiteral("delete")}), onlyFor(wait, {QStringLiteral("run")}),
-                                 onlyFor(launchPoint, {QStringLiteral("run")}),
-                                 onlyFor(setArgument, {QStringLiteral("run")})})
+    for (const QString& check :
+         {onlyFor(filter, {QStringLiteral("list")}), onlyFor(sort, {QStringLiteral("list")}),
+          onlyFor(json, {QStringLiteral("list"), QStringLiteral("show"), QStringLiteral("products"),
+                         QStringLiteral("run"), QStringLiteral("running")}),
+          onlyFor(keepFile, {QStringLiteral("delete")}), onlyFor(wait, {QStringLiteral("run")}),
+          onlyFor(launchPoint, {QStringLiteral("run")}), onlyFor(setArgument, {QStringLiteral("run")})})
     {
         if (problem.isEmpty())
             problem = check;
@@ -450,7 +486,8 @@ int main(int argc, char** argv)
     {
         const QFileInfo info(folder);
         if (!info.isDir() || !info.isReadable() || !info.isExecutable())
-            return Fail(ActionFailed, QStringLiteral("the workflow folder \"%1\" cannot be read.").arg(folder));
+            return Fail(ActionFailed,
+                        QStringLiteral("the workflow folder \"%1\" cannot be read.").arg(folder));
     }
 
     if (!parser.isSet(searchPaths))
@@ -480,8 +517,10 @@ int main(int argc, char** argv)
     else if (command == QLatin1String("run"))
     {
         QTextStream err(stderr);
-        status = VmWorkflowTool::Run(manager, {rest.first(), launchPointValue, parser.isSet(wait), parser.isSet(json), launchArguments},
-                                     Out(), err);
+        status = VmWorkflowTool::Run(
+            manager,
+            {rest.first(), launchPointValue, parser.isSet(wait), parser.isSet(json), launchArguments}, Out(),
+            err);
     }
     else if (command == QLatin1String("running"))
         status = VmWorkflowTool::Running(manager, parser.isSet(json), Out());

@@ -7,19 +7,23 @@
 #include "workflow/WorkflowImp.h"
 
 #include <VmWorkflowCore/Workflow.h>
+#include <VmWorkflowCore/WorkflowQueryKeys.h>
 
 #include <OstrelAdapter/OstrelAdapterUtility.h>
 
 #include <QStringList>
 #include <QVariant>
 
-namespace Velmora::WorkflowCore {
+namespace Velmora::WorkflowCore
+{
 
-namespace {
+namespace
+{
 
 bool ListHasMatchingId(const QString& storedIds, const QString& filterId)
 {
-    for (const QString& id : storedIds.split(QLatin1Char(','), Qt::SkipEmptyParts)) {
+    for (const QString& id : storedIds.split(QLatin1Char(','), Qt::SkipEmptyParts))
+    {
         if (ProductIdMatches(filterId, id))
             return true;
     }
@@ -52,9 +56,11 @@ bool WorkflowMatchesFilter(Workflow* workflow, const QString& key, const QString
     if (!workflow)
         return false;
     const WorkflowFields& fields = workflow->GetImp()->Fields();
-    const auto is = [&key](const char* name) { return key.compare(QLatin1String(name), Qt::CaseInsensitive) == 0; };
+    const auto is = [&key](const char* name)
+    { return key.compare(QLatin1String(name), Qt::CaseInsensitive) == 0; };
 
-    if (is("IsExecutable")) {
+    if (is(QueryKeys::IsExecutable))
+    {
         if (fields.RequiredProducts.isEmpty())
             return false;
         bool executable = false;
@@ -63,13 +69,13 @@ bool WorkflowMatchesFilter(Workflow* workflow, const QString& key, const QString
             return !executable;
         return executable;
     }
-    if (is("IsTemplate"))
+    if (is(QueryKeys::IsTemplate))
         return QVariant(value).toBool() == fields.IsTemplate;
-    if (is("PrimaryProduct"))
+    if (is(QueryKeys::PrimaryProduct))
         return ListHasMatchingId(fields.PrimaryProduct, value);
-    if (is("TargetProduct"))
+    if (is(QueryKeys::TargetProduct))
         return ListHasMatchingId(fields.TargetProduct, value);
-    if (is("RequiredProduct"))
+    if (is(QueryKeys::RequiredProduct))
         return ListHasMatchingId(fields.RequiredProducts, value);
     return false;
 }

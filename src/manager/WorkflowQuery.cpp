@@ -3,6 +3,8 @@
 
 #include "workflow/WorkflowImp.h"
 
+#include <VmWorkflowCore/WorkflowQueryKeys.h>
+
 #include <QStringList>
 
 #include <algorithm>
@@ -51,9 +53,10 @@ KeyKind KindOf(const QString& key)
 {
     const auto is = [&key](const char* name)
     { return key.compare(QLatin1String(name), Qt::CaseInsensitive) == 0; };
-    if (is("IsTemplate"))
+    if (is(QueryKeys::IsTemplate))
         return KeyKind::Template;
-    if (is("Name") || is("PrimaryProduct") || is("TargetProduct") || is("RequiredProduct"))
+    if (is(QueryKeys::Name) || is(QueryKeys::PrimaryProduct) || is(QueryKeys::TargetProduct) ||
+        is(QueryKeys::RequiredProduct))
         return KeyKind::Text;
     return KeyKind::Unknown;
 }
@@ -62,11 +65,11 @@ KeyKind KindOf(const QString& key)
 QString KeyText(const WorkflowFields& fields, const QString& key, const ProductNamesFunction& names)
 {
     const auto productNames = [&names](const QString& ids) { return names ? names(ids) : ids; };
-    if (key.compare(QLatin1String("Name"), Qt::CaseInsensitive) == 0)
+    if (key.compare(QLatin1String(QueryKeys::Name), Qt::CaseInsensitive) == 0)
         return fields.Name;
-    if (key.compare(QLatin1String("PrimaryProduct"), Qt::CaseInsensitive) == 0)
+    if (key.compare(QLatin1String(QueryKeys::PrimaryProduct), Qt::CaseInsensitive) == 0)
         return productNames(fields.PrimaryProduct);
-    if (key.compare(QLatin1String("TargetProduct"), Qt::CaseInsensitive) == 0)
+    if (key.compare(QLatin1String(QueryKeys::TargetProduct), Qt::CaseInsensitive) == 0)
         return productNames(fields.TargetProduct);
     return productNames(fields.RequiredProducts);
 }
