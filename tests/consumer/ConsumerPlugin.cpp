@@ -4,6 +4,7 @@
 // argument "ConsumerResultFile", and ends with the status named by "ConsumerExitStatus" (0 when
 // absent).
 
+#include <VmWorkflowCore/WideText.h>
 #include <VmWorkflowCore/WorkflowPlugin.h>
 
 #include <QCoreApplication>
@@ -14,30 +15,14 @@
 
 using namespace Velmora::WorkflowCore;
 
-namespace {
-
-std::vector<WideChar> Wide(const QString& text)
+namespace
 {
-    std::vector<WideChar> buffer(static_cast<size_t>(text.size()) + 1, 0);
-    for (int i = 0; i < text.size(); ++i)
-        buffer[static_cast<size_t>(i)] = static_cast<WideChar>(text.at(i).unicode());
-    return buffer;
-}
-
-template <typename Getter> QString Read(Getter get)
-{
-    const int length = get(nullptr, 0);
-    if (length <= 0)
-        return QString();
-    std::vector<WideChar> buffer(static_cast<size_t>(length) + 1, 0);
-    const int copied = get(buffer.data(), length + 1);
-    return QString::fromUtf16(reinterpret_cast<const char16_t*>(buffer.data()), copied);
-}
 
 QString Argument(WorkflowArguments* arguments, const QString& key)
 {
-    const std::vector<WideChar> wideKey = Wide(key);
-    return Read([&](WideChar* buffer, int size) { return arguments->GetValue(wideKey.data(), buffer, size); });
+    const WideText wideKey(key);
+    return ReadWideText([&](WideChar* buffer, int size)
+                        { return arguments->GetValue(wideKey, buffer, size); });
 }
 
 class ConsumerExecutor : public WorkflowExecutor
@@ -56,10 +41,12 @@ public:
             m_message = QStringLiteral("cannot write the result file");
             return 2;
         }
-        const QString id = Read([workflow](WideChar* buffer, int size) { return workflow->GetId(buffer, size); });
-        const QString name = Read([workflow](WideChar* buffer, int size) { return workflow->GetName(buffer, size); });
-        const QString text = QStringLiteral("Id %1\nName %2\nHost %3\n")
-                                 .arg(id, name, QCoreApplication::applicationName());
+        const QString id =
+            ReadWideText([workflow](WideChar* buffer, int size) { return workflow->GetId(buffer, size); });
+        const QString name =
+            ReadWideText([workflow](WideChar* buffer, int size) { return workflow->GetName(buffer, size); });
+        const QString text =
+            QStringLiteral("Id %1\nName %2\nHost %3\n").arg(id, name, QCoreApplication::applicationName());
         result.write(text.toUtf8());
         result.close();
         m_message.clear();

@@ -10,6 +10,7 @@
 
 #include <OstrelAdapter/ApplicationManager.h>
 #include <VmWorkflowCore/VmWorkflowCoreVersion.h>
+#include <VmWorkflowCore/WideText.h>
 #include <VmWorkflowCore/WorkflowManager.h>
 #include <VmWorkflowCore/WorkflowPrivate.h>
 
@@ -25,7 +26,8 @@
 
 using namespace Velmora::WorkflowCore;
 
-namespace {
+namespace
+{
 
 enum ConsumerFailure
 {
@@ -41,32 +43,14 @@ enum ConsumerFailure
 
 const int kRunTimeoutMs = 60000;
 
-std::vector<WideChar> Wide(const QString& text)
-{
-    std::vector<WideChar> buffer(static_cast<size_t>(text.size()) + 1, 0);
-    for (int i = 0; i < text.size(); ++i)
-        buffer[static_cast<size_t>(i)] = static_cast<WideChar>(text.at(i).unicode());
-    return buffer;
-}
-
-template <typename Getter> QString Read(Getter get)
-{
-    const int length = get(nullptr, 0);
-    if (length <= 0)
-        return QString();
-    std::vector<WideChar> buffer(static_cast<size_t>(length) + 1, 0);
-    const int copied = get(buffer.data(), length + 1);
-    return QString::fromUtf16(reinterpret_cast<const char16_t*>(buffer.data()), copied);
-}
-
 QString IdOf(Workflow* workflow)
 {
-    return Read([workflow](WideChar* buffer, int size) { return workflow->GetId(buffer, size); });
+    return ReadWideText([workflow](WideChar* buffer, int size) { return workflow->GetId(buffer, size); });
 }
 
 QString NameOf(Workflow* workflow)
 {
-    return Read([workflow](WideChar* buffer, int size) { return workflow->GetName(buffer, size); });
+    return ReadWideText([workflow](WideChar* buffer, int size) { return workflow->GetName(buffer, size); });
 }
 
 int Fail(int status, const QString& sentence)
@@ -80,15 +64,12 @@ int Fail(int status, const QString& sentence)
 class ConsumerContext : public HostApplicationContext
 {
 public:
-    explicit ConsumerContext(QMap<QString, QString> arguments)
-        : m_arguments(std::move(arguments))
-    {
-    }
+    explicit ConsumerContext(QMap<QString, QString> arguments) : m_arguments(std::move(arguments)) {}
     bool CanExecuteWorkflow(Workflow*) override { return true; }
     void AddLaunchArguments(Workflow*, WorkflowArguments* arguments) override
     {
         for (auto it = m_arguments.cbegin(); it != m_arguments.cend(); ++it)
-            arguments->SetValue(Wide(it.key()).data(), Wide(it.value()).data());
+            arguments->SetValue(WideText(it.key()), WideText(it.value()));
     }
     int GetCurrentProductId(WideChar* buffer, int size) override
     {
@@ -107,7 +88,8 @@ private:
 int Run(const QStringList& args)
 {
     if (args.size() < 3)
-        return Fail(BadCommandLine, QStringLiteral("usage: workflow-consumer <folders> <workflow id> [Key=Value ...]"));
+        return Fail(BadCommandLine,
+                    QStringLiteral("usage: workflow-consumer <folders> <workflow id> [Key=Value ...]"));
     QMap<QString, QString> launchArguments;
     for (const QString& pair : args.mid(3))
     {
@@ -123,9 +105,10 @@ int Run(const QStringList& args)
     manager->GetWorkflowVersionInfo(major, minor);
     std::printf("library %d.%d, headers %s\n", major, minor, VMWORKFLOWCORE_VERSION_STRING);
     if (major != VMWORKFLOWCORE_VERSION_MAJOR || minor != VMWORKFLOWCORE_VERSION_MINOR)
-        return Fail(VersionMismatch, QStringLiteral("the loaded library is not the one the headers describe"));
+        return Fail(VersionMismatch,
+                    QStringLiteral("the loaded library is not the one the headers describe"));
 
-    manager->SetWorkflowSearchPaths(Wide(args.at(1)).data());
+    manager->SetWorkflowSearchPaths(WideText(args.at(1)));
 
     QStringList listed;
     std::unique_ptr<WorkflowIterator> iterator(manager->GetWorkflows());
@@ -138,7 +121,8 @@ int Run(const QStringList& args)
     if (listed.isEmpty())
         return Fail(NoWorkflows, QStringLiteral("no workflow found in %1").arg(args.at(1)));
 
-    std::unique_ptr<QSortFilterProxyModel> model(WorkflowPrivate::GetWorkflowListModel(QString(), QStringLiteral("Name:0")));
+    std::unique_ptr<QSortFilterProxyModel> model(
+        WorkflowPrivate::GetWorkflowListModel(QString(), QStringLiteral("Name:0")));
     if (!model || model->rowCount() != listed.size())
         return Fail(ListsDisagree, QStringLiteral("the list proxy holds %1 rows for %2 workflows")
                                        .arg(model ? model->rowCount() : -1)
@@ -150,9 +134,10 @@ int Run(const QStringList& args)
         QStringLiteral("Id_VmWorkflowHost"), QString());
     if (hosts.isEmpty())
         return Fail(NoHost, QStringLiteral("no host application is installed"));
-    std::printf("host %s %s\n", qPrintable(hosts.first().GetVersion()), qPrintable(hosts.first().GetExecutable()));
+    std::printf("host %s %s\n", qPrintable(hosts.first().GetVersion()),
+                qPrintable(hosts.first().GetExecutable()));
 
-    Workflow* workflow = manager->GetWorkflow(Wide(args.at(2)).data(), nullptr);
+    Workflow* workflow = manager->GetWorkflow(WideText(args.at(2)), nullptr);
     if (!workflow)
         return Fail(UnknownWorkflow, QStringLiteral("no workflow has the id %1").arg(args.at(2)));
 
@@ -162,21 +147,25 @@ int Run(const QStringList& args)
     QEventLoop loop;
     int status = NoEnd;
     bool began = false;
-    QObject::connect(manager->GetNotificationManager(), &WorkflowNotificationManager::WorkflowExecutionBeginning,
-                     &loop, [&](ExecutingWorkflow* run) {
+    QObject::connect(manager->GetNotificationManager(),
+                     &WorkflowNotificationManager::WorkflowExecutionBeginning, &loop,
+                     [&](ExecutingWorkflow* run)
+                     {
                          if (run->GetWorkflow() != workflow)
                              return;
                          began = true;
                          std::printf("beginning in host process %d\n", run->GetHostProcessId());
                      });
-    QObject::connect(manager->GetNotificationManager(), &WorkflowNotificationManager::WorkflowExecutionFinished,
-                     &loop, [&](ExecutingWorkflow* run) {
-                         if (run->GetWorkflow() != workflow)
-                             return;
-                         status = run->GetErrorStatus();
-                         std::printf("finished in host process %d with status %d\n", run->GetHostProcessId(), status);
-                         loop.quit();
-                     });
+    QObject::connect(
+        manager->GetNotificationManager(), &WorkflowNotificationManager::WorkflowExecutionFinished, &loop,
+        [&](ExecutingWorkflow* run)
+        {
+            if (run->GetWorkflow() != workflow)
+                return;
+            status = run->GetErrorStatus();
+            std::printf("finished in host process %d with status %d\n", run->GetHostProcessId(), status);
+            loop.quit();
+        });
     if (!manager->ExecuteWorkflow(workflow, ApplicationMenu))
     {
         manager->SetHostApplicationContext(nullptr);
@@ -186,7 +175,8 @@ int Run(const QStringList& args)
     loop.exec();
     manager->SetHostApplicationContext(nullptr);
     if (status == NoEnd || !began)
-        return Fail(NoEnd, QStringLiteral("the run of %1 was not seen from beginning to end").arg(args.at(2)));
+        return Fail(NoEnd,
+                    QStringLiteral("the run of %1 was not seen from beginning to end").arg(args.at(2)));
     return status;
 }
 
