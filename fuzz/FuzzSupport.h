@@ -17,8 +17,7 @@
 
 #define Check(condition) ::VmWorkflowFuzz::CheckAt((condition), #condition, __FILE__, __LINE__)
 
-namespace VmWorkflowFuzz
-{
+namespace VmWorkflowFuzz {
 
 // A broken property names its place before it aborts, so that a finding says which check failed.
 inline void CheckAt(bool condition, const char* expression, const char* file, int line)

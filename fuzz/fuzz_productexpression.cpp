@@ -14,8 +14,7 @@
 
 using namespace Velmora::WorkflowCore;
 
-namespace
-{
+namespace {
 
 void Check(bool condition)
 {

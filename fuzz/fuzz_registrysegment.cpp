@@ -59,6 +59,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
     RoundTrip(entries);
     // A shorter view of the same bytes never yields more entries.
     if (used > 0)
-        Check(ExecutingRegistry::ParseEntries(exact.data(), static_cast<int>(used / 2)).size() <= entries.size());
+        Check(ExecutingRegistry::ParseEntries(exact.data(), static_cast<int>(used / 2)).size() <=
+              entries.size());
     return 0;
 }

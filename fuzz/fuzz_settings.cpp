@@ -70,7 +70,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
     if (after == bytes)
     {
         // Nothing was written: only a file that could not be read is left alone.
-        Check(ReadWorkflowSetting(target, kOther) != value || before.value(ids.indexOf(target)).second == value);
+        Check(ReadWorkflowSetting(target, kOther) != value ||
+              before.value(ids.indexOf(target)).second == value);
         return 0;
     }
     Check(ReadWorkflowSetting(target, kOther) == value);

@@ -176,19 +176,23 @@ int Run(const CommandLine& line)
 {
     WorkflowManager* manager = WorkflowManager::GetInstance();
     manager->SetCurrentLocale(Wide(line.values.value(QStringLiteral("Locale"))).data());
-    manager->SetWorkflowPluginSearchPaths(Wide(line.values.value(QStringLiteral("PluginSearchPaths"))).data());
+    manager->SetWorkflowPluginSearchPaths(
+        Wide(line.values.value(QStringLiteral("PluginSearchPaths"))).data());
     manager->SetWorkflowSearchPaths(Wide(line.values.value(QStringLiteral("WorkflowSearchPath"))).data());
 
     const QFileInfo fileInfo(line.file);
     if (!fileInfo.isFile() || !fileInfo.isReadable())
-        return Fail(UnreadableWorkflow, QStringLiteral("the workflow file \"%1\" cannot be read.").arg(line.file));
+        return Fail(UnreadableWorkflow,
+                    QStringLiteral("the workflow file \"%1\" cannot be read.").arg(line.file));
     Workflow workflow;
     if (!workflow.Load(Wide(line.file).data(), Wide(line.id).data()))
     {
         if (line.id.isEmpty())
-            return Fail(UnreadableWorkflow, QStringLiteral("the file \"%1\" holds no workflow.").arg(line.file));
-        return Fail(UnreadableWorkflow,
-                    QStringLiteral("the file \"%1\" holds no workflow with the id \"%2\".").arg(line.file, line.id));
+            return Fail(UnreadableWorkflow,
+                        QStringLiteral("the file \"%1\" holds no workflow.").arg(line.file));
+        return Fail(
+            UnreadableWorkflow,
+            QStringLiteral("the file \"%1\" holds no workflow with the id \"%2\".").arg(line.file, line.id));
     }
 
     const int launcher = line.values.value(QStringLiteral("ParentProcessId")).toInt();
@@ -204,7 +208,8 @@ int Run(const CommandLine& line)
     WorkflowExecutor* executor = WorkflowPrivate::GetWorkflowExecuteHandler(&workflow);
     if (!executor)
     {
-        const QString sentence = QStringLiteral("the plug-in of the workflow cannot be loaded or cannot run it.");
+        const QString sentence =
+            QStringLiteral("the plug-in of the workflow cannot be loaded or cannot run it.");
         FinishRun(manager, &workflow, MissingPlugin, sentence);
         WorkflowPrivate::RemoveLinkStateListener(&link);
         return Fail(MissingPlugin, sentence);

@@ -143,12 +143,10 @@ BrowserWindow::BrowserWindow(const QString& searchPaths, QWidget* parent)
 
     connect(m_filter, &QLineEdit::textChanged, this, &BrowserWindow::RebuildModel);
     connect(m_sort, &QComboBox::currentIndexChanged, this, &BrowserWindow::RebuildModel);
-    connect(m_product, &QComboBox::currentIndexChanged, this,
-            [this]
-            {
-                m_host->currentProduct = m_product->currentData().toString();
-                RebuildModel();
-            });
+    connect(m_product, &QComboBox::currentIndexChanged, this, [this] {
+        m_host->currentProduct = m_product->currentData().toString();
+        RebuildModel();
+    });
     connect(m_language, &QComboBox::currentIndexChanged, this, &BrowserWindow::SwitchLanguage);
     connect(m_run, &QPushButton::clicked, this, &BrowserWindow::RunSelected);
     FollowExecutions();
@@ -298,8 +296,9 @@ void BrowserWindow::ShowDetails()
     if (!introduction.isEmpty())
         html += QStringLiteral("<p><b>%1</b> %2</p>").arg(tr("Introduction:"), introduction.toHtmlEscaped());
     html += QStringLiteral("<table cellspacing=\"4\">");
-    const auto row = [&html](const QString& label, const QString& value)
-    { html += QStringLiteral("<tr><td><b>%1</b></td><td>%2</td></tr>").arg(label, value); };
+    const auto row = [&html](const QString& label, const QString& value) {
+        html += QStringLiteral("<tr><td><b>%1</b></td><td>%2</td></tr>").arg(label, value);
+    };
     row(tr("Kind:"), workflow->IsTemplate() ? tr("template") : tr("workflow"));
     row(tr("Primary product:"), ProductNames(Text(workflow, &Workflow::GetPrimaryProduct)));
     row(tr("Target product:"), ProductNames(Text(workflow, &Workflow::GetTargetProduct)));
@@ -344,17 +343,16 @@ void BrowserWindow::FollowExecutions()
     WorkflowNotificationManager* notifications = Manager()->GetNotificationManager();
     if (!notifications)
         return;
-    const auto describe = [](ExecutingWorkflow* running)
-    {
+    const auto describe = [](ExecutingWorkflow* running) {
         Workflow* workflow = running ? running->GetWorkflow() : nullptr;
         return workflow ? Text(workflow, &Workflow::GetName) : tr("a workflow");
     };
     connect(notifications, &WorkflowNotificationManager::WorkflowExecutionBeginning, this,
-            [this, describe](ExecutingWorkflow* running)
-            { m_runStatus->setText(tr("Running: %1").arg(describe(running))); });
+            [this, describe](ExecutingWorkflow* running) {
+                m_runStatus->setText(tr("Running: %1").arg(describe(running)));
+            });
     connect(notifications, &WorkflowNotificationManager::WorkflowExecutionFinished, this,
-            [this, describe](ExecutingWorkflow* running)
-            {
+            [this, describe](ExecutingWorkflow* running) {
                 const int status = running ? running->GetErrorStatus() : 0;
                 const QString message =
                     running ? ReadText([&](WideChar* b, int s) { return running->GetErrorMessage(b, s); })

@@ -63,7 +63,8 @@ QJsonObject Describe(ExecutingWorkflow* run)
         applications.append(id);
     object.insert(QStringLiteral("applications"), applications);
     object.insert(QStringLiteral("status"), run->GetErrorStatus());
-    object.insert(QStringLiteral("message"), ReadText([&](WideChar* b, int s) { return run->GetErrorMessage(b, s); }));
+    object.insert(QStringLiteral("message"),
+                  ReadText([&](WideChar* b, int s) { return run->GetErrorMessage(b, s); }));
     object.insert(QStringLiteral("finished"), run->IsFinished());
     return object;
 }
@@ -88,7 +89,8 @@ bool HostInstalled()
 
 bool IsExecutableHere(WorkflowManager* manager, Workflow* workflow)
 {
-    std::unique_ptr<WorkflowIterator> it(manager->GetWorkflows(Wide(QStringLiteral("IsExecutable=true")), Wide(QString())));
+    std::unique_ptr<WorkflowIterator> it(
+        manager->GetWorkflows(Wide(QStringLiteral("IsExecutable=true")), Wide(QString())));
     while (it->MoveNext())
     {
         if (it->GetCurrent() == workflow)
@@ -110,10 +112,7 @@ class RunFollower : public QObject
 {
 public:
     RunFollower(WorkflowManager* manager, Workflow* workflow, const RunRequest& request, QTextStream& out)
-        : m_manager(manager)
-        , m_workflow(workflow)
-        , m_request(request)
-        , m_out(out)
+        : m_manager(manager), m_workflow(workflow), m_request(request), m_out(out)
     {
         WorkflowNotificationManager* notifications = manager->GetNotificationManager();
         if (notifications)
@@ -160,7 +159,8 @@ private:
         m_hostProcessId = run.value(QStringLiteral("hostProcessId")).toInt();
         m_result.insert(QStringLiteral("workflowId"), m_request.id);
         m_result.insert(QStringLiteral("hostProcessId"), m_hostProcessId);
-        m_result.insert(QStringLiteral("launcherProcessId"), run.value(QStringLiteral("launcherProcessId")).toInt());
+        m_result.insert(QStringLiteral("launcherProcessId"),
+                        run.value(QStringLiteral("launcherProcessId")).toInt());
         if (!m_request.wait)
         {
             Print(QStringLiteral("started %1 in host process %2").arg(m_request.id).arg(m_hostProcessId));
@@ -232,7 +232,8 @@ private:
         if (!m_goneSince.isValid())
             m_goneSince.start();
         else if (m_goneSince.hasExpired(kFinishGraceMs))
-            Abandon(QStringLiteral("the host process %1 ended without reporting the end of the run.").arg(m_hostProcessId));
+            Abandon(QStringLiteral("the host process %1 ended without reporting the end of the run.")
+                        .arg(m_hostProcessId));
     }
 
     void Abandon(const QString& sentence)
@@ -291,8 +292,9 @@ int Run(WorkflowManager* manager, const RunRequest& request, QTextStream& out, Q
     if (!workflow)
         return Refuse(err, QStringLiteral("no workflow has the id \"%1\".").arg(request.id));
     if (!IsExecutableHere(manager, workflow))
-        return Refuse(err, QStringLiteral("the workflow \"%1\" cannot run here because a required product is missing.")
-                               .arg(request.id));
+        return Refuse(
+            err, QStringLiteral("the workflow \"%1\" cannot run here because a required product is missing.")
+                     .arg(request.id));
     {
         std::unique_ptr<ExecutingWorkflowIterator> own(manager->GetExecutingWorkflows(true));
         if (own->MoveNext())
@@ -309,9 +311,10 @@ int Run(WorkflowManager* manager, const RunRequest& request, QTextStream& out, Q
     if (!launched)
     {
         manager->SetHostApplicationContext(nullptr);
-        return Refuse(err, QStringLiteral("the launch of \"%1\" was refused by the workflow's plug-in or the host "
-                                          "application could not be started.")
-                               .arg(request.id));
+        return Refuse(err,
+                      QStringLiteral("the launch of \"%1\" was refused by the workflow's plug-in or the host "
+                                     "application could not be started.")
+                          .arg(request.id));
     }
     const int status = follower.Follow();
     manager->SetHostApplicationContext(nullptr);
@@ -339,8 +342,8 @@ int Running(WorkflowManager* manager, bool json, QTextStream& out)
         out << (id.isEmpty() ? QStringLiteral("(not in this catalogue)") : id) << "  host "
             << row.value(QStringLiteral("hostProcessId")).toInt() << "  launcher "
             << row.value(QStringLiteral("launcherProcessId")).toInt() << "  applications "
-            << (applications.isEmpty() ? QStringLiteral("none") : applications.join(QLatin1Char(','))) << "  status "
-            << row.value(QStringLiteral("status")).toInt();
+            << (applications.isEmpty() ? QStringLiteral("none") : applications.join(QLatin1Char(',')))
+            << "  status " << row.value(QStringLiteral("status")).toInt();
         const QString message = row.value(QStringLiteral("message")).toString();
         if (!message.isEmpty())
             out << "  " << message;

@@ -19,7 +19,8 @@ namespace VmWorkflowTool {
 
 inline QString BesideProgram(const char* relativePath)
 {
-    return QDir::cleanPath(QCoreApplication::applicationDirPath() + QLatin1Char('/') + QString::fromUtf8(relativePath));
+    return QDir::cleanPath(QCoreApplication::applicationDirPath() + QLatin1Char('/') +
+                           QString::fromUtf8(relativePath));
 }
 
 // The sample data folder, with links resolved so that the paths the tools print are the files'

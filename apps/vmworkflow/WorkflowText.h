@@ -6,8 +6,7 @@
 #include <VmWorkflowCore/WideText.h>
 #include <VmWorkflowCore/Workflow.h>
 
-namespace VmWorkflowTool
-{
+namespace VmWorkflowTool {
 
 using Velmora::WorkflowCore::WideChar;
 using Wide = Velmora::WorkflowCore::WideText;

@@ -34,8 +34,7 @@ using VmWorkflowTool::DefaultSearchPaths;
 using VmWorkflowTool::ReadText;
 using VmWorkflowTool::Wide;
 
-namespace
-{
+namespace {
 
 enum ExitStatus
 {
@@ -154,9 +153,9 @@ QJsonObject Details(Workflow* workflow)
                   ReadText([&](WideChar* b, int s) { return workflow->GetKeywords(b, s); }));
     object.insert(QStringLiteral("uiFile"),
                   ReadText([&](WideChar* b, int s) { return workflow->GetUIFile(b, s); }));
-    object.insert(
-        QStringLiteral("requiredProductsDisplayText"),
-        ReadText([&](WideChar* b, int s) { return workflow->GetRequiredProductsDisplayText(b, s); }));
+    object.insert(QStringLiteral("requiredProductsDisplayText"), ReadText([&](WideChar* b, int s) {
+                      return workflow->GetRequiredProductsDisplayText(b, s);
+                  }));
     object.insert(QStringLiteral("created"), IsoDate(workflow->GetCreatedDate()));
     object.insert(QStringLiteral("lastModified"), IsoDate(workflow->GetLastModifiedDate()));
     object.insert(QStringLiteral("introduction"),
@@ -166,9 +165,9 @@ QJsonObject Details(Workflow* workflow)
     QJsonObject images;
     for (int size : {16, 32})
     {
-        images.insert(QString::number(size),
-                      ReadText([&](WideChar* b, int s)
-                               { return workflow->GetImage(WorkflowImageAutomatic, size, b, s); }));
+        images.insert(QString::number(size), ReadText([&](WideChar* b, int s) {
+                          return workflow->GetImage(WorkflowImageAutomatic, size, b, s);
+                      }));
     }
     object.insert(QStringLiteral("images"), images);
     return object;
@@ -418,16 +417,14 @@ int main(int argc, char** argv)
         return Fail(BadCommandLine, QStringLiteral("a command is missing; see --help."));
     const QString command = positional.first();
     const QStringList rest = positional.mid(1);
-    const auto expectArguments = [&](int count, const QString& what) -> QString
-    {
+    const auto expectArguments = [&](int count, const QString& what) -> QString {
         if (rest.size() < count)
             return QStringLiteral("the %1 command needs %2.").arg(command, what);
         if (rest.size() > count)
             return QStringLiteral("the %1 command takes no argument \"%2\".").arg(command, rest.at(count));
         return QString();
     };
-    const auto onlyFor = [&](const QCommandLineOption& option, const QStringList& commands) -> QString
-    {
+    const auto onlyFor = [&](const QCommandLineOption& option, const QStringList& commands) -> QString {
         if (parser.isSet(option) && !commands.contains(command))
             return QStringLiteral("--%1 does not apply to the %2 command.")
                 .arg(option.names().first(), command);

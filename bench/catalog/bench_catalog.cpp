@@ -39,8 +39,8 @@ QByteArray Padding()
 {
     QByteArray steps;
     for (int i = 0; steps.size() < 1500; ++i)
-        steps += "            <Step Order=\"" + QByteArray::number(i) + "\" Action=\"Collect the figures of part " +
-                 QByteArray::number(i) + "\"/>\n";
+        steps += "            <Step Order=\"" + QByteArray::number(i) +
+                 "\" Action=\"Collect the figures of part " + QByteArray::number(i) + "\"/>\n";
     return steps;
 }
 
@@ -53,21 +53,21 @@ void WriteCatalogue(const QString& folder, int count)
         const bool isTemplate = i % 2 == 0;
         const QByteArray n = QByteArray::number(i);
         const QByteArray templ = QByteArray::number(i - i % 2);
-        QByteArray text = "<?xml version=\"1.0\"?>\n<Workflows>\n    <Workflow Plugin=\"SamplePlugin\" IsTemplate=\"" +
-                          QByteArray(isTemplate ? "True" : "False") + "\" Id=\"Id_Flow" + n + "\" TemplateId=\"Id_Flow" +
-                          templ + "\" Name=\"Flow number " + n +
-                          "\" Description=\"A generated workflow for measuring the catalogue.\" "
-                          "PrimaryProduct=\"alpha\" TargetProduct=\"alpha:2016\" RequiredProducts=\"alpha &amp; beta\" "
-                          "CreatedDate=\"2016-01-01T00:00:00\">\n        <Settings>\n" +
-                          steps + "        </Settings>\n    </Workflow>\n</Workflows>\n";
+        QByteArray text =
+            "<?xml version=\"1.0\"?>\n<Workflows>\n    <Workflow Plugin=\"SamplePlugin\" IsTemplate=\"" +
+            QByteArray(isTemplate ? "True" : "False") + "\" Id=\"Id_Flow" + n + "\" TemplateId=\"Id_Flow" +
+            templ + "\" Name=\"Flow number " + n +
+            "\" Description=\"A generated workflow for measuring the catalogue.\" "
+            "PrimaryProduct=\"alpha\" TargetProduct=\"alpha:2016\" RequiredProducts=\"alpha &amp; beta\" "
+            "CreatedDate=\"2016-01-01T00:00:00\">\n        <Settings>\n" +
+            steps + "        </Settings>\n    </Workflow>\n</Workflows>\n";
         QFile file(QStringLiteral("%1/flow%2.workflow").arg(folder).arg(i, 6, 10, QLatin1Char('0')));
         file.open(QIODevice::WriteOnly);
         file.write(text);
     }
 }
 
-template <typename Call>
-double NanosecondsPerCall(int calls, Call call)
+template <typename Call> double NanosecondsPerCall(int calls, Call call)
 {
     QElapsedTimer timer;
     timer.start();
@@ -108,9 +108,9 @@ void Measure(const QString& root, int count, bool reportScan)
     {
         std::printf("scan of %d files: first %lld ms; warm %lld ms = %.1f ms per 1,000 files; rescan with "
                     "teardown %lld ms; teardown alone %lld ms; peak memory growth %.2f KB per workflow\n",
-                    count, static_cast<long long>(coldMs), static_cast<long long>(warmMs), warmMs * 1000.0 / count,
-                    static_cast<long long>(rescanMs), static_cast<long long>(teardownMs),
-                    double(after - before) / catalogued);
+                    count, static_cast<long long>(coldMs), static_cast<long long>(warmMs),
+                    warmMs * 1000.0 / count, static_cast<long long>(rescanMs),
+                    static_cast<long long>(teardownMs), double(after - before) / catalogued);
     }
     const int calls = 20000;
     volatile int sink = 0;
@@ -125,7 +125,8 @@ void Measure(const QString& root, int count, bool reportScan)
     const double newName = NanosecondsPerCall(calls / 10, [&](int i) {
         sink += WorkflowPrivate::GetNewWorkflowName(QStringLiteral("Flow number %1").arg(i % count)).size();
     });
-    std::printf("%6d workflows: GetWorkflow(id) %.0f ns, FindWorkflow(name) %.0f ns, GetNewWorkflowName %.0f ns per call\n",
+    std::printf("%6d workflows: GetWorkflow(id) %.0f ns, FindWorkflow(name) %.0f ns, GetNewWorkflowName %.0f "
+                "ns per call\n",
                 catalogued, byId, byName, newName);
     WorkflowManager::Uninitialize();
 }

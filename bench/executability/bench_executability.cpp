@@ -53,14 +53,19 @@ QString Expression(QRandomGenerator& random, int leaves)
 {
     QString text;
     int written = 0;
-    while (written < leaves) {
+    while (written < leaves)
+    {
         if (!text.isEmpty())
             text += random.bounded(2) ? QStringLiteral(" & ") : QStringLiteral(" | ");
-        if (leaves - written >= 2 && random.bounded(3) == 0) {
+        if (leaves - written >= 2 && random.bounded(3) == 0)
+        {
             text += QStringLiteral("(%1 %2 %3)")
-                        .arg(Leaf(random), random.bounded(2) ? QStringLiteral("|") : QStringLiteral("&"), Leaf(random));
+                        .arg(Leaf(random), random.bounded(2) ? QStringLiteral("|") : QStringLiteral("&"),
+                             Leaf(random));
             written += 2;
-        } else {
+        }
+        else
+        {
             text += Leaf(random);
             ++written;
         }
@@ -80,23 +85,28 @@ int main(int argc, char** argv)
     qputenv("XDG_CONFIG_DIRS", QFile::encodeName(root.path() + QStringLiteral("/config")));
 
     QByteArray catalogue = "<Products>\n";
-    for (int i = 0; i < kProducts; ++i) {
-        catalogue += "<Product Id=\"p" + QByteArray::number(i) + "\" Name=\"Product " + QByteArray::number(i) +
-                     "\" OstrelName=\"Id_App" + QByteArray::number(i) + "\"/>\n";
+    for (int i = 0; i < kProducts; ++i)
+    {
+        catalogue += "<Product Id=\"p" + QByteArray::number(i) + "\" Name=\"Product " +
+                     QByteArray::number(i) + "\" OstrelName=\"Id_App" + QByteArray::number(i) + "\"/>\n";
         if (i % 2 == 0)
             Write(root.path() + QStringLiteral("/datadirs/Velmora/Applications/app%1.xml").arg(i),
-                  "<Application Id=\"Id_App" + QByteArray::number(i) + "\" Version=\"2016.1\" Executable=\"/bin/true\" "
-                  "InfoId=\"" + QByteArray::number(1000 + i) + "\"/>");
+                  "<Application Id=\"Id_App" + QByteArray::number(i) +
+                      "\" Version=\"2016.1\" Executable=\"/bin/true\" "
+                      "InfoId=\"" +
+                      QByteArray::number(1000 + i) + "\"/>");
     }
     Write(root.path() + QStringLiteral("/products/Products.xml"), catalogue + "</Products>\n");
     Write(root.path() + QStringLiteral("/config/Velmora/Workflow/2015.0.conf"),
-          "[General]\nProductsXmlFileSearchPath=" + QFile::encodeName(root.path() + QStringLiteral("/products")) + "\n");
+          "[General]\nProductsXmlFileSearchPath=" +
+              QFile::encodeName(root.path() + QStringLiteral("/products")) + "\n");
 
     WorkflowManager::Initialize();
     QRandomGenerator random(20161122);
     std::vector<std::unique_ptr<Workflow>> workflows;
     workflows.reserve(size_t(count));
-    for (int i = 0; i < count; ++i) {
+    for (int i = 0; i < count; ++i)
+    {
         auto workflow = std::make_unique<Workflow>();
         workflow->GetImp()->Fields().RequiredProducts = Expression(random, 3 + i % 5);
         workflows.push_back(std::move(workflow));
@@ -107,7 +117,8 @@ int main(int argc, char** argv)
     bool missing = true;
     ProductInstalledLeaf(QStringLiteral("p0"), installed);
     ProductInstalledLeaf(QStringLiteral("p1"), missing);
-    if (!installed || missing) {
+    if (!installed || missing)
+    {
         std::fprintf(stderr, "the benchmark's own products are not the ones in use\n");
         return 1;
     }
@@ -115,7 +126,8 @@ int main(int argc, char** argv)
     const QString value = QStringLiteral("true");
     int executable = 0;
     std::vector<double> passes;
-    for (int pass = 0; pass < 7; ++pass) {
+    for (int pass = 0; pass < 7; ++pass)
+    {
         executable = 0;
         QElapsedTimer timer;
         timer.start();

@@ -29,8 +29,7 @@
 #include <unistd.h>
 #include <vector>
 
-namespace
-{
+namespace {
 
 double Median(std::vector<double> values)
 {
@@ -151,55 +150,39 @@ int main(int argc, char** argv)
     const QByteArray folder = QFile::encodeName(root.path());
     long long sink = 0;
 
-    const double rawStat = PerFile(files,
-                                   [&]
-                                   {
-                                       ForEachEntry(folder,
-                                                    [&](int dir, const char* name)
-                                                    {
-                                                        struct stat info;
-                                                        if (::fstatat(dir, name, &info, 0) == 0)
-                                                            sink += info.st_size + info.st_mtim.tv_nsec +
-                                                                    static_cast<long long>(info.st_ino);
-                                                    });
-                                   });
-    const double rawRead = PerFile(files,
-                                   [&]
-                                   {
-                                       char buffer[8192];
-                                       ForEachEntry(folder,
-                                                    [&](int dir, const char* name)
-                                                    {
-                                                        const int fd =
-                                                            ::openat(dir, name, O_RDONLY | O_CLOEXEC);
-                                                        if (fd < 0)
-                                                            return;
-                                                        ssize_t n;
-                                                        while ((n = ::read(fd, buffer, sizeof buffer)) > 0)
-                                                            sink += n;
-                                                        ::close(fd);
-                                                    });
-                                   });
-    const double qtInfo = PerFile(
-        files,
-        [&]
-        {
-            for (const QFileInfo& info :
-                 QDir(root.path()).entryInfoList({QStringLiteral("*.workflow")}, QDir::Files, QDir::Name))
-                sink += info.size() + info.lastModified().toMSecsSinceEpoch();
+    const double rawStat = PerFile(files, [&] {
+        ForEachEntry(folder, [&](int dir, const char* name) {
+            struct stat info;
+            if (::fstatat(dir, name, &info, 0) == 0)
+                sink += info.st_size + info.st_mtim.tv_nsec + static_cast<long long>(info.st_ino);
         });
-    const double qtRead = PerFile(
-        files,
-        [&]
-        {
-            for (const QFileInfo& info :
-                 QDir(root.path()).entryInfoList({QStringLiteral("*.workflow")}, QDir::Files, QDir::Name))
-            {
-                QFile file(info.filePath());
-                if (file.open(QIODevice::ReadOnly))
-                    sink += file.readAll().size();
-            }
+    });
+    const double rawRead = PerFile(files, [&] {
+        char buffer[8192];
+        ForEachEntry(folder, [&](int dir, const char* name) {
+            const int fd = ::openat(dir, name, O_RDONLY | O_CLOEXEC);
+            if (fd < 0)
+                return;
+            ssize_t n;
+            while ((n = ::read(fd, buffer, sizeof buffer)) > 0)
+                sink += n;
+            ::close(fd);
         });
+    });
+    const double qtInfo = PerFile(files, [&] {
+        for (const QFileInfo& info :
+             QDir(root.path()).entryInfoList({QStringLiteral("*.workflow")}, QDir::Files, QDir::Name))
+            sink += info.size() + info.lastModified().toMSecsSinceEpoch();
+    });
+    const double qtRead = PerFile(files, [&] {
+        for (const QFileInfo& info :
+             QDir(root.path()).entryInfoList({QStringLiteral("*.workflow")}, QDir::Files, QDir::Name))
+        {
+            QFile file(info.filePath());
+            if (file.open(QIODevice::ReadOnly))
+                sink += file.readAll().size();
+        }
+    });
     const double roundTrip = SocketRoundTrip(trips);
 
     std::printf("%d files of about 2.1 KB, warm page cache, median of 5 passes (checksum %lld)\n", files,

@@ -82,8 +82,7 @@ int RunPeer(QCoreApplication& app)
     return status;
 }
 
-template <typename Condition>
-bool WaitFor(Condition condition, int timeoutMs)
+template <typename Condition> bool WaitFor(Condition condition, int timeoutMs)
 {
     QElapsedTimer timer;
     timer.start();
@@ -129,7 +128,8 @@ int main(int argc, char** argv)
     QTemporaryDir root;
     for (const char* sub : {"runtime", "data", "config", "none", "tmp", "workflows", "applications"})
         QDir(root.path()).mkpath(QString::fromLatin1(sub));
-    QFile::setPermissions(root.path() + QStringLiteral("/runtime"), QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
+    QFile::setPermissions(root.path() + QStringLiteral("/runtime"),
+                          QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
     qputenv("XDG_RUNTIME_DIR", QFile::encodeName(root.path() + QStringLiteral("/runtime")));
     qputenv("XDG_DATA_HOME", QFile::encodeName(root.path() + QStringLiteral("/data")));
     qputenv("XDG_CONFIG_HOME", QFile::encodeName(root.path() + QStringLiteral("/config")));
@@ -141,9 +141,10 @@ int main(int argc, char** argv)
     WriteFile(applications + QStringLiteral("/peer.xml"),
               "<Application Id=\"Id_BenchPeer\" Version=\"1.0\" Executable=\"" +
                   QFile::encodeName(QCoreApplication::applicationFilePath()) + "\"/>");
-    WriteFile(applications + QStringLiteral("/host.xml"),
-              "<Application Id=\"Id_VmWorkflowHost\" Name=\"VmWorkflowHost\" Version=\"2017.0\" Executable=\"" +
-                  QFile::encodeName(kHost) + "\" InfoId=\"2017\"/>");
+    WriteFile(
+        applications + QStringLiteral("/host.xml"),
+        "<Application Id=\"Id_VmWorkflowHost\" Name=\"VmWorkflowHost\" Version=\"2017.0\" Executable=\"" +
+            QFile::encodeName(kHost) + "\" InfoId=\"2017\"/>");
     const QString workflows = root.path() + QStringLiteral("/workflows");
     WriteFile(workflows + QStringLiteral("/bench.workflow"),
               "<?xml version=\"1.0\"?>\n<Workflows><Workflow Id=\"Id_Bench\" Name=\"Bench\" Plugin=\"" +
@@ -154,7 +155,8 @@ int main(int argc, char** argv)
     manager->SetCurrentLocale(Wide(QStringLiteral("en-US")).data());
     manager->SetWorkflowPluginSearchPaths(Wide(QFileInfo(kSamplePlugin).absolutePath()).data());
     manager->SetWorkflowSearchPaths(Wide(workflows).data());
-    Workflow* workflow = manager->GetWorkflow(Wide(QStringLiteral("Id_Bench")).data(), Wide(QString()).data());
+    Workflow* workflow =
+        manager->GetWorkflow(Wide(QStringLiteral("Id_Bench")).data(), Wide(QString()).data());
     if (!workflow)
     {
         std::fprintf(stderr, "the bench workflow was not found\n");
@@ -164,14 +166,17 @@ int main(int argc, char** argv)
     ApplicationManager* hub = ApplicationManager::GetInstance();
     Counter counter;
     hub->AddMessageHandler(&counter);
-    const ApplicationInfo peerInfo = hub->GetInstalledApplications(QStringLiteral("Id_BenchPeer"), QString()).value(0);
+    const ApplicationInfo peerInfo =
+        hub->GetInstalledApplications(QStringLiteral("Id_BenchPeer"), QString()).value(0);
     ApplicationMessage quit(QStringLiteral("QuitMsg"), {});
 
     int beginnings = 0;
     int finishes = 0;
-    QObject::connect(manager->GetNotificationManager(), &WorkflowNotificationManager::WorkflowExecutionBeginning,
+    QObject::connect(manager->GetNotificationManager(),
+                     &WorkflowNotificationManager::WorkflowExecutionBeginning,
                      [&](ExecutingWorkflow*) { ++beginnings; });
-    QObject::connect(manager->GetNotificationManager(), &WorkflowNotificationManager::WorkflowExecutionFinished,
+    QObject::connect(manager->GetNotificationManager(),
+                     &WorkflowNotificationManager::WorkflowExecutionFinished,
                      [&](ExecutingWorkflow*) { ++finishes; });
 
     std::vector<double> floorMs;
@@ -218,10 +223,12 @@ int main(int argc, char** argv)
 
     const double floor = Median(floorMs);
     const double launch = Median(launchMs);
-    std::printf("floor (hub start of a trivial Qt program until it links back): median %.1f ms over %d starts\n", floor,
-                launches);
-    std::printf("launch (ExecuteWorkflow until WorkflowExecutionBeginning): median %.1f ms over %d launches\n", launch,
-                launches);
+    std::printf(
+        "floor (hub start of a trivial Qt program until it links back): median %.1f ms over %d starts\n",
+        floor, launches);
+    std::printf(
+        "launch (ExecuteWorkflow until WorkflowExecutionBeginning): median %.1f ms over %d launches\n",
+        launch, launches);
     std::printf("ratio: %.2f\n", floor > 0 ? launch / floor : 0.0);
     WorkflowManager::Uninitialize();
     return 0;

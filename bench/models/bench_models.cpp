@@ -32,8 +32,7 @@
 
 using namespace Velmora::WorkflowCore;
 
-namespace
-{
+namespace {
 
 class BenchHost : public HostApplicationContext
 {

@@ -75,7 +75,8 @@ bool WaitFor(const Counter& counter, int count, int timeoutMs)
 {
     QElapsedTimer timer;
     timer.start();
-    while (counter.received < count) {
+    while (counter.received < count)
+    {
         if (timer.hasExpired(timeoutMs))
             return false;
         QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents, 10);
@@ -110,7 +111,8 @@ int main(int argc, char** argv)
 
     QTemporaryDir root;
     QDir(root.path()).mkpath(QStringLiteral("runtime"));
-    QFile::setPermissions(root.path() + QStringLiteral("/runtime"), QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
+    QFile::setPermissions(root.path() + QStringLiteral("/runtime"),
+                          QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
     qputenv("XDG_RUNTIME_DIR", QFile::encodeName(root.path() + QStringLiteral("/runtime")));
     qputenv("XDG_DATA_DIRS", QFile::encodeName(root.path() + QStringLiteral("/none")));
     qputenv("VELMORA_APPLICATIONS_PATH", QFile::encodeName(root.path()));
@@ -124,24 +126,28 @@ int main(int argc, char** argv)
     ApplicationManager* hub = ApplicationManager::GetInstance();
     Counter counter;
     hub->AddMessageHandler(&counter);
-    const ApplicationInfo info = hub->GetInstalledApplications(QStringLiteral("Id_BenchPeer"), QString()).value(0);
+    const ApplicationInfo info =
+        hub->GetInstalledApplications(QStringLiteral("Id_BenchPeer"), QString()).value(0);
     ApplicationMessage quit(QStringLiteral("QuitMsg"), {});
 
     std::vector<double> linkedMs;
     std::vector<double> acknowledgedMs;
     Application* kept = nullptr;
-    for (int i = 0; i < starts; ++i) {
+    for (int i = 0; i < starts; ++i)
+    {
         counter.received = 0;
         QElapsedTimer timer;
         timer.start();
         Application::StartupError error = Application::NoError;
         Application* peer = hub->StartApplication(info, {QStringLiteral("--peer")}, {}, &error);
-        if (!peer || peer->Connect(10000) != 0) {
+        if (!peer || peer->Connect(10000) != 0)
+        {
             std::fprintf(stderr, "could not start and link the peer\n");
             return 1;
         }
         linkedMs.push_back(timer.nsecsElapsed() / 1e6);
-        if (!WaitFor(counter, 1, 10000)) {
+        if (!WaitFor(counter, 1, 10000))
+        {
             std::fprintf(stderr, "the peer never answered\n");
             return 1;
         }
@@ -160,13 +166,15 @@ int main(int argc, char** argv)
     const ApplicationMessage message(QStringLiteral("EchoMsg"), data);
     std::vector<double> roundTripUs;
     roundTripUs.reserve(size_t(roundTrips));
-    for (int i = 0; i < roundTrips; ++i) {
+    for (int i = 0; i < roundTrips; ++i)
+    {
         counter.received = 0;
         QElapsedTimer timer;
         timer.start();
         ApplicationMessage copy = message;
         kept->Send(&copy);
-        if (!WaitFor(counter, 1, 10000)) {
+        if (!WaitFor(counter, 1, 10000))
+        {
             std::fprintf(stderr, "a round trip was lost\n");
             return 1;
         }
@@ -174,8 +182,9 @@ int main(int argc, char** argv)
     }
     kept->Send(&quit);
 
-    std::printf("start to link: median %.1f ms (Connect returned), %.1f ms (peer's first message back), %d starts\n",
-                Median(linkedMs), Median(acknowledgedMs), starts);
+    std::printf(
+        "start to link: median %.1f ms (Connect returned), %.1f ms (peer's first message back), %d starts\n",
+        Median(linkedMs), Median(acknowledgedMs), starts);
     std::printf("round trip of a %lld-byte frame: median %.1f us over %d trips (fastest %.1f us)\n",
                 static_cast<long long>(FrameSize(message)), Median(roundTripUs), roundTrips,
                 *std::min_element(roundTripUs.begin(), roundTripUs.end()));

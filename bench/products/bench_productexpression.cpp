@@ -22,8 +22,7 @@
 
 using namespace Velmora::WorkflowCore;
 
-namespace
-{
+namespace {
 
 const int kProducts = 20;
 QSet<QString> s_installed;
@@ -65,8 +64,7 @@ QString Expression(QRandomGenerator& random, int leaves)
     if (leaves == 1)
         return Operand(random);
     const int left = 1 + int(random.bounded(leaves - 1));
-    const auto part = [&random](int count)
-    {
+    const auto part = [&random](int count) {
         QString text = Expression(random, count);
         if (count > 1 && random.bounded(2) == 0)
             text = QLatin1Char('(') + text + QLatin1Char(')');

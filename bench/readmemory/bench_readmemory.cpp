@@ -45,12 +45,15 @@ QByteArray WorkflowElement(int i)
     const QByteArray n = QByteArray::number(i);
     QByteArray settings;
     for (int k = 0; k < 20; ++k)
-        settings += "<Step Name=\"step " + QByteArray::number(k) + "\" Kind=\"collect\" Order=\"" + QByteArray::number(k) +
+        settings += "<Step Name=\"step " + QByteArray::number(k) + "\" Kind=\"collect\" Order=\"" +
+                    QByteArray::number(k) +
                     "\"><Argument Key=\"k\" Value=\"some value of the step\"/></Step>";
-    return "<Workflow Id=\"Id_" + n + "\" Name=\"Workflow " + n + "\" IsTemplate=\"False\" TemplateId=\"Id_0\" "
-           "Description=\"A workflow that does many things in order\" Tooltip=\"tr(Tooltip)\" Keywords=\"a b c\" "
-           "CreatedDate=\"2015-10-01T09:00:00\" TemplateImage=\"a16.png|a32.png\"><Settings>" + settings +
-           "</Settings></Workflow>\n";
+    return "<Workflow Id=\"Id_" + n + "\" Name=\"Workflow " + n +
+           "\" IsTemplate=\"False\" TemplateId=\"Id_0\" "
+           "Description=\"A workflow that does many things in order\" Tooltip=\"tr(Tooltip)\" Keywords=\"a b "
+           "c\" "
+           "CreatedDate=\"2015-10-01T09:00:00\" TemplateImage=\"a16.png|a32.png\"><Settings>" +
+           settings + "</Settings></Workflow>\n";
 }
 
 int Measure(const QString& kind, const QString& path)
@@ -64,8 +67,10 @@ int Measure(const QString& kind, const QString& path)
     {
         const QString folder = QFileInfo(path).absolutePath();
         const std::u16string text = folder.toStdU16String();
-        WorkflowManager::GetInstance()->SetWorkflowSearchPaths(reinterpret_cast<const WideChar*>(text.c_str()));
-        std::printf("  workflows read: %lld\n", static_cast<long long>(WorkflowManager::GetInstance()->GetImp()->Catalogue().size()));
+        WorkflowManager::GetInstance()->SetWorkflowSearchPaths(
+            reinterpret_cast<const WideChar*>(text.c_str()));
+        std::printf("  workflows read: %lld\n",
+                    static_cast<long long>(WorkflowManager::GetInstance()->GetImp()->Catalogue().size()));
     }
     else if (kind == QLatin1String("load"))
     {
@@ -86,8 +91,9 @@ int Measure(const QString& kind, const QString& path)
     const qint64 ms = timer.elapsed();
     const long peak = PeakResidentKilobytes();
     const double size = double(QFileInfo(path).size()) / 1024.0;
-    std::printf("  file %.1f MB, peak RSS %.1f MB (%.1f MB before reading), %.1fx the file, %lld ms\n", size / 1024.0,
-                peak / 1024.0, before / 1024.0, (peak - before) / size, static_cast<long long>(ms));
+    std::printf("  file %.1f MB, peak RSS %.1f MB (%.1f MB before reading), %.1fx the file, %lld ms\n",
+                size / 1024.0, peak / 1024.0, before / 1024.0, (peak - before) / size,
+                static_cast<long long>(ms));
     WorkflowManager::Uninitialize();
     return 0;
 }
@@ -123,7 +129,8 @@ int main(int argc, char** argv)
         file.write("<?xml version=\"1.0\"?>\n<WorkflowSettings><Workflows>\n");
         for (int i = 0; file.size() < qint64(megabytes) * 1024 * 1024 / 3; ++i)
             file.write("<Workflow Id=\"Id_" + QByteArray::number(i) +
-                       "\" ShowIntroductionOnExecute=\"True\" Key=\"value\" Other=\"another value of a setting\"/>\n");
+                       "\" ShowIntroductionOnExecute=\"True\" Key=\"value\" Other=\"another value of a "
+                       "setting\"/>\n");
         file.write("</Workflows></WorkflowSettings>\n");
     }
 
@@ -132,8 +139,8 @@ int main(int argc, char** argv)
     environment.insert(QStringLiteral("XDG_CONFIG_DIRS"), root.filePath(QStringLiteral("config")));
     environment.insert(QStringLiteral("XDG_RUNTIME_DIR"), root.filePath(QStringLiteral("runtime")));
     QDir().mkpath(root.filePath(QStringLiteral("runtime")));
-    QFile::setPermissions(root.filePath(QStringLiteral("runtime")), QFileDevice::ReadOwner | QFileDevice::WriteOwner |
-                                                                        QFileDevice::ExeOwner);
+    QFile::setPermissions(root.filePath(QStringLiteral("runtime")),
+                          QFileDevice::ReadOwner | QFileDevice::WriteOwner | QFileDevice::ExeOwner);
     for (const auto& [kind, path] : {std::pair{QStringLiteral("workflow"), workflowFile},
                                      std::pair{QStringLiteral("load"), workflowFile},
                                      std::pair{QStringLiteral("settings"), settingsFile}})

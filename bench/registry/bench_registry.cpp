@@ -29,8 +29,7 @@ using namespace Velmora::WorkflowCore;
 
 namespace {
 
-template <typename Work>
-double MicrosecondsPerCall(int iterations, Work work)
+template <typename Work> double MicrosecondsPerCall(int iterations, Work work)
 {
     for (int i = 0; i < iterations / 10; ++i)
         work(i);
@@ -82,7 +81,8 @@ int main(int argc, char** argv)
     qputenv("XDG_DATA_HOME", QFile::encodeName(runtime.path() + QStringLiteral("/data")));
     const int self = static_cast<int>(::getpid());
 
-    std::printf("registry segment of %d bytes, %d iterations each\n", ExecutingRegistry::SegmentSize, iterations);
+    std::printf("registry segment of %d bytes, %d iterations each\n", ExecutingRegistry::SegmentSize,
+                iterations);
     std::printf("%-8s %-12s %14s %14s %14s\n", "entries", "hosts", "enumerate us", "change us", "floor us");
     for (int count : {0, 10, 100})
     {
@@ -99,7 +99,8 @@ int main(int argc, char** argv)
                 workflows.push_back(std::make_unique<Workflow>());
                 WorkflowFields& fields = workflows.back()->GetImp()->Fields();
                 fields.Id = QStringLiteral("Id_Workflow_%1").arg(i);
-                fields.SourceFile = QStringLiteral("/home/user/.local/share/Velmora/Workflows/Workflow %1.workflow").arg(i);
+                fields.SourceFile =
+                    QStringLiteral("/home/user/.local/share/Velmora/Workflows/Workflow %1.workflow").arg(i);
                 const int host = ownHosts && i < int(hosts.size()) ? int(hosts[size_t(i)]) : self;
                 if (!registry.Add(workflows.back().get(), host, self) ||
                     !registry.AddExecutingApplication(workflows.back().get(), 4000 + i))
@@ -109,9 +110,8 @@ int main(int argc, char** argv)
                 }
             }
             int listed = 0;
-            const double enumerate = MicrosecondsPerCall(iterations, [&](int) {
-                listed = static_cast<int>(registry.Enumerate(true, false).size());
-            });
+            const double enumerate = MicrosecondsPerCall(
+                iterations, [&](int) { listed = static_cast<int>(registry.Enumerate(true, false).size()); });
             if (listed != count)
             {
                 std::printf("enumeration listed %d of %d entries\n", listed, count);
@@ -123,9 +123,8 @@ int main(int argc, char** argv)
                 Workflow* last = workflows.back().get();
                 const QString messages[2] = {QStringLiteral("running"), QStringLiteral("still running")};
                 bool ok = true;
-                change = MicrosecondsPerCall(iterations, [&](int i) {
-                    ok = registry.SetExitStatus(last, 0, messages[i % 2]) && ok;
-                });
+                change = MicrosecondsPerCall(
+                    iterations, [&](int i) { ok = registry.SetExitStatus(last, 0, messages[i % 2]) && ok; });
                 if (!ok)
                 {
                     std::printf("a change failed\n");

@@ -12,8 +12,7 @@
 
 #include <vector>
 
-namespace Velmora::WorkflowCore
-{
+namespace Velmora::WorkflowCore {
 
 /// A zero-terminated UTF-16 copy of a text, for every parameter of type `const WideChar*`. The
 /// pointer it converts to stays valid as long as the object lives.

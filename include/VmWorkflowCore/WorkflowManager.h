@@ -140,8 +140,8 @@ public:
     /// The hub application names of the product ids (joined by ",") into names and the versions the ids ask
     /// for into second, each joined by "," and copied by the text-out rule; a null buffer or a size below 1
     /// leaves that buffer alone.
-    void ProductIdsToOstrelNameList(const WideChar* ids, WideChar* names, int namesSize,
-                                    WideChar* second, int secondSize) const;
+    void ProductIdsToOstrelNameList(const WideChar* ids, WideChar* names, int namesSize, WideChar* second,
+                                    int secondSize) const;
     /// The hub info ids of the installed applications matching the product ids; with a null ids the count
     /// available, else the count written (at most size).
     int GetInstalledProducts(const WideChar* productIds, long long* ids, int size) const;

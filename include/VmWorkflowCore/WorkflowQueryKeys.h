@@ -5,8 +5,7 @@
 /// The keys WorkflowManager::GetWorkflows understands, for callers that check a query or offer
 /// its keys to a user. Keys match ignoring case. Header-only.
 
-namespace Velmora::WorkflowCore::QueryKeys
-{
+namespace Velmora::WorkflowCore::QueryKeys {
 
 /// Filter only: whether the workflow's required products are all installed ("true"/"false").
 inline constexpr char IsExecutable[] = "IsExecutable";

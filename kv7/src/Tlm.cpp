@@ -11,11 +11,9 @@
 
 #include <memory>
 
-namespace Velmora::Kv7
-{
+namespace Velmora::Kv7 {
 
-namespace
-{
+namespace {
 
 QString FromWide(const WideChar* text)
 {
@@ -169,8 +167,7 @@ TlmWaypoint::~TlmWaypoint()
     delete d;
 }
 
-namespace
-{
+namespace {
 
 QJsonObject ToJson(const TlmWaypoint& waypoint)
 {

@@ -13,8 +13,7 @@
 
 using namespace Velmora::Kv7;
 
-namespace
-{
+namespace {
 
 const WideChar* W(const QString& text)
 {

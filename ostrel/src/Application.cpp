@@ -14,9 +14,7 @@
 
 namespace Velmora::OstrelAdapter {
 
-Application::Application(qint64 processId, StartupError error)
-    : m_processId(processId)
-    , m_startupError(error)
+Application::Application(qint64 processId, StartupError error) : m_processId(processId), m_startupError(error)
 {
 }
 
@@ -48,8 +46,10 @@ int Application::Connect(int timeoutMs)
     // A process just started needs a moment before it listens, so keep knocking until the deadline.
     QDeadlineTimer deadline(qMax(0, timeoutMs));
     auto socket = std::make_unique<QLocalSocket>();
-    for (;;) {
-        if (QFileInfo::exists(endpoint)) {
+    for (;;)
+    {
+        if (QFileInfo::exists(endpoint))
+        {
             socket->connectToServer(endpoint);
             const int wait = int(qBound(qint64(1), deadline.remainingTime(), qint64(500)));
             if (socket->waitForConnected(wait))

@@ -7,11 +7,7 @@ namespace Velmora::OstrelAdapter {
 
 ApplicationInfo::ApplicationInfo(const QString& id, const QString& name, const QString& version,
                                  const QString& executable, qint64 infoId)
-    : m_id(id)
-    , m_name(name)
-    , m_version(version)
-    , m_executable(executable)
-    , m_infoId(infoId)
+    : m_id(id), m_name(name), m_version(version), m_executable(executable), m_infoId(infoId)
 {
 }
 

@@ -20,9 +20,7 @@ constexpr qsizetype kPrefixBytes = 4;
 } // namespace
 
 ApplicationLink::ApplicationLink(QLocalSocket* socket, std::shared_ptr<LinkBudget> budget, QObject* parent)
-    : QObject(parent)
-    , m_socket(socket)
-    , m_budget(std::move(budget))
+    : QObject(parent), m_socket(socket), m_budget(std::move(budget))
 {
     m_socket->setParent(this);
     m_socket->setReadBufferSize(kReadChunkBytes);
@@ -73,13 +71,15 @@ bool ApplicationLink::SendFrame(const QString& name, const QVariantMap& data)
     if (quint64(frame.size() - kPrefixBytes) > kMaxFrameBytes)
         return false;
     Recount();
-    if (m_socket->bytesToWrite() + frame.size() > kMaxOutgoingBytes) {
+    if (m_socket->bytesToWrite() + frame.size() > kMaxOutgoingBytes)
+    {
         // The peer has stopped reading; holding ever more for it helps nobody.
         qCDebug(lcLinks, "peer does not read; link closed");
         Close();
         return false;
     }
-    if (m_budget->bufferedBytes + frame.size() > kMaxBufferedBytes) {
+    if (m_budget->bufferedBytes + frame.size() > kMaxBufferedBytes)
+    {
         qCDebug(lcLinks, "hub buffers full; message of %lld bytes refused", qint64(frame.size()));
         return false;
     }
@@ -112,12 +112,15 @@ void ApplicationLink::Dispose(const QDeadlineTimer& deadline)
 {
     disconnect();
     m_socket->disconnect(this);
-    if (!m_closed) {
+    if (!m_closed)
+    {
         // A host announces the end of a run and shuts down straight away; that last message must
         // not die in our write buffer.
         while (m_socket->state() == QLocalSocket::ConnectedState && m_socket->bytesToWrite() > 0 &&
-               !deadline.hasExpired()) {
-            if (!m_socket->waitForBytesWritten(int(qBound(qint64(1), deadline.remainingTime(), qint64(1000)))))
+               !deadline.hasExpired())
+        {
+            if (!m_socket->waitForBytesWritten(
+                    int(qBound(qint64(1), deadline.remainingTime(), qint64(1000)))))
                 break;
         }
         m_closed = true;
@@ -125,10 +128,13 @@ void ApplicationLink::Dispose(const QDeadlineTimer& deadline)
     }
     m_buffer.clear();
     Recount();
-    if (m_reading) {
+    if (m_reading)
+    {
         setParent(nullptr);
         deleteLater();
-    } else {
+    }
+    else
+    {
         delete this;
     }
 }
@@ -140,9 +146,11 @@ void ApplicationLink::ReadFrames()
         return;
     m_reading = true;
     bool open = true;
-    while (open && m_socket->bytesAvailable() > 0) {
+    while (open && m_socket->bytesAvailable() > 0)
+    {
         const QByteArray chunk = m_socket->read(kReadChunkBytes);
-        if (m_budget->bufferedBytes + chunk.size() > kMaxBufferedBytes) {
+        if (m_budget->bufferedBytes + chunk.size() > kMaxBufferedBytes)
+        {
             qCDebug(lcLinks, "%s", "hub buffers full; link closed");
             Close();
             open = false;
@@ -159,9 +167,11 @@ bool ApplicationLink::TellCompleteFrames()
 {
     qsizetype offset = 0;
     bool open = true;
-    while (m_buffer.size() - offset >= kPrefixBytes) {
+    while (m_buffer.size() - offset >= kPrefixBytes)
+    {
         const quint32 length = qFromBigEndian<quint32>(m_buffer.constData() + offset);
-        if (length > (m_helloSeen ? kMaxFrameBytes : kMaxIntroductionFrameBytes)) {
+        if (length > (m_helloSeen ? kMaxFrameBytes : kMaxIntroductionFrameBytes))
+        {
             qCDebug(lcLinks, "frame of %u bytes refused; link closed", unsigned(length));
             Close();
             open = false;
@@ -173,7 +183,8 @@ bool ApplicationLink::TellCompleteFrames()
         offset += kPrefixBytes + qsizetype(length);
         // Judged before the stream reader sees it: that reader recurses into nested values and
         // trusts the counts it reads.
-        if (!FrameScanner::IsAcceptable(payload, qsizetype(length))) {
+        if (!FrameScanner::IsAcceptable(payload, qsizetype(length)))
+        {
             qCDebug(lcLinks, "%s", "frame that does not parse; link closed");
             Close();
             open = false;
@@ -184,24 +195,29 @@ bool ApplicationLink::TellCompleteFrames()
         QString name;
         QVariantMap data;
         stream >> name >> data;
-        if (stream.status() != QDataStream::Ok || !stream.atEnd() || name.isEmpty()) {
+        if (stream.status() != QDataStream::Ok || !stream.atEnd() || name.isEmpty())
+        {
             qCDebug(lcLinks, "%s", "frame that does not parse; link closed");
             Close();
             open = false;
             break;
         }
         emit FrameReceived(this, name, data);
-        if (m_closed) {
+        if (m_closed)
+        {
             open = false;
             break;
         }
     }
-    if (open) {
+    if (open)
+    {
         m_buffer.remove(0, offset);
         // A large frame must not keep its memory once it has been told.
         if (m_buffer.capacity() > 2 * m_buffer.size() + kReadChunkBytes)
             m_buffer.squeeze();
-    } else {
+    }
+    else
+    {
         m_buffer.clear();
     }
     Recount();

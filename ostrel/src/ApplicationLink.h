@@ -66,7 +66,8 @@ public:
     static QByteArray EncodeFrame(const QString& name, const QVariantMap& data);
 
 signals:
-    void FrameReceived(Velmora::OstrelAdapter::ApplicationLink* link, const QString& name, const QVariantMap& data);
+    void FrameReceived(Velmora::OstrelAdapter::ApplicationLink* link, const QString& name,
+                       const QVariantMap& data);
     void Closed(Velmora::OstrelAdapter::ApplicationLink* link);
 
 private:

@@ -13,8 +13,8 @@
 #include <QFile>
 #include <QFileInfo>
 #include <QLoggingCategory>
-#include <QProcess>
 #include <QPointer>
+#include <QProcess>
 #include <QProcessEnvironment>
 #include <QStandardPaths>
 
@@ -30,8 +30,7 @@ ApplicationManager* s_instance = nullptr;
 
 } // namespace
 
-ApplicationManagerPrivate::ApplicationManagerPrivate(const QString& name)
-    : appName(name)
+ApplicationManagerPrivate::ApplicationManagerPrivate(const QString& name) : appName(name)
 {
     listenCheck.setInterval(kListenCheckMs);
     connect(&listenCheck, &QTimer::timeout, this, &ApplicationManagerPrivate::CheckListening);
@@ -43,14 +42,16 @@ ApplicationManagerPrivate::~ApplicationManagerPrivate()
     handlers.clear();
     listenCheck.stop();
     unintroduced.clear();
-    if (server) {
+    if (server)
+    {
         server->close();
         server.reset();
         QLocalServer::removeServer(endpoint);
     }
     // Links before applications: a link names its application until it is gone.
     const QDeadlineTimer deadline(kDeliverOnShutdownMs);
-    const QList<ApplicationLink*> links = findChildren<ApplicationLink*>(QString(), Qt::FindDirectChildrenOnly);
+    const QList<ApplicationLink*> links =
+        findChildren<ApplicationLink*>(QString(), Qt::FindDirectChildrenOnly);
     for (ApplicationLink* link : links)
         link->Dispose(deadline);
     applications.clear();
@@ -68,8 +69,10 @@ void ApplicationManagerPrivate::Listen()
     QLocalServer::removeServer(path);
     server = std::make_unique<QLocalServer>();
     server->setSocketOptions(QLocalServer::UserAccessOption);
-    if (!server->listen(path)) {
-        qCDebug(lcHub, "cannot listen on %s: %s", qUtf8Printable(path), qUtf8Printable(server->errorString()));
+    if (!server->listen(path))
+    {
+        qCDebug(lcHub, "cannot listen on %s: %s", qUtf8Printable(path),
+                qUtf8Printable(server->errorString()));
         server.reset();
         return;
     }
@@ -95,9 +98,11 @@ ApplicationLink* ApplicationManagerPrivate::AdoptSocket(QLocalSocket* socket)
     return link;
 }
 
-Application* ApplicationManagerPrivate::FindOrMakeApplication(qint64 processId, Application::StartupError error)
+Application* ApplicationManagerPrivate::FindOrMakeApplication(qint64 processId,
+                                                              Application::StartupError error)
 {
-    for (const auto& application : applications) {
+    for (const auto& application : applications)
+    {
         if (application->GetProcessId() == processId)
             return application.get();
     }
@@ -107,12 +112,14 @@ Application* ApplicationManagerPrivate::FindOrMakeApplication(qint64 processId, 
 
 void ApplicationManagerPrivate::OnNewConnection()
 {
-    while (server && server->hasPendingConnections()) {
+    while (server && server->hasPendingConnections())
+    {
         QLocalSocket* socket = server->nextPendingConnection();
         if (!socket)
             continue;
         ApplicationLink* link = AdoptSocket(socket);
-        if (unintroduced.size() >= kMaxUnintroducedLinks) {
+        if (unintroduced.size() >= kMaxUnintroducedLinks)
+        {
             ApplicationLink* oldest = unintroduced.front();
             unintroduced.pop_front();
             oldest->Close();
@@ -127,13 +134,13 @@ void ApplicationManagerPrivate::OnNewConnection()
     CheckListening();
 }
 
-template<typename Call>
-void ApplicationManagerPrivate::Tell(const Call& call)
+template <typename Call> void ApplicationManagerPrivate::Tell(const Call& call)
 {
     // A handler may add or remove handlers, or shut the whole hub down, while it is being told.
     const QPointer<ApplicationManagerPrivate> alive(this);
     const std::vector<ApplicationMessageHandler*> current = handlers;
-    for (ApplicationMessageHandler* handler : current) {
+    for (ApplicationMessageHandler* handler : current)
+    {
         if (!alive)
             return;
         if (std::find(handlers.begin(), handlers.end(), handler) != handlers.end())
@@ -143,14 +150,17 @@ void ApplicationManagerPrivate::Tell(const Call& call)
 
 void ApplicationManagerPrivate::OnFrame(ApplicationLink* link, const QString& name, const QVariantMap& data)
 {
-    if (!link->HelloSeen()) {
+    if (!link->HelloSeen())
+    {
         // A peer introduces itself before anything else; a peer that does not is not one.
         bool ok = false;
         const qint64 processId = data.value(QStringLiteral("ProcessId")).toLongLong(&ok);
         // Where the system tells who is at the other end, a peer cannot stand for another
         // process, nor have the hub keep an application for every id it cares to name.
         const qint64 actual = link->PeerProcessId();
-        if (name != ApplicationLink::kHelloName || !ok || processId <= 0 || (actual > 0 && actual != processId)) {
+        if (name != ApplicationLink::kHelloName || !ok || processId <= 0 ||
+            (actual > 0 && actual != processId))
+        {
             link->Close();
             return;
         }
@@ -158,7 +168,9 @@ void ApplicationManagerPrivate::OnFrame(ApplicationLink* link, const QString& na
         unintroduced.erase(std::remove(unintroduced.begin(), unintroduced.end(), link), unintroduced.end());
         Application* application = FindOrMakeApplication(processId, Application::NoError);
         application->AttachLink(link);
-        Tell([application](ApplicationMessageHandler* handler) { handler->ApplicationLinkStarted(application); });
+        Tell([application](ApplicationMessageHandler* handler) {
+            handler->ApplicationLinkStarted(application);
+        });
         return;
     }
     if (name == ApplicationLink::kHelloName)
@@ -170,15 +182,15 @@ void ApplicationManagerPrivate::OnFrame(ApplicationLink* link, const QString& na
 void ApplicationManagerPrivate::OnClosed(ApplicationLink* link)
 {
     unintroduced.erase(std::remove(unintroduced.begin(), unintroduced.end(), link), unintroduced.end());
-    for (const auto& application : applications) {
+    for (const auto& application : applications)
+    {
         if (application->m_link == link)
             application->m_link = nullptr;
     }
     link->deleteLater();
 }
 
-ApplicationManager::ApplicationManager(const QString& appName)
-    : d(new ApplicationManagerPrivate(appName))
+ApplicationManager::ApplicationManager(const QString& appName) : d(new ApplicationManagerPrivate(appName))
 {
     d->Listen();
 }
@@ -244,7 +256,8 @@ QList<ApplicationInfo> ApplicationManager::GetInstalledApplications(const QStrin
     QList<ApplicationInfo> matching;
     if (applicationId.isEmpty())
         return matching;
-    for (const ApplicationInfo& info : d->manifests.Applications()) {
+    for (const ApplicationInfo& info : d->manifests.Applications())
+    {
         if (info.GetId().compare(applicationId, Qt::CaseInsensitive) == 0 &&
             OstrelAdapterUtility::VersionCompare(version, info.GetVersion()))
             matching << info;

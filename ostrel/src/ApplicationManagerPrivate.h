@@ -38,8 +38,7 @@ public:
     void OnFrame(ApplicationLink* link, const QString& name, const QVariantMap& data);
     void OnClosed(ApplicationLink* link);
     // Calls call(handler) for each registered handler in order.
-    template<typename Call>
-    void Tell(const Call& call);
+    template <typename Call> void Tell(const Call& call);
 
     // How long shutting the hub down waits, at most, for messages already sent to leave.
     static constexpr int kDeliverOnShutdownMs = 2000;

@@ -66,7 +66,8 @@ bool FrameScanner::SkipMap(int depth)
     quint32 count = 0;
     if (!ReadCount(count))
         return false;
-    for (quint32 i = 0; i < count; ++i) {
+    for (quint32 i = 0; i < count; ++i)
+    {
         if (!SkipString() || !SkipValue(depth))
             return false;
     }
@@ -80,7 +81,8 @@ bool FrameScanner::SkipList(int depth)
     quint32 count = 0;
     if (!ReadCount(count))
         return false;
-    for (quint32 i = 0; i < count; ++i) {
+    for (quint32 i = 0; i < count; ++i)
+    {
         if (!SkipValue(depth))
             return false;
     }
@@ -94,7 +96,8 @@ bool FrameScanner::SkipValue(int depth)
     if (!ReadCount(type) || !Skip(1))
         return false;
     quint32 count = 0;
-    switch (type) {
+    switch (type)
+    {
     case QMetaType::UnknownType:
         return true;
     case QMetaType::Bool:
@@ -118,7 +121,8 @@ bool FrameScanner::SkipValue(int depth)
         return Skip(8);
     case QMetaType::QUuid:
         return Skip(16);
-    case QMetaType::QDateTime: {
+    case QMetaType::QDateTime:
+    {
         if (!Skip(8 + 4) || m_left < 1)
             return false;
         const quint8 timeKind = quint8(*m_data);
@@ -136,7 +140,8 @@ bool FrameScanner::SkipValue(int depth)
     case QMetaType::QStringList:
         if (!ReadCount(count))
             return false;
-        for (quint32 i = 0; i < count; ++i) {
+        for (quint32 i = 0; i < count; ++i)
+        {
             if (!SkipString())
                 return false;
         }
@@ -144,7 +149,8 @@ bool FrameScanner::SkipValue(int depth)
     case QMetaType::QByteArrayList:
         if (!ReadCount(count))
             return false;
-        for (quint32 i = 0; i < count; ++i) {
+        for (quint32 i = 0; i < count; ++i)
+        {
             if (!SkipBytes())
                 return false;
         }

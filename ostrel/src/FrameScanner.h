@@ -20,11 +20,7 @@ public:
     static bool IsAcceptable(const char* payload, qsizetype size);
 
 private:
-    FrameScanner(const char* data, qsizetype size)
-        : m_data(data)
-        , m_left(size)
-    {
-    }
+    FrameScanner(const char* data, qsizetype size) : m_data(data), m_left(size) {}
 
     bool Skip(qsizetype count);
     bool ReadCount(quint32& value);

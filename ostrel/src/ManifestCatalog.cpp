@@ -29,7 +29,8 @@ ManifestCatalog::Stamp ManifestCatalog::StampOf(const QString& path)
     stamp.path = path;
     const QFileInfo info(path);
     stamp.exists = info.exists();
-    if (stamp.exists) {
+    if (stamp.exists)
+    {
         stamp.modifiedMs = info.lastModified().toMSecsSinceEpoch();
         stamp.size = info.isDir() ? 0 : info.size();
     }
@@ -40,7 +41,8 @@ bool ManifestCatalog::Stale() const
 {
     if (!m_loaded)
         return true;
-    for (const Stamp& stamp : m_stamps) {
+    for (const Stamp& stamp : m_stamps)
+    {
         if (!(StampOf(stamp.path) == stamp))
             return true;
         if (stamp.exists && stamp.modifiedMs >= m_readAtMs - kRacyWindowMs)
@@ -57,9 +59,11 @@ const QList<ApplicationInfo>& ManifestCatalog::Applications()
     // The folder list itself follows the environment, which a caller may change.
     QStringList folders = ApplicationManager::ManifestFolders();
     bool sameFolders = m_loaded;
-    if (sameFolders) {
+    if (sameFolders)
+    {
         QStringList known;
-        for (const Stamp& stamp : std::as_const(m_stamps)) {
+        for (const Stamp& stamp : std::as_const(m_stamps))
+        {
             if (stamp.path.endsWith(QLatin1Char('/')))
                 known << stamp.path.chopped(1);
         }
@@ -76,14 +80,16 @@ ApplicationInfo ManifestCatalog::ReadManifest(const QString& path)
     if (!file.open(QIODevice::ReadOnly))
         return ApplicationInfo();
     QDomDocument document;
-    if (!document.setContent(&file)) {
+    if (!document.setContent(&file))
+    {
         qCDebug(lcManifests, "not a manifest: %s", qUtf8Printable(path));
         return ApplicationInfo();
     }
     const QDomElement root = document.documentElement();
     const QString id = root.attribute(QStringLiteral("Id")).trimmed();
     QString executable = root.attribute(QStringLiteral("Executable")).trimmed();
-    if (id.isEmpty() || executable.isEmpty()) {
+    if (id.isEmpty() || executable.isEmpty())
+    {
         qCDebug(lcManifests, "manifest without id or program: %s", qUtf8Printable(path));
         return ApplicationInfo();
     }
@@ -93,8 +99,8 @@ ApplicationInfo ManifestCatalog::ReadManifest(const QString& path)
     qint64 infoId = root.attribute(QStringLiteral("InfoId")).toLongLong(&ok);
     if (!ok)
         infoId = 0;
-    return ApplicationInfo(id, root.attribute(QStringLiteral("Name")), root.attribute(QStringLiteral("Version")),
-                           QDir::cleanPath(executable), infoId);
+    return ApplicationInfo(id, root.attribute(QStringLiteral("Name")),
+                           root.attribute(QStringLiteral("Version")), QDir::cleanPath(executable), infoId);
 }
 
 void ManifestCatalog::Reload()
@@ -103,15 +109,18 @@ void ManifestCatalog::Reload()
     m_stamps.clear();
     m_applications.clear();
     QSet<QString> seenIds; // id in lower case and version
-    for (const QString& folder : ApplicationManager::ManifestFolders()) {
+    for (const QString& folder : ApplicationManager::ManifestFolders())
+    {
         // Folders end in "/" among the stamps so that they are told from manifest files.
         Stamp folderStamp = StampOf(folder);
         folderStamp.path = folder + QLatin1Char('/');
         m_stamps << folderStamp;
         if (!folderStamp.exists)
             continue;
-        const QFileInfoList files = QDir(folder).entryInfoList({QStringLiteral("*.xml")}, QDir::Files, QDir::Name);
-        for (const QFileInfo& file : files) {
+        const QFileInfoList files =
+            QDir(folder).entryInfoList({QStringLiteral("*.xml")}, QDir::Files, QDir::Name);
+        for (const QFileInfo& file : files)
+        {
             m_stamps << StampOf(file.absoluteFilePath());
             const ApplicationInfo info = ReadManifest(file.absoluteFilePath());
             if (!info.IsValid())
@@ -119,7 +128,8 @@ void ManifestCatalog::Reload()
             // Several versions of one application are installed side by side and a launcher picks
             // among them; only the same version of the same id met again is a duplicate.
             const QString key = info.GetId().toLower() + QLatin1Char('\n') + info.GetVersion().trimmed();
-            if (seenIds.contains(key)) {
+            if (seenIds.contains(key))
+            {
                 qCDebug(lcManifests, "duplicate application %s %s in %s", qUtf8Printable(info.GetId()),
                         qUtf8Printable(info.GetVersion()), qUtf8Printable(file.absoluteFilePath()));
                 continue;

@@ -33,7 +33,8 @@ private:
         qint64 size = 0;
         bool operator==(const Stamp& other) const
         {
-            return path == other.path && exists == other.exists && modifiedMs == other.modifiedMs && size == other.size;
+            return path == other.path && exists == other.exists && modifiedMs == other.modifiedMs &&
+                   size == other.size;
         }
     };
     static Stamp StampOf(const QString& path);

@@ -6,8 +6,7 @@
 namespace Velmora::OstrelAdapter {
 
 MessageBase::MessageBase(const QString& name, const QMap<QString, QVariant>& data)
-    : m_name(name)
-    , m_data(data)
+    : m_name(name), m_data(data)
 {
 }
 

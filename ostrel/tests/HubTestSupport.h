@@ -52,7 +52,8 @@ inline bool WriteManifest(const QString& path, const QByteArray& content)
     return file.open(QIODevice::WriteOnly | QIODevice::Truncate) && file.write(content) == content.size();
 }
 
-inline QByteArray Manifest(const QString& id, const QString& version, const QString& executable, qint64 infoId = 0)
+inline QByteArray Manifest(const QString& id, const QString& version, const QString& executable,
+                           qint64 infoId = 0)
 {
     return QStringLiteral("<?xml version=\"1.0\"?>\n<Application Id=\"%1\" Name=\"%1 app\" Version=\"%2\" "
                           "Executable=\"%3\" InfoId=\"%4\"/>\n")
@@ -110,7 +111,8 @@ public:
     }
     QVariantMap First(const QString& name) const
     {
-        for (const auto& message : messages) {
+        for (const auto& message : messages)
+        {
             if (message.first == name)
                 return message.second;
         }

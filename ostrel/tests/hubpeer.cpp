@@ -35,19 +35,25 @@ public:
 
     void MessageReceived(ApplicationMessage* message) override
     {
-        if (message->GetName() == QLatin1String("QuitMsg")) {
+        if (message->GetName() == QLatin1String("QuitMsg"))
+        {
             QCoreApplication::quit();
-        } else if (message->GetName() == QLatin1String("FloodThenQuitMsg") && m_launcher) {
+        }
+        else if (message->GetName() == QLatin1String("FloodThenQuitMsg") && m_launcher)
+        {
             // Everything is handed to the link at once; the hub has to deliver it on the way out.
             const QVariantMap data = message->GetData();
             const QByteArray block(data.value(QStringLiteral("Bytes")).toInt(), 'b');
-            for (int i = 0; i < data.value(QStringLiteral("Count")).toInt(); ++i) {
+            for (int i = 0; i < data.value(QStringLiteral("Count")).toInt(); ++i)
+            {
                 ApplicationMessage flood(QStringLiteral("FloodMsg"),
                                          {{QStringLiteral("Sequence"), i}, {QStringLiteral("Block"), block}});
                 m_launcher->Send(&flood);
             }
             QCoreApplication::quit();
-        } else if (message->GetName() == QLatin1String("EchoMsg") && m_launcher) {
+        }
+        else if (message->GetName() == QLatin1String("EchoMsg") && m_launcher)
+        {
             ApplicationMessage reply(QStringLiteral("EchoReplyMsg"), message->GetData());
             m_launcher->Send(&reply);
         }
@@ -63,7 +69,8 @@ int main(int argc, char** argv)
 {
     bool limited = false;
     const rlim_t files = rlim_t(qEnvironmentVariableIntValue("VMWF_PEER_NOFILE", &limited));
-    if (limited) {
+    if (limited)
+    {
         struct rlimit limit;
         if (::getrlimit(RLIMIT_NOFILE, &limit) != 0)
             return 3;

@@ -34,7 +34,10 @@ private:
     Environment m_env;
     Recorder m_recorder;
     ApplicationManager* Hub() { return ApplicationManager::GetInstance(); }
-    ApplicationInfo Peer() { return Hub()->GetInstalledApplications(QStringLiteral("Id_HubPeer"), QString()).value(0); }
+    ApplicationInfo Peer()
+    {
+        return Hub()->GetInstalledApplications(QStringLiteral("Id_HubPeer"), QString()).value(0);
+    }
 
     Application* StartPeer(const QStringList& arguments = {}, const QMap<QString, QString>& environment = {})
     {
@@ -59,10 +62,12 @@ private slots:
                               Manifest(QStringLiteral("Id_HubPeer"), QStringLiteral("2017.0"),
                                        QStringLiteral(VMWF_HUBPEER), 4242)));
         QVERIFY(WriteManifest(m_env.ExtraFolder() + QStringLiteral("/gone.xml"),
-                              Manifest(QStringLiteral("Id_Gone"), QStringLiteral("1"), m_env.Path(QStringLiteral("no-such-program")))));
+                              Manifest(QStringLiteral("Id_Gone"), QStringLiteral("1"),
+                                       m_env.Path(QStringLiteral("no-such-program")))));
         QVERIFY(WriteManifest(m_env.Path(QStringLiteral("plain")), "not a program"));
-        QVERIFY(WriteManifest(m_env.ExtraFolder() + QStringLiteral("/plain.xml"),
-                              Manifest(QStringLiteral("Id_Plain"), QStringLiteral("1"), m_env.Path(QStringLiteral("plain")))));
+        QVERIFY(WriteManifest(
+            m_env.ExtraFolder() + QStringLiteral("/plain.xml"),
+            Manifest(QStringLiteral("Id_Plain"), QStringLiteral("1"), m_env.Path(QStringLiteral("plain")))));
     }
     void init()
     {
@@ -74,8 +79,8 @@ private slots:
 
     void endpointFolderIsPrivate()
     {
-        const QFile::Permissions ownerOnly = QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner | QFile::ReadUser |
-                                             QFile::WriteUser | QFile::ExeUser;
+        const QFile::Permissions ownerOnly = QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner |
+                                             QFile::ReadUser | QFile::WriteUser | QFile::ExeUser;
         const QString endpoint = Hub()->GetEndpoint();
         QVERIFY(!endpoint.isEmpty());
         QVERIFY(endpoint.startsWith(m_env.Path(QStringLiteral("runtime/"))));
@@ -84,8 +89,8 @@ private slots:
         QCOMPARE(QFileInfo(folder).permissions(), ownerOnly);
         // A folder someone opened up is closed again before the next endpoint goes into it.
         ApplicationManager::Uninitialize();
-        QVERIFY(QFile::setPermissions(folder, ownerOnly | QFile::ReadGroup | QFile::ExeGroup | QFile::ReadOther |
-                                                  QFile::ExeOther));
+        QVERIFY(QFile::setPermissions(folder, ownerOnly | QFile::ReadGroup | QFile::ExeGroup |
+                                                  QFile::ReadOther | QFile::ExeOther));
         QVERIFY(ApplicationManager::Initialize(QStringLiteral("Launcher")));
         QCOMPARE(Hub()->GetEndpoint(), endpoint);
         QCOMPARE(QFileInfo(folder).permissions(), ownerOnly);
@@ -98,11 +103,13 @@ private slots:
         Application::StartupError error = Application::NoError;
         QVERIFY(!Hub()->StartApplication(ApplicationInfo(), {}, {}, &error));
         QCOMPARE(error, Application::ApplicationNotFound);
-        const ApplicationInfo gone = Hub()->GetInstalledApplications(QStringLiteral("Id_Gone"), QString()).value(0);
+        const ApplicationInfo gone =
+            Hub()->GetInstalledApplications(QStringLiteral("Id_Gone"), QString()).value(0);
         QVERIFY(gone.IsValid());
         QVERIFY(!Hub()->StartApplication(gone, {}, {}, &error));
         QCOMPARE(error, Application::ExecutableMissing);
-        const ApplicationInfo plain = Hub()->GetInstalledApplications(QStringLiteral("Id_Plain"), QString()).value(0);
+        const ApplicationInfo plain =
+            Hub()->GetInstalledApplications(QStringLiteral("Id_Plain"), QString()).value(0);
         QVERIFY(!Hub()->StartApplication(plain, {}, {}, &error));
         QCOMPARE(error, Application::CouldNotStart);
         QVERIFY(!Hub()->StartApplication(gone, {}, {}, nullptr));
@@ -111,21 +118,28 @@ private slots:
 
     void argumentsEnvironmentAndProcessIdArriveExactly()
     {
-        const QStringList arguments = {QStringLiteral("/tmp/Temp_A b_{1}.workflow?Id_X"), QStringLiteral("/Locale=de-DE"),
-                                       QStringLiteral("/WorkflowSearchPath=a b;c\"d"), QStringLiteral("with \"quotes\" and 'single'"),
-                                       QString(), QStringLiteral("?"), QStringLiteral("ünï ¢ødé")};
+        const QStringList arguments = {QStringLiteral("/tmp/Temp_A b_{1}.workflow?Id_X"),
+                                       QStringLiteral("/Locale=de-DE"),
+                                       QStringLiteral("/WorkflowSearchPath=a b;c\"d"),
+                                       QStringLiteral("with \"quotes\" and 'single'"),
+                                       QString(),
+                                       QStringLiteral("?"),
+                                       QStringLiteral("ünï ¢ødé")};
         QMap<QString, QString> environment;
-        environment.insert(QStringLiteral("VMWF_PEER_VALUE"), QStringLiteral("a value = with spaces; and \"quotes\""));
+        environment.insert(QStringLiteral("VMWF_PEER_VALUE"),
+                           QStringLiteral("a value = with spaces; and \"quotes\""));
         Application* peer = StartPeer(arguments, environment);
         QVERIFY(peer);
         QVERIFY(peer->IsConnected());
         QTRY_COMPARE_WITH_TIMEOUT(m_recorder.Count(QStringLiteral("PeerStartedMsg")), 1, 10000);
         const QVariantMap report = m_recorder.First(QStringLiteral("PeerStartedMsg"));
         QCOMPARE(report.value(QStringLiteral("Arguments")).toStringList(), arguments);
-        QCOMPARE(report.value(QStringLiteral("Environment")).toString(), environment.value(QStringLiteral("VMWF_PEER_VALUE")));
+        QCOMPARE(report.value(QStringLiteral("Environment")).toString(),
+                 environment.value(QStringLiteral("VMWF_PEER_VALUE")));
         QCOMPARE(report.value(QStringLiteral("ProcessId")).toLongLong(), peer->GetProcessId());
         // The peer was told of the link with an application standing for this process.
-        QCOMPARE(report.value(QStringLiteral("LinkedProcessId")).toLongLong(), QCoreApplication::applicationPid());
+        QCOMPARE(report.value(QStringLiteral("LinkedProcessId")).toLongLong(),
+                 QCoreApplication::applicationPid());
         StopPeer(peer);
     }
 
@@ -151,7 +165,8 @@ private slots:
     {
         Application* peer = StartPeer();
         QVERIFY(peer);
-        for (int i = 0; i < 1000; ++i) {
+        for (int i = 0; i < 1000; ++i)
+        {
             QVariantMap data;
             data.insert(QStringLiteral("Sequence"), i);
             data.insert(QStringLiteral("Padding"), QString(100, QLatin1Char('x')));
@@ -160,7 +175,8 @@ private slots:
         }
         QTRY_COMPARE_WITH_TIMEOUT(m_recorder.Count(QStringLiteral("EchoReplyMsg")), 1000, 20000);
         int expected = 0;
-        for (const auto& message : std::as_const(m_recorder.messages)) {
+        for (const auto& message : std::as_const(m_recorder.messages))
+        {
             if (message.first == QLatin1String("EchoReplyMsg"))
                 QCOMPARE(message.second.value(QStringLiteral("Sequence")).toInt(), expected++);
         }
@@ -215,7 +231,10 @@ private slots:
         QTest::newRow("oversize length") << oversize + QByteArray(100, 'x') << true;
         QTest::newRow("largest length") << huge << true;
         // A frame of the right length whose string claims more bytes than the frame holds.
-        QTest::newRow("payload that does not parse") << QByteArray("\x00\x00\x00\x06\x00\x00\x00\x06" "ab", 10) << true;
+        QTest::newRow("payload that does not parse") << QByteArray("\x00\x00\x00\x06\x00\x00\x00\x06"
+                                                                   "ab",
+                                                                   10)
+                                                     << true;
         QTest::newRow("message before hello") << Frame(QStringLiteral("SneakyMsg"), {}) << false;
         QTest::newRow("empty name") << Frame(QString(), {}) << true;
         QTest::newRow("bad hello") << Frame(QStringLiteral("OstrelAdapter.LinkHello"), {}) << false;
@@ -260,7 +279,9 @@ private slots:
             cut.connectToServer(Hub()->GetEndpoint());
             QVERIFY(cut.waitForConnected(2000));
             cut.write(Hello(Self()));
-            cut.write(Frame(QStringLiteral("CutMsg"), {{QStringLiteral("X"), QString(1000, QLatin1Char('x'))}}).left(500));
+            cut.write(
+                Frame(QStringLiteral("CutMsg"), {{QStringLiteral("X"), QString(1000, QLatin1Char('x'))}})
+                    .left(500));
             cut.flush();
             QTest::qWait(100);
         } // the peer goes away in the middle of its frame
@@ -303,7 +324,8 @@ private slots:
         QTRY_VERIFY_WITH_TIMEOUT(!ProcessRuns(peer->GetProcessId()), 10000);
         QTRY_COMPARE_WITH_TIMEOUT(m_recorder.Count(QStringLiteral("FloodMsg")), count, 10000);
         int expected = 0;
-        for (const auto& message : std::as_const(m_recorder.messages)) {
+        for (const auto& message : std::as_const(m_recorder.messages))
+        {
             if (message.first != QLatin1String("FloodMsg"))
                 continue;
             QCOMPARE(message.second.value(QStringLiteral("Sequence")).toInt(), expected++);
@@ -328,7 +350,8 @@ private slots:
         raw.connectToServer(Hub()->GetEndpoint());
         QVERIFY(raw.waitForConnected(2000));
         // Several frames in one read, so the link still has work after the first one.
-        raw.write(Hello(Self()) + Frame(QStringLiteral("FirstMsg"), {}) + Frame(QStringLiteral("SecondMsg"), {}));
+        raw.write(Hello(Self()) + Frame(QStringLiteral("FirstMsg"), {}) +
+                  Frame(QStringLiteral("SecondMsg"), {}));
         raw.flush();
         QTRY_VERIFY(!ApplicationManager::GetInstance());
         QTRY_COMPARE_WITH_TIMEOUT(raw.state(), QLocalSocket::UnconnectedState, 5000);
@@ -343,8 +366,14 @@ private slots:
         Recorder second;
         struct Remover : ApplicationMessageHandler
         {
-            void MessageReceived(ApplicationMessage*) override { ApplicationManager::GetInstance()->RemoveMessageHandler(other); }
-            void ApplicationLinkStarted(Application*) override { ApplicationManager::GetInstance()->RemoveMessageHandler(other); }
+            void MessageReceived(ApplicationMessage*) override
+            {
+                ApplicationManager::GetInstance()->RemoveMessageHandler(other);
+            }
+            void ApplicationLinkStarted(Application*) override
+            {
+                ApplicationManager::GetInstance()->RemoveMessageHandler(other);
+            }
             ApplicationMessageHandler* other = nullptr;
         } remover;
         remover.other = &second;

@@ -9,10 +9,7 @@ class tst_ApplicationManager : public QObject
 {
     Q_OBJECT
 private slots:
-    void noInstanceBeforeInitialize()
-    {
-        QVERIFY(!ApplicationManager::GetInstance());
-    }
+    void noInstanceBeforeInitialize() { QVERIFY(!ApplicationManager::GetInstance()); }
 
     void secondInitializeKeepsFirstInstance()
     {

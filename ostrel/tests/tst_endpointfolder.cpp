@@ -21,8 +21,8 @@ using namespace Velmora::OstrelAdapter;
 
 namespace {
 
-const QFile::Permissions kOwnerOnly = QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner | QFile::ReadUser |
-                                      QFile::WriteUser | QFile::ExeUser;
+const QFile::Permissions kOwnerOnly = QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner |
+                                      QFile::ReadUser | QFile::WriteUser | QFile::ExeUser;
 
 bool MakeFolder(const QString& path, mode_t mode)
 {
@@ -56,7 +56,9 @@ private:
         QVERIFY(!endpoint.isEmpty());
         QVERIFY2(!endpoint.startsWith(avoided + QLatin1Char('/')), qPrintable(endpoint));
         QVERIFY2(endpoint.startsWith(temporary + QLatin1Char('/')), qPrintable(endpoint));
-        for (QString folder = QFileInfo(endpoint).path(); folder != temporary; folder = QFileInfo(folder).path()) {
+        for (QString folder = QFileInfo(endpoint).path(); folder != temporary;
+             folder = QFileInfo(folder).path())
+        {
             const QFileInfo info(folder);
             QVERIFY2(info.isDir() && !info.isSymLink(), qPrintable(folder));
             QCOMPARE(info.ownerId(), uint(::geteuid()));
@@ -150,7 +152,8 @@ private slots:
         QVERIFY(peer.waitForStarted(10000));
         Application* application = Hub()->GetApplication(peer.processId());
         QCOMPARE(application->Connect(10000), int(Application::Linked));
-        QVERIFY(ApplicationManager::EndpointFor(peer.processId()).startsWith(QFileInfo(Hub()->GetEndpoint()).path()));
+        QVERIFY(ApplicationManager::EndpointFor(peer.processId())
+                    .startsWith(QFileInfo(Hub()->GetEndpoint()).path()));
         ApplicationMessage quit(QStringLiteral("QuitMsg"), {});
         QVERIFY(application->Send(&quit));
         QTRY_COMPARE_WITH_TIMEOUT(peer.state(), QProcess::NotRunning, 10000);

@@ -76,7 +76,8 @@ QByteArray TypeIdFrame(quint32 typeId)
     QByteArray payload;
     QDataStream stream(&payload, QIODevice::WriteOnly);
     stream.setVersion(QDataStream::Qt_6_0);
-    stream << QStringLiteral("TypeMsg") << quint32(1) << QStringLiteral("K") << typeId << qint8(0) << qint32(1);
+    stream << QStringLiteral("TypeMsg") << quint32(1) << QStringLiteral("K") << typeId << qint8(0)
+           << qint32(1);
     return FrameOfPayload(payload);
 }
 
@@ -113,7 +114,8 @@ public:
         std::memset(&address, 0, sizeof(address));
         address.sun_family = AF_UNIX;
         const QByteArray path = QFile::encodeName(endpoint);
-        if (m_fd < 0 || path.size() >= qsizetype(sizeof(address.sun_path))) {
+        if (m_fd < 0 || path.size() >= qsizetype(sizeof(address.sun_path)))
+        {
             Drop();
             return;
         }
@@ -128,12 +130,15 @@ public:
     bool IsOpen() const { return m_fd >= 0; }
     // Writes all of bytes, letting this thread's event loop (and so a hub in this process) read
     // meanwhile; false once the other end has closed.
-    bool WriteAll(const QByteArray& bytes, ApplicationManager* watched = nullptr, qint64* mostBuffered = nullptr)
+    bool WriteAll(const QByteArray& bytes, ApplicationManager* watched = nullptr,
+                  qint64* mostBuffered = nullptr)
     {
         qsizetype done = 0;
         const QDeadlineTimer patience(60000);
-        while (m_fd >= 0 && done < bytes.size() && !patience.hasExpired()) {
-            const ssize_t written = ::send(m_fd, bytes.constData() + done, size_t(bytes.size() - done), MSG_NOSIGNAL);
+        while (m_fd >= 0 && done < bytes.size() && !patience.hasExpired())
+        {
+            const ssize_t written =
+                ::send(m_fd, bytes.constData() + done, size_t(bytes.size() - done), MSG_NOSIGNAL);
             if (written < 0 && errno != EAGAIN && errno != EWOULDBLOCK)
                 return false;
             if (written > 0)
@@ -150,7 +155,8 @@ public:
         if (m_fd < 0)
             return true;
         char byte;
-        for (;;) {
+        for (;;)
+        {
             const ssize_t got = ::recv(m_fd, &byte, 1, MSG_DONTWAIT);
             if (got > 0)
                 continue;
@@ -171,7 +177,8 @@ private:
 bool WaitFor(const std::function<bool()>& condition, int timeoutMs)
 {
     const QDeadlineTimer deadline(timeoutMs);
-    while (!condition()) {
+    while (!condition())
+    {
         if (deadline.hasExpired())
             return false;
         QTest::qWait(1);
@@ -195,7 +202,8 @@ public:
     }
     ~ChildHub()
     {
-        if (m_process.state() != QProcess::NotRunning) {
+        if (m_process.state() != QProcess::NotRunning)
+        {
             m_process.kill();
             m_process.waitForFinished(5000);
         }
@@ -217,7 +225,8 @@ public:
         Application* child = ApplicationManager::GetInstance()->GetApplication(ProcessId());
         const QDeadlineTimer patience(patienceMs);
         bool echoed = false;
-        while (child && !echoed && !patience.hasExpired()) {
+        while (child && !echoed && !patience.hasExpired())
+        {
             if (child->Connect(int(qMax(qint64(1), patience.remainingTime()))) != Application::Linked)
                 return false;
             ApplicationMessage echo(QStringLiteral("EchoMsg"), {{QStringLiteral("Token"), ProcessId()}});
@@ -225,8 +234,9 @@ public:
                 continue;
             WaitFor(
                 [&recorder, &echoed, child, this]() {
-                    echoed = recorder.First(QStringLiteral("EchoReplyMsg")).value(QStringLiteral("Token")).toLongLong() ==
-                             ProcessId();
+                    echoed = recorder.First(QStringLiteral("EchoReplyMsg"))
+                                 .value(QStringLiteral("Token"))
+                                 .toLongLong() == ProcessId();
                     return echoed || !child->IsConnected();
                 },
                 10000);
@@ -322,7 +332,8 @@ private slots:
         RawPeer peer(Hub()->GetEndpoint());
         QVERIFY(peer.WriteAll(Hello(Self()) + DateTimeFrame(0) + DateTimeFrame(1) + DateTimeFrame(2)));
         QVERIFY(WaitFor([this]() { return m_recorder.Count(QStringLiteral("DateMsg")) == 3; }, 10000));
-        QVERIFY(m_recorder.First(QStringLiteral("DateMsg")).value(QStringLiteral("K")).toDateTime().isValid());
+        QVERIFY(
+            m_recorder.First(QStringLiteral("DateMsg")).value(QStringLiteral("K")).toDateTime().isValid());
         QVERIFY(!peer.ClosedByOtherEnd());
     }
 
@@ -332,7 +343,8 @@ private slots:
         RawPeer peer(Hub()->GetEndpoint());
         QVERIFY(peer.WriteAll(Hello(Self()) + NestedFrame(31)));
         QVERIFY(WaitFor([this]() { return m_recorder.Count(QStringLiteral("DeepMsg")) == 1; }, 10000));
-        QCOMPARE(m_recorder.First(QStringLiteral("DeepMsg")), (QVariantMap{{QStringLiteral("K"), Nested(31)}}));
+        QCOMPARE(m_recorder.First(QStringLiteral("DeepMsg")),
+                 (QVariantMap{{QStringLiteral("K"), Nested(31)}}));
         QVERIFY(!peer.ClosedByOtherEnd());
     }
 
@@ -340,14 +352,17 @@ private slots:
     {
         // Twenty peers each start a frame of the largest size and deliver six megabytes of it.
         std::vector<std::unique_ptr<RawPeer>> peers;
-        for (int i = 0; i < 20; ++i) {
+        for (int i = 0; i < 20; ++i)
+        {
             peers.push_back(std::make_unique<RawPeer>(Hub()->GetEndpoint()));
             QVERIFY(peers.back()->WriteAll(Hello(Self()) + LengthOnly(kLargestFrame)));
         }
         const QByteArray megabyte(1024 * 1024, 'm');
         qint64 mostBuffered = 0;
-        for (int round = 0; round < 6; ++round) {
-            for (auto& peer : peers) {
+        for (int round = 0; round < 6; ++round)
+        {
+            for (auto& peer : peers)
+            {
                 if (!peer->ClosedByOtherEnd())
                     peer->WriteAll(megabyte, Hub(), &mostBuffered);
             }
@@ -357,7 +372,8 @@ private slots:
             dropped += peer->ClosedByOtherEnd() ? 1 : 0;
         QVERIFY2(mostBuffered <= kBufferLimit, qPrintable(QString::number(mostBuffered)));
         // The limit was reached, not merely approached, and the links that went beyond it went.
-        QVERIFY2(mostBuffered > kBufferLimit - 2 * megabyte.size(), qPrintable(QString::number(mostBuffered)));
+        QVERIFY2(mostBuffered > kBufferLimit - 2 * megabyte.size(),
+                 qPrintable(QString::number(mostBuffered)));
         QVERIFY(dropped > 0);
         QVERIFY(OthersAreStillServed(QStringLiteral("AfterFloodMsg")));
         peers.clear();
@@ -374,7 +390,8 @@ private slots:
         const QByteArray megabyte(1024 * 1024, 'o');
         qint64 mostBuffered = 0;
         int sent = 0;
-        for (; sent < 200; ++sent) {
+        for (; sent < 200; ++sent)
+        {
             ApplicationMessage block(QStringLiteral("BlockMsg"), {{QStringLiteral("Block"), megabyte}});
             if (!peer->Send(&block))
                 break;
@@ -391,9 +408,11 @@ private slots:
     void introductionsNameTheirOwnProcess()
     {
         // A thousand introductions in the name of other processes start no link and leave nothing.
-        for (int batch = 0; batch < 20; ++batch) {
+        for (int batch = 0; batch < 20; ++batch)
+        {
             std::vector<std::unique_ptr<QLocalSocket>> sockets;
-            for (int i = 0; i < 50; ++i) {
+            for (int i = 0; i < 50; ++i)
+            {
                 auto socket = std::make_unique<QLocalSocket>();
                 socket->connectToServer(Hub()->GetEndpoint());
                 QVERIFY(socket->waitForConnected(2000));
@@ -403,7 +422,8 @@ private slots:
             }
             QVERIFY(WaitFor(
                 [&sockets]() {
-                    for (const auto& socket : sockets) {
+                    for (const auto& socket : sockets)
+                    {
                         if (socket->state() != QLocalSocket::UnconnectedState)
                             return false;
                     }
@@ -414,8 +434,10 @@ private slots:
         QVERIFY(m_recorder.links.isEmpty());
         // A hundred in its own name all stand for the one application of this process.
         std::vector<std::unique_ptr<QLocalSocket>> own;
-        for (int batch = 1; batch <= 2; ++batch) {
-            for (int i = 0; i < 50; ++i) {
+        for (int batch = 1; batch <= 2; ++batch)
+        {
+            for (int i = 0; i < 50; ++i)
+            {
                 auto socket = std::make_unique<QLocalSocket>();
                 socket->connectToServer(Hub()->GetEndpoint());
                 QVERIFY(socket->waitForConnected(2000));
@@ -441,11 +463,14 @@ private slots:
             NamedTypeFrame("AnotherEvilType"),
             Hello(Self()) + TypeIdFrame(0x7fffu),
             Hello(Self()) + TypeIdFrame(QMetaType::QObjectStar),
-            Hello(Self()) + QByteArray("\x00\x00\x00\x06\x00\x00\x00\x06" "ab", 10),
+            Hello(Self()) + QByteArray("\x00\x00\x00\x06\x00\x00\x00\x06"
+                                       "ab",
+                                       10),
             Hello(Self()) + LengthOnly(0xffffffffu),
             QByteArray("garbage that is no frame at all"),
         };
-        for (const QByteArray& bytes : hostile) {
+        for (const QByteArray& bytes : hostile)
+        {
             RawPeer peer(child.Endpoint());
             QVERIFY(peer.IsOpen());
             peer.WriteAll(bytes);
@@ -469,7 +494,8 @@ private slots:
         ChildHub child({{QStringLiteral("VMWF_PEER_NOFILE"), QStringLiteral("48")}});
         QVERIFY(child.Listening());
         std::vector<std::unique_ptr<RawPeer>> idle;
-        for (int i = 0; i < 150; ++i) {
+        for (int i = 0; i < 150; ++i)
+        {
             idle.push_back(std::make_unique<RawPeer>(child.Endpoint()));
             QCoreApplication::processEvents();
         }

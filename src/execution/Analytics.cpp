@@ -13,11 +13,9 @@
 #include <new>
 #include <vector>
 
-namespace Velmora::WorkflowCore
-{
+namespace Velmora::WorkflowCore {
 
-namespace
-{
+namespace {
 
 bool s_gateOpen = false;
 
@@ -137,7 +135,7 @@ struct WideBuffer
 #endif
 
 VMWF_NO_VPTR_CHECK void SendWaypoint(const QString& waypointName, const QString& stateName,
-                  const std::vector<Attribute>& attributes)
+                                     const std::vector<Attribute>& attributes)
 {
     if (!s_gateOpen)
         return;
@@ -237,8 +235,7 @@ void ReportWorkflowModification(const QString& id, const QString& templateId)
                   Text(QStringLiteral("COMMON.KELDO.WORKFLOWMODIFICATION_TEMPLATEID"), templateId)});
 }
 
-namespace AnalyticsTesting
-{
+namespace AnalyticsTesting {
 
 void SetGateOpen(bool open)
 {

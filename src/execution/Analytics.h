@@ -5,8 +5,7 @@
 
 #include <cstddef>
 
-namespace Velmora::WorkflowCore
-{
+namespace Velmora::WorkflowCore {
 
 class Workflow;
 
@@ -30,8 +29,7 @@ QString LaunchPointLabel(int launchPoint);
 // overflow gives the largest size, so that the allocation fails instead of coming out short.
 std::size_t WideBufferBytes(std::size_t length);
 
-namespace AnalyticsTesting
-{
+namespace AnalyticsTesting {
 // Opens or closes the gate. For the library's own tests only: hidden from the shared library's
 // interface, reachable only by linking the library's objects statically.
 void SetGateOpen(bool open);

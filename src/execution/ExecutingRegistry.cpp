@@ -11,11 +11,9 @@
 #include <cstring>
 #include <utility>
 
-namespace Velmora::WorkflowCore
-{
+namespace Velmora::WorkflowCore {
 
-namespace
-{
+namespace {
 
 constexpr quint32 kNullString = 0xFFFFFFFFu;
 // Two empty strings, two ids, the handle, an empty application list, the status, an empty
@@ -307,8 +305,7 @@ QList<ExecutingWorkflowRecord> ExecutingRegistry::Enumerate(bool launchedByThisP
     const qint64 self = Platform::CurrentProcessId();
     // One look per host within one enumeration: a host usually holds several entries.
     QVarLengthArray<std::pair<int, bool>, 16> alive;
-    const auto isAlive = [&alive](int processId)
-    {
+    const auto isAlive = [&alive](int processId) {
         for (const auto& known : alive)
         {
             if (known.first == processId)
@@ -355,65 +352,55 @@ bool ExecutingRegistry::Add(Workflow* workflow, int hostProcessId, int launcherP
     added.ErrorMessage = QLatin1String("");
     added.TargetProductProcessId = 0;
     added.WorkflowHandle = HandleOf(workflow);
-    return Change(true,
-                  [&](QList<ExecutingWorkflowRecord>& entries)
-                  {
-                      for (ExecutingWorkflowRecord& entry : entries)
-                      {
-                          if (entry.ExitStatus != 0 && entry.LauncherProcessId == launcherProcessId &&
-                              entry.WorkflowId.compare(added.WorkflowId, Qt::CaseInsensitive) == 0)
-                          {
-                              entry = added;
-                              return Outcome::Changed;
-                          }
-                      }
-                      entries.append(added);
-                      return Outcome::Changed;
-                  });
+    return Change(true, [&](QList<ExecutingWorkflowRecord>& entries) {
+        for (ExecutingWorkflowRecord& entry : entries)
+        {
+            if (entry.ExitStatus != 0 && entry.LauncherProcessId == launcherProcessId &&
+                entry.WorkflowId.compare(added.WorkflowId, Qt::CaseInsensitive) == 0)
+            {
+                entry = added;
+                return Outcome::Changed;
+            }
+        }
+        entries.append(added);
+        return Outcome::Changed;
+    });
 }
 
 bool ExecutingRegistry::ChangeEntry(Workflow* workflow, const EntryEdit& edit)
 {
     if (!workflow)
         return false;
-    return Change(false,
-                  [&](QList<ExecutingWorkflowRecord>& entries)
-                  {
-                      ExecutingWorkflowRecord* entry = FindEntry(entries, workflow);
-                      return entry ? edit(*entry) : Outcome::Failed;
-                  });
+    return Change(false, [&](QList<ExecutingWorkflowRecord>& entries) {
+        ExecutingWorkflowRecord* entry = FindEntry(entries, workflow);
+        return entry ? edit(*entry) : Outcome::Failed;
+    });
 }
 
 bool ExecutingRegistry::SetExitStatus(Workflow* workflow, int status, const QString& message)
 {
-    return ChangeEntry(workflow,
-                       [&](ExecutingWorkflowRecord& entry)
-                       {
-                           entry.ExitStatus = status;
-                           entry.ErrorMessage = message;
-                           return Outcome::Changed;
-                       });
+    return ChangeEntry(workflow, [&](ExecutingWorkflowRecord& entry) {
+        entry.ExitStatus = status;
+        entry.ErrorMessage = message;
+        return Outcome::Changed;
+    });
 }
 
 bool ExecutingRegistry::AddExecutingApplication(Workflow* workflow, int processId)
 {
-    return ChangeEntry(workflow,
-                       [&](ExecutingWorkflowRecord& entry)
-                       {
-                           if (entry.ExecutingApplications.contains(processId))
-                               return Outcome::Unchanged;
-                           entry.ExecutingApplications.append(processId);
-                           return Outcome::Changed;
-                       });
+    return ChangeEntry(workflow, [&](ExecutingWorkflowRecord& entry) {
+        if (entry.ExecutingApplications.contains(processId))
+            return Outcome::Unchanged;
+        entry.ExecutingApplications.append(processId);
+        return Outcome::Changed;
+    });
 }
 
 bool ExecutingRegistry::RemoveExecutingApplication(Workflow* workflow, int processId)
 {
-    return ChangeEntry(workflow,
-                       [&](ExecutingWorkflowRecord& entry) {
-                           return entry.ExecutingApplications.removeAll(processId) > 0 ? Outcome::Changed
-                                                                                       : Outcome::Unchanged;
-                       });
+    return ChangeEntry(workflow, [&](ExecutingWorkflowRecord& entry) {
+        return entry.ExecutingApplications.removeAll(processId) > 0 ? Outcome::Changed : Outcome::Unchanged;
+    });
 }
 
 } // namespace Velmora::WorkflowCore

@@ -12,11 +12,9 @@
 
 #include <memory>
 
-namespace Velmora::WorkflowCore
-{
+namespace Velmora::WorkflowCore {
 
-namespace Platform
-{
+namespace Platform {
 class SharedSegment;
 }
 

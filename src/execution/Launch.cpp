@@ -23,11 +23,9 @@
 #include <QStringList>
 #include <QUuid>
 
-namespace Velmora::WorkflowCore
-{
+namespace Velmora::WorkflowCore {
 
-namespace
-{
+namespace {
 
 const int kTemporaryNameLimit = 246;
 const int kConnectTimeoutMs = 2000;

@@ -3,8 +3,7 @@
 
 #include "platform/Platform.h"
 
-namespace Velmora::WorkflowCore::Names
-{
+namespace Velmora::WorkflowCore::Names {
 
 const QString Locale = QStringLiteral("Locale");
 const QString LocaleId = QStringLiteral("LocaleId");

@@ -12,11 +12,9 @@
 #include <QFileInfo>
 #include <QSettings>
 
-namespace Velmora::WorkflowCore
-{
+namespace Velmora::WorkflowCore {
 
-namespace
-{
+namespace {
 
 const QString kCatalogFileName = QStringLiteral("Products.xml");
 

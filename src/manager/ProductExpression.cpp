@@ -5,11 +5,9 @@
 
 #include <vector>
 
-namespace Velmora::WorkflowCore
-{
+namespace Velmora::WorkflowCore {
 
-namespace
-{
+namespace {
 
 constexpr QChar kAnd = u'&';
 constexpr QChar kOr = u'|';
@@ -154,8 +152,7 @@ bool NormaliseExpression(QString& expression)
 bool TokenizeExpression(const QString& expression, QStringList& tokens)
 {
     tokens.clear();
-    const auto fail = [&tokens]
-    {
+    const auto fail = [&tokens] {
         tokens.clear();
         return false;
     };

@@ -7,8 +7,7 @@
 // Required-products expressions: product ids (or ","-separated lists of them) joined by "&" (all
 // of) and "|" (any of) and grouped by parentheses, evaluated operand by operand by the caller's
 // leaf evaluator. Internal to the library.
-namespace Velmora::WorkflowCore
-{
+namespace Velmora::WorkflowCore {
 
 // Receives one operand (trimmed) and a place for its truth value; returns whether it could
 // evaluate the operand at all.

@@ -14,11 +14,9 @@
 #include <QStringList>
 #include <QVariant>
 
-namespace Velmora::WorkflowCore
-{
+namespace Velmora::WorkflowCore {
 
-namespace
-{
+namespace {
 
 bool ListHasMatchingId(const QString& storedIds, const QString& filterId)
 {
@@ -56,8 +54,9 @@ bool WorkflowMatchesFilter(Workflow* workflow, const QString& key, const QString
     if (!workflow)
         return false;
     const WorkflowFields& fields = workflow->GetImp()->Fields();
-    const auto is = [&key](const char* name)
-    { return key.compare(QLatin1String(name), Qt::CaseInsensitive) == 0; };
+    const auto is = [&key](const char* name) {
+        return key.compare(QLatin1String(name), Qt::CaseInsensitive) == 0;
+    };
 
     if (is(QueryKeys::IsExecutable))
     {

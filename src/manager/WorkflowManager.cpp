@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-#include <VmWorkflowCore/WorkflowManager.h>
 #include <VmWorkflowCore/VmWorkflowCoreVersion.h>
+#include <VmWorkflowCore/WorkflowManager.h>
 
 #include "execution/ExecutingRegistry.h"
 #include "manager/WorkflowManagerImp.h"

@@ -28,8 +28,7 @@
 #include <memory>
 #include <vector>
 
-namespace Velmora::WorkflowCore
-{
+namespace Velmora::WorkflowCore {
 
 WorkflowManagerImp::WorkflowManagerImp() : QObject(nullptr)
 {
@@ -65,8 +64,7 @@ WorkflowManagerImp::~WorkflowManagerImp()
     m_pluginFolders.clear();
 }
 
-namespace
-{
+namespace {
 
 // Folders with fewer workflow files than this are read on the caller's thread alone.
 const qsizetype kParallelScanMinimum = 8;
@@ -179,8 +177,7 @@ void WorkflowManagerImp::EnsureCatalogueLoaded()
         ScanCatalogue();
 }
 
-namespace
-{
+namespace {
 
 QString IndexKey(const QString& text)
 {
@@ -275,25 +272,22 @@ void WorkflowManagerImp::ReadWorkflowFiles(const QStringList& paths)
         WorkflowFileData data;
     };
     std::vector<std::future<ParsedFile>> parsed(static_cast<size_t>(count));
-    const auto submit = [&](qsizetype index)
-    {
+    const auto submit = [&](qsizetype index) {
         auto promise = std::make_shared<std::promise<ParsedFile>>();
         parsed[static_cast<size_t>(index)] = promise->get_future();
-        m_scanPool->start(
-            [promise, path = paths.at(index)]
+        m_scanPool->start([promise, path = paths.at(index)] {
+            ParsedFile file;
+            try
             {
-                ParsedFile file;
-                try
-                {
-                    file.result = ReadWorkflowFileData(path, QString(), file.data);
-                }
-                catch (...)
-                {
-                    // A file that could not be parsed for want of memory contributes nothing.
-                    file = ParsedFile();
-                }
-                promise->set_value(std::move(file));
-            });
+                file.result = ReadWorkflowFileData(path, QString(), file.data);
+            }
+            catch (...)
+            {
+                // A file that could not be parsed for want of memory contributes nothing.
+                file = ParsedFile();
+            }
+            promise->set_value(std::move(file));
+        });
     };
     const qsizetype window = 4 * m_scanPool->maxThreadCount();
     qsizetype submitted = 0;
@@ -404,8 +398,7 @@ void WorkflowManagerImp::IndexRemove(Workflow* workflow)
     const auto found = m_indexedKeys.constFind(workflow);
     if (found == m_indexedKeys.constEnd())
         return;
-    const auto removeFrom = [workflow](QHash<QString, QList<Workflow*>>& index, const QString& key)
-    {
+    const auto removeFrom = [workflow](QHash<QString, QList<Workflow*>>& index, const QString& key) {
         auto bucket = index.find(key);
         if (bucket == index.end())
             return;
@@ -536,16 +529,14 @@ QList<Workflow*> WorkflowManagerImp::QueryWorkflows(const QString& filter, const
         const WorkflowFilterMap filters = ParseFilterText(filter);
         if (!filters.isEmpty())
         {
-            snapshot.removeIf(
-                [&](Workflow* workflow)
+            snapshot.removeIf([&](Workflow* workflow) {
+                for (auto it = filters.cbegin(); it != filters.cend(); ++it)
                 {
-                    for (auto it = filters.cbegin(); it != filters.cend(); ++it)
-                    {
-                        if (!PassesFilterEntry(workflow, it.key(), it.value()))
-                            return true;
-                    }
-                    return false;
-                });
+                    if (!PassesFilterEntry(workflow, it.key(), it.value()))
+                        return true;
+                }
+                return false;
+            });
         }
     }
     if (!sort.isEmpty())

@@ -10,8 +10,7 @@
 #include <algorithm>
 #include <vector>
 
-namespace Velmora::WorkflowCore
-{
+namespace Velmora::WorkflowCore {
 
 WorkflowFilterMap ParseFilterText(const QString& text)
 {
@@ -39,8 +38,7 @@ WorkflowSortMap ParseSortText(const QString& text)
     return sortKeys;
 }
 
-namespace
-{
+namespace {
 
 enum class KeyKind
 {
@@ -51,8 +49,9 @@ enum class KeyKind
 
 KeyKind KindOf(const QString& key)
 {
-    const auto is = [&key](const char* name)
-    { return key.compare(QLatin1String(name), Qt::CaseInsensitive) == 0; };
+    const auto is = [&key](const char* name) {
+        return key.compare(QLatin1String(name), Qt::CaseInsensitive) == 0;
+    };
     if (is(QueryKeys::IsTemplate))
         return KeyKind::Template;
     if (is(QueryKeys::Name) || is(QueryKeys::PrimaryProduct) || is(QueryKeys::TargetProduct) ||
@@ -147,8 +146,7 @@ void SortWorkflows(QList<Workflow*>& workflows, const QString& sortText, const P
             row.texts.push_back(item.kind == KeyKind::Text ? KeyText(fields, item.key, names) : QString());
         rows.push_back(std::move(row));
     }
-    const auto compare = [&items](const Row& a, const Row& b, size_t i)
-    {
+    const auto compare = [&items](const Row& a, const Row& b, size_t i) {
         switch (items[i].kind)
         {
         case KeyKind::Template:
@@ -161,17 +159,15 @@ void SortWorkflows(QList<Workflow*>& workflows, const QString& sortText, const P
         }
         return 0;
     };
-    std::sort(rows.begin(), rows.end(),
-              [&](const Row& a, const Row& b)
-              {
-                  for (size_t i = 0; i < items.size(); ++i)
-                  {
-                      const int order = compare(a, b, i);
-                      if (order != 0)
-                          return items[i].ascending ? order < 0 : order > 0;
-                  }
-                  return false;
-              });
+    std::sort(rows.begin(), rows.end(), [&](const Row& a, const Row& b) {
+        for (size_t i = 0; i < items.size(); ++i)
+        {
+            const int order = compare(a, b, i);
+            if (order != 0)
+                return items[i].ascending ? order < 0 : order > 0;
+        }
+        return false;
+    });
     for (qsizetype i = 0; i < workflows.size(); ++i)
         workflows[i] = rows[size_t(i)].workflow;
 }

@@ -25,7 +25,8 @@ using ProductNamesFunction = std::function<QString(const QString& productIds)>;
 
 // Compares two workflows by one sort key ("Name", "IsTemplate", "PrimaryProduct",
 // "TargetProduct", "RequiredProduct", matched ignoring case); 0 for any other key.
-int CompareWorkflowsByKey(Workflow* left, Workflow* right, const QString& key, const ProductNamesFunction& names);
+int CompareWorkflowsByKey(Workflow* left, Workflow* right, const QString& key,
+                          const ProductNamesFunction& names);
 
 // Sorts by a sort text whose items, in the order written, decide priority: the first item sorts
 // the whole list, each later item sorts the runs the earlier ones left equal.

@@ -1,8 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "notification/OstrelMessageHandler.h"
 
-namespace Velmora::WorkflowCore
-{
+namespace Velmora::WorkflowCore {
 
 OstrelMessageHandler::~OstrelMessageHandler() = default;
 

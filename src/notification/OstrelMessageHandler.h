@@ -7,8 +7,7 @@
 
 #include <QObject>
 
-namespace Velmora::WorkflowCore
-{
+namespace Velmora::WorkflowCore {
 
 // Turns what the hub delivers into Qt signals, so that the notification manager can follow the
 // hub with ordinary slots. The message lives only for the duration of the signal.

@@ -13,11 +13,9 @@
 #include <QCoreApplication>
 #include <QFileInfo>
 
-namespace Velmora::WorkflowCore
-{
+namespace Velmora::WorkflowCore {
 
-namespace
-{
+namespace {
 
 const QString kExecutionBeginningMsg = QStringLiteral("WorkflowExecutionBeginningMsg");
 const QString kExecutionFinishedMsg = QStringLiteral("WorkflowExecutionFinishedMsg");

@@ -9,14 +9,12 @@
 
 #include <memory>
 
-namespace Velmora::OstrelAdapter
-{
+namespace Velmora::OstrelAdapter {
 class Application;
 class ApplicationMessage;
 } // namespace Velmora::OstrelAdapter
 
-namespace Velmora::WorkflowCore
-{
+namespace Velmora::WorkflowCore {
 
 class OstrelMessageHandler;
 

@@ -9,8 +9,7 @@
 class QSettings;
 
 // The one place that knows the operating system. Everything else in the library asks here.
-namespace Velmora::WorkflowCore::Platform
-{
+namespace Velmora::WorkflowCore::Platform {
 
 // The maker's name: the folder below the user's and the machine's data and settings folders
 // that holds everything of this product family.

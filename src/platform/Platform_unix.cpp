@@ -20,8 +20,7 @@
 #include <sys/syscall.h>
 #include <unistd.h>
 
-namespace Velmora::WorkflowCore::Platform
-{
+namespace Velmora::WorkflowCore::Platform {
 
 QString ApplicationDataFolder()
 {
@@ -54,8 +53,7 @@ std::unique_ptr<QSettings> MachineSettings(const QString& key)
     return std::make_unique<QSettings>(QSettings::NativeFormat, QSettings::SystemScope, MakerName(), key);
 }
 
-namespace
-{
+namespace {
 // A killed process stays a zombie until its parent reaps it; it runs no more, so it counts as
 // ended. When the state cannot be read (say, /proc hides other users' processes) it counts as
 // running, as the signal test said.

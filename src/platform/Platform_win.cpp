@@ -7,8 +7,8 @@
 #include <QSettings>
 #include <QStandardPaths>
 
-#include <windows.h>
 #include <shlobj.h>
+#include <windows.h>
 
 namespace Velmora::WorkflowCore::Platform {
 
@@ -58,8 +58,10 @@ FileIdentity IdentifyFile(const QString& path)
     identity.exists = true;
     identity.size = (static_cast<qint64>(data.nFileSizeHigh) << 32) | data.nFileSizeLow;
     identity.modifiedNs = ((static_cast<qint64>(data.ftLastWriteTime.dwHighDateTime) << 32) |
-                           data.ftLastWriteTime.dwLowDateTime) * 100;
-    identity.inode = (static_cast<quint64>(data.ftCreationTime.dwHighDateTime) << 32) | data.ftCreationTime.dwLowDateTime;
+                           data.ftLastWriteTime.dwLowDateTime) *
+                          100;
+    identity.inode =
+        (static_cast<quint64>(data.ftCreationTime.dwHighDateTime) << 32) | data.ftCreationTime.dwLowDateTime;
     return identity;
 }
 
@@ -85,7 +87,8 @@ QString ExecutableFolder()
 QString ModuleFolder(const void* address)
 {
     HMODULE module = nullptr;
-    if (!::GetModuleHandleExW(GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS | GET_MODULE_HANDLE_EX_FLAG_UNCHANGED_REFCOUNT,
+    if (!::GetModuleHandleExW(GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS |
+                                  GET_MODULE_HANDLE_EX_FLAG_UNCHANGED_REFCOUNT,
                               static_cast<LPCWSTR>(address), &module))
         return QString();
     wchar_t path[32768];

@@ -33,7 +33,8 @@ inline bool Ensure(const QString& path)
         return false;
     const QString clean = QDir::cleanPath(path);
     const QByteArray native = QFile::encodeName(clean);
-    if (::mkdir(native.constData(), S_IRWXU) != 0 && errno != EEXIST) {
+    if (::mkdir(native.constData(), S_IRWXU) != 0 && errno != EEXIST)
+    {
         // Missing folders on the way are made by the same rule, so they are ours too.
         const QString parent = QFileInfo(clean).path();
         if (errno != ENOENT || parent == clean || !Ensure(parent))

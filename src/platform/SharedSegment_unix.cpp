@@ -97,9 +97,10 @@ bool SharedSegment::Create()
         return false;
     // Made full-size under a private name and then linked into place, so that no process ever
     // sees the segment with another size than its own.
-    const QByteArray staging =
-        d->path + '.' + QByteArray::number(::getpid()) + '.' + QByteArray::number(QRandomGenerator::global()->generate());
-    const int fd = ::open(staging.constData(), O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, S_IRUSR | S_IWUSR);
+    const QByteArray staging = d->path + '.' + QByteArray::number(::getpid()) + '.' +
+                               QByteArray::number(QRandomGenerator::global()->generate());
+    const int fd =
+        ::open(staging.constData(), O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, S_IRUSR | S_IWUSR);
     if (fd < 0)
         return Attach(Access::ReadWrite);
     const bool sized = ::ftruncate(fd, static_cast<off_t>(d->size)) == 0;

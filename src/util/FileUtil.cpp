@@ -10,8 +10,8 @@
 
 namespace Velmora::WorkflowCore {
 
-QStringList FindFiles(const QString& path, const QString& patterns, QDir::Filters filters, QDir::SortFlags sort,
-                      bool recursive)
+QStringList FindFiles(const QString& path, const QString& patterns, QDir::Filters filters,
+                      QDir::SortFlags sort, bool recursive)
 {
     QStringList found;
     if (path.isEmpty())
@@ -20,13 +20,17 @@ QStringList FindFiles(const QString& path, const QString& patterns, QDir::Filter
     QString folder = path;
     QStringList nameFilters;
     const QFileInfo info(path);
-    if (info.exists() && !info.isDir()) {
+    if (info.exists() && !info.isDir())
+    {
         folder = info.absolutePath();
         nameFilters << info.fileName();
-    } else {
+    }
+    else
+    {
         if (!info.isDir())
             return found;
-        nameFilters = (patterns.isEmpty() ? QStringLiteral("*") : patterns).split(QLatin1Char('|'), Qt::SkipEmptyParts);
+        nameFilters =
+            (patterns.isEmpty() ? QStringLiteral("*") : patterns).split(QLatin1Char('|'), Qt::SkipEmptyParts);
     }
 
     const QDir::Filters given = filters == QDir::NoFilter ? QDir::Filters(QDir::Files) : filters;
@@ -40,13 +44,15 @@ QStringList FindFiles(const QString& path, const QString& patterns, QDir::Filter
     for (const QFileInfo& entry : entries)
         found << QDir::cleanPath(entry.absoluteFilePath());
 
-    if (recursive) {
+    if (recursive)
+    {
         QDir::Filters folderFilter = given;
         folderFilter &= ~QDir::Files;
         folderFilter |= QDir::AllDirs | QDir::NoDotAndDotDot;
         const bool wantsFolders = given.testFlag(QDir::Dirs) || given.testFlag(QDir::AllDirs);
         const QFileInfoList subfolders = dir.entryInfoList(QStringList(), folderFilter, sort);
-        for (const QFileInfo& sub : subfolders) {
+        for (const QFileInfo& sub : subfolders)
+        {
             // A symbolic link back up the tree would otherwise be followed for ever.
             if (sub.isSymLink())
                 continue;
@@ -102,7 +108,8 @@ int MatchingParenthesis(const QString& text, int position)
     if (position < 0 || position >= text.size() || text.at(position) != QLatin1Char('('))
         return -1;
     int depth = 0;
-    for (int i = position; i < text.size(); ++i) {
+    for (int i = position; i < text.size(); ++i)
+    {
         const QChar c = text.at(i);
         if (c == QLatin1Char('('))
             ++depth;

@@ -12,10 +12,7 @@
 
 namespace Velmora::WorkflowCore {
 
-XlfCatalog::XlfCatalog(const QString& path)
-    : m_path(path)
-{
-}
+XlfCatalog::XlfCatalog(const QString& path) : m_path(path) {}
 
 QString XlfCatalog::Lookup(const QString& sourceFileKey, const QString& unitId)
 {
@@ -36,12 +33,15 @@ void XlfCatalog::Load()
     XmlFiler filer(false);
     if (!filer.Open(m_path) || !filer.GoToFirstChild())
         return;
-    do {
+    do
+    {
         const QString key = SourceFileKey(filer.GetAttribute(QStringLiteral("original"), QString()));
         QHash<QString, QString> units;
         filer.PushPosition();
-        if (filer.GoToFirstChild() && filer.GoToFirstChild()) {
-            do {
+        if (filer.GoToFirstChild() && filer.GoToFirstChild())
+        {
+            do
+            {
                 const QString id = filer.GetAttribute(QStringLiteral("id"), QString());
                 filer.PushPosition();
                 // A unit that is there translates, even to nothing: an empty or missing target is
@@ -105,7 +105,8 @@ QString FindTranslationFile(const QString& fileName, const QString& locale, cons
         return QString();
 
     const QString relative = QStringLiteral("/%1/%2").arg(localeName, name);
-    for (const QString& path : SplitSearchPaths(searchPaths)) {
+    for (const QString& path : SplitSearchPaths(searchPaths))
+    {
         const QFileInfo candidate(path + relative);
         if (IsRegularFile(candidate.filePath()))
             return candidate.absoluteFilePath();

@@ -16,13 +16,11 @@
 #include <QTimeZone>
 #include <QXmlStreamReader>
 
-namespace Velmora::WorkflowCore
-{
+namespace Velmora::WorkflowCore {
 
 Q_LOGGING_CATEGORY(lcXml, "velmora.workflowcore.xml", QtWarningMsg)
 
-namespace
-{
+namespace {
 
 const int kIndent = 4;
 
@@ -61,8 +59,7 @@ bool XmlDepthIsBounded(const QByteArray& markup)
     return true;
 }
 
-namespace
-{
+namespace {
 
 // Characters no XML file may hold: control characters other than tab, line feed and carriage
 // return, U+FFFE and U+FFFF, and half a surrogate pair (an encoding such as UTF-7 decodes into
@@ -105,8 +102,7 @@ bool RemoveNonXmlCharacters(QString& text)
     return true;
 }
 
-namespace
-{
+namespace {
 
 // A save killed between naming its new file and renaming it over the old one leaves the new file
 // behind under a temporary name: the file's name, a dot and six letters or digits. One that nobody

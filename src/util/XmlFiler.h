@@ -12,8 +12,7 @@
 
 // The one door through which the library reads and writes its XML files: a DOM document with a
 // cursor (the current element) moved by "/"-separated element paths.
-namespace Velmora::WorkflowCore
-{
+namespace Velmora::WorkflowCore {
 
 // No file of the library nests anywhere near this deep. A deeper one is taken as unreadable:
 // building, writing out and destroying a document tree all recurse once per level.

@@ -13,11 +13,9 @@
 #include <memory>
 #include <vector>
 
-namespace Velmora::WorkflowCore
-{
+namespace Velmora::WorkflowCore {
 
-namespace
-{
+namespace {
 
 const int kIndent = 4;
 
@@ -54,8 +52,7 @@ const std::array<QString, WorkflowAttributeCount>& AttributeNames()
 
 int AttributeIndex(QStringView name)
 {
-    static const QHash<QString, int> indexes = []
-    {
+    static const QHash<QString, int> indexes = [] {
         QHash<QString, int> result;
         for (int i = 0; i < WorkflowAttributeCount; ++i)
             result.insert(AttributeNames()[i], i);
@@ -98,8 +95,7 @@ void AppendEncoded(QString& out, QStringView text, bool attribute)
 {
     qsizetype start = 0;
     const qsizetype length = text.size();
-    const auto flush = [&](qsizetype at, QLatin1String replacement)
-    {
+    const auto flush = [&](qsizetype at, QLatin1String replacement) {
         out.append(text.mid(start, at - start));
         out.append(replacement);
         start = at + 1;
@@ -386,8 +382,7 @@ StreamReadResult ParseWorkflowFile(const QByteArray& bytes, const QString& first
     std::unique_ptr<InnerXmlWriter> writer;
 
     // A node directly inside the Introduction being read: only its first one counts.
-    const auto introductionNode = [&](int nodeDepth, bool isText, QStringView text)
-    {
+    const auto introductionNode = [&](int nodeDepth, bool isText, QStringView text) {
         if (introductionDepth == 0 || nodeDepth != introductionDepth + 1 || introductionFirstSeen)
             return;
         introductionFirstSeen = true;
@@ -592,8 +587,7 @@ StreamReadResult ParseElementRun(const QByteArray& bytes, const QString& absolut
     bool runStarted = false;
     bool finished = false;
     QList<std::pair<QString, QString>> attributes;
-    const auto visit = [&]
-    {
+    const auto visit = [&] {
         attributes.clear();
         for (const QXmlStreamAttribute& attribute : reader.attributes())
             attributes.append({attribute.qualifiedName().toString(), attribute.value().toString()});

@@ -21,9 +21,9 @@ class XlfCatalog;
 // What became of a file handed to a streaming reader.
 enum class StreamReadResult
 {
-    Read,           // the whole file was well-formed; the data is complete
-    Unreadable,     // missing, not a regular file, unreadable, malformed or nested too deep
-    NeedsDocument,  // it declares a document type, whose entities only the document reader expands
+    Read,          // the whole file was well-formed; the data is complete
+    Unreadable,    // missing, not a regular file, unreadable, malformed or nested too deep
+    NeedsDocument, // it declares a document type, whose entities only the document reader expands
 };
 
 // The bytes of a regular file, read at once; false for a missing, special or unreadable file.
@@ -98,7 +98,8 @@ StreamReadResult ParseWorkflowFile(const QByteArray& bytes, const QString& first
 
 // The same plain data taken from the whole document: for files that declare a document type,
 // and as the reference the streaming reader is held to.
-StreamReadResult ReadWorkflowFileFromDocument(const QString& path, const QString& firstTag, WorkflowFileData& data);
+StreamReadResult ReadWorkflowFileFromDocument(const QString& path, const QString& firstTag,
+                                              WorkflowFileData& data);
 
 // Reads the file: streaming, or through the document when the file asks for it (which keeps
 // every element: callers filter again).
@@ -112,7 +113,8 @@ StreamReadResult ReadWorkflowFileData(const QString& path, const QString& firstT
 // does. The visitor is called during the parse; the caller drops what it gathered unless the
 // result is Read.
 using AttributeVisitor = std::function<void(const QList<std::pair<QString, QString>>& attributes)>;
-StreamReadResult ParseElementRun(const QByteArray& bytes, const QString& absolutePath, const AttributeVisitor& visitor);
+StreamReadResult ParseElementRun(const QByteArray& bytes, const QString& absolutePath,
+                                 const AttributeVisitor& visitor);
 
 // The text as the filer's translation step gives it for a file of that name: a tr(...) text
 // replaced by its translation from the catalogue when there is one.

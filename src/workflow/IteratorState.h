@@ -8,8 +8,7 @@ namespace Velmora::WorkflowCore {
 // The walk shared by both exported iterators over a snapshot taken at creation. The snapshot
 // is an implicitly shared copy of the list, so taking it costs nothing and later changes of
 // the source list do not reach it.
-template <typename T>
-class IteratorState
+template <typename T> class IteratorState
 {
 public:
     explicit IteratorState(const QList<T*>& snapshot) : m_snapshot(snapshot) {}

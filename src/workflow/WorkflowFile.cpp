@@ -11,11 +11,9 @@
 #include <QDir>
 #include <QFileInfo>
 
-namespace Velmora::WorkflowCore
-{
+namespace Velmora::WorkflowCore {
 
-namespace
-{
+namespace {
 
 const QString kWorkflowsElement = QStringLiteral("Workflows");
 const QString kWorkflowElement = QStringLiteral("Workflow");
@@ -130,13 +128,11 @@ void ReadWorkflow(const WorkflowElementData& element, const QString& fileName, X
                   WorkflowImp& record)
 {
     // Attribute texts go through the translation step; flags and dates are read as written.
-    const auto text = [&](WorkflowAttribute attribute)
-    {
+    const auto text = [&](WorkflowAttribute attribute) {
         return element.Has(attribute) ? TranslatedFileText(catalog, fileName, element.Value(attribute))
                                       : QString();
     };
-    const auto flag = [&](WorkflowAttribute attribute, bool defaultValue)
-    {
+    const auto flag = [&](WorkflowAttribute attribute, bool defaultValue) {
         const QString& value = element.Value(attribute);
         if (value.isEmpty())
             return defaultValue;
@@ -148,8 +144,7 @@ void ReadWorkflow(const WorkflowElementData& element, const QString& fileName, X
         const qulonglong number = value.toULongLong(&ok, 10);
         return ok ? number != 0 : defaultValue;
     };
-    const auto date = [&](WorkflowAttribute attribute, const QDateTime& defaultValue)
-    {
+    const auto date = [&](WorkflowAttribute attribute, const QDateTime& defaultValue) {
         const QString& value = element.Value(attribute);
         if (value.isEmpty())
             return defaultValue;
@@ -205,8 +200,7 @@ bool LoadWorkflow(WorkflowImp& record, const QString& file, const QString& id)
 {
     XlfCatalog* catalog = nullptr;
     bool catalogKnown = false;
-    const auto catalogFor = [&](const QString& xlfFile)
-    {
+    const auto catalogFor = [&](const QString& xlfFile) {
         if (!catalogKnown && !xlfFile.isEmpty())
         {
             if (WorkflowManagerImp* manager = WorkflowManagerImp::Instance())
@@ -216,15 +210,13 @@ bool LoadWorkflow(WorkflowImp& record, const QString& file, const QString& id)
         return catalog;
     };
     // The id asked for is matched against the Id as the record would read it, translated.
-    const auto matches = [&](const QString& xlfFile, const WorkflowElementData& element)
-    {
+    const auto matches = [&](const QString& xlfFile, const WorkflowElementData& element) {
         return id.isEmpty() || TranslatedFileText(catalogFor(xlfFile), file, element.Value(AttrId))
                                        .compare(id, Qt::CaseInsensitive) == 0;
     };
     // Only the first match is kept: the other workflows of a large file cost nothing.
     bool found = false;
-    const auto keep = [&](const QString& xlfFile, const WorkflowElementData& element)
-    {
+    const auto keep = [&](const QString& xlfFile, const WorkflowElementData& element) {
         if (found || !matches(xlfFile, element))
             return false;
         found = true;
@@ -249,12 +241,10 @@ bool LoadWorkflowFromDocument(WorkflowImp& record, const QString& file, const QS
     XmlFiler filer;
     if (!filer.Open(file))
         return false;
-    TranslateThroughFileCatalog(filer,
-                                [](const QString& xlfFile)
-                                {
-                                    WorkflowManagerImp* manager = WorkflowManagerImp::Instance();
-                                    return manager ? manager->TranslationCatalog(xlfFile) : nullptr;
-                                });
+    TranslateThroughFileCatalog(filer, [](const QString& xlfFile) {
+        WorkflowManagerImp* manager = WorkflowManagerImp::Instance();
+        return manager ? manager->TranslationCatalog(xlfFile) : nullptr;
+    });
     if (!filer.GoToPath(kWorkflowElement))
         return false;
     if (!id.isEmpty() && !GoToWorkflowWithId(filer, id))

@@ -5,8 +5,7 @@
 
 #include <functional>
 
-namespace Velmora::WorkflowCore
-{
+namespace Velmora::WorkflowCore {
 
 class WorkflowImp;
 class XlfCatalog;

@@ -16,11 +16,9 @@
 #include <cstdlib>
 #include <limits>
 
-namespace Velmora::WorkflowCore
-{
+namespace Velmora::WorkflowCore {
 
-namespace
-{
+namespace {
 
 bool TargetProductIsComplete(const QString& targetProduct)
 {
@@ -86,8 +84,7 @@ QString SafeFileName(const QString& name)
     return result;
 }
 
-namespace
-{
+namespace {
 quint64 s_keysGeneration = 1;
 }
 
@@ -132,8 +129,7 @@ void WorkflowImp::BuildImageTables()
     if (m.ImageTablesBuilt)
         return;
     m.ImageTablesBuilt = true;
-    const auto build = [this](const QString& images, QMap<int, QString>& table)
-    {
+    const auto build = [this](const QString& images, QMap<int, QString>& table) {
         for (const QString& part : images.split(QLatin1Char('|'), Qt::SkipEmptyParts))
             table.insert(ImageWidth(ResolveImagePath(part)), part);
     };
@@ -306,8 +302,7 @@ QString WorkflowImp::ResolveImagePath(const QString& path) const
 {
     if (path.isEmpty() || QDir::isAbsolutePath(path))
         return path;
-    const auto lookIn = [&path](const QString& sourceFile) -> QString
-    {
+    const auto lookIn = [&path](const QString& sourceFile) -> QString {
         if (sourceFile.isEmpty())
             return QString();
         const QFileInfo candidate(QFileInfo(sourceFile).absolutePath() + QLatin1Char('/') + path);

@@ -12,11 +12,9 @@
 
 #include <memory>
 
-namespace Velmora::WorkflowCore
-{
+namespace Velmora::WorkflowCore {
 
-namespace
-{
+namespace {
 
 const QString kWorkflowPath = QStringLiteral("/WorkflowSettings/Workflows/Workflow");
 const QString kId = QStringLiteral("Id");
@@ -102,8 +100,7 @@ bool ReadPacked(const QString& file, PackedSettings& settings)
         if (!ReadRegularFileBytes(file, bytes))
             return false;
         result = ParseElementRun(bytes, kWorkflowPath,
-                                 [&read](const QList<std::pair<QString, QString>>& attributes)
-                                 {
+                                 [&read](const QList<std::pair<QString, QString>>& attributes) {
                                      QString id;
                                      for (const auto& [name, value] : attributes)
                                      {

@@ -8,8 +8,7 @@
 #include <QString>
 #include <QStringList>
 
-namespace VmWorkflowTest
-{
+namespace VmWorkflowTest {
 
 struct ToolRun
 {

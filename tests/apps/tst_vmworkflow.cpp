@@ -5,12 +5,12 @@
 #include "TestEnvironment.h"
 #include "ToolProcess.h"
 
+#include <QCryptographicHash>
 #include <QHash>
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QProcess>
-#include <QCryptographicHash>
 #include <QtTest>
 
 #include <sys/stat.h>
@@ -92,12 +92,13 @@ private slots:
     void listSortsByName()
     {
         // A locale without translations keeps the template names as written.
-        const QJsonArray rows = ListJson({QStringLiteral("--locale"), QStringLiteral("it-IT"), QStringLiteral("--sort"),
-                                          QStringLiteral("IsTemplate:0,Name:1")});
+        const QJsonArray rows = ListJson({QStringLiteral("--locale"), QStringLiteral("it-IT"),
+                                          QStringLiteral("--sort"), QStringLiteral("IsTemplate:0,Name:1")});
         QCOMPARE(rows.size(), 8);
         QVERIFY(rows.at(0).toObject().value(QStringLiteral("isTemplate")).toBool());
         QVERIFY(!rows.at(7).toObject().value(QStringLiteral("isTemplate")).toBool());
-        QCOMPARE(rows.at(0).toObject().value(QStringLiteral("name")).toString(), QStringLiteral("tr(Peer review)"));
+        QCOMPARE(rows.at(0).toObject().value(QStringLiteral("name")).toString(),
+                 QStringLiteral("tr(Peer review)"));
     }
 
     void showGivesEveryFieldAsJson()
@@ -112,8 +113,10 @@ private slots:
         QCOMPARE(object.value(QStringLiteral("created")).toString(), QStringLiteral("2015-10-01T09:00:00Z"));
         QVERIFY(object.value(QStringLiteral("settings")).toString().contains(QStringLiteral("Collect")));
         const QJsonObject images = object.value(QStringLiteral("images")).toObject();
-        QVERIFY(images.value(QStringLiteral("16")).toString().endsWith(QStringLiteral("images/report16.png")));
-        QVERIFY(images.value(QStringLiteral("32")).toString().endsWith(QStringLiteral("images/report32.png")));
+        QVERIFY(
+            images.value(QStringLiteral("16")).toString().endsWith(QStringLiteral("images/report16.png")));
+        QVERIFY(
+            images.value(QStringLiteral("32")).toString().endsWith(QStringLiteral("images/report32.png")));
     }
 
     void showTranslatesForTheLocale_data()
@@ -125,8 +128,9 @@ private slots:
                                << QStringLiteral("Dieser Ablauf sammelt die Zahlen eines Monats.");
         QTest::newRow("fr-FR") << QStringLiteral("fr-FR") << QStringLiteral("Rapport mensuel")
                                << QStringLiteral("Ce flux réunit les chiffres d'un mois.");
-        QTest::newRow("untranslated") << QStringLiteral("it-IT") << QStringLiteral("tr(Monthly report)")
-                                      << QStringLiteral("tr(This workflow gathers the figures of one month.)");
+        QTest::newRow("untranslated")
+            << QStringLiteral("it-IT") << QStringLiteral("tr(Monthly report)")
+            << QStringLiteral("tr(This workflow gathers the figures of one month.)");
     }
     void showTranslatesForTheLocale()
     {
@@ -158,14 +162,15 @@ private slots:
         QTest::newRow("unknown option") << QStringList{QStringLiteral("list"), QStringLiteral("--colour")};
         QTest::newRow("show without id") << QStringList{QStringLiteral("show")};
         QTest::newRow("list with argument") << QStringList{QStringLiteral("list"), QStringLiteral("extra")};
-        QTest::newRow("malformed filter") << QStringList{QStringLiteral("list"), QStringLiteral("--filter"),
-                                                         QStringLiteral("IsTemplate")};
-        QTest::newRow("unknown filter key") << QStringList{QStringLiteral("list"), QStringLiteral("--filter"),
-                                                           QStringLiteral("Colour=red")};
+        QTest::newRow("malformed filter")
+            << QStringList{QStringLiteral("list"), QStringLiteral("--filter"), QStringLiteral("IsTemplate")};
+        QTest::newRow("unknown filter key")
+            << QStringList{QStringLiteral("list"), QStringLiteral("--filter"), QStringLiteral("Colour=red")};
         QTest::newRow("bad sort") << QStringList{QStringLiteral("list"), QStringLiteral("--sort"),
                                                  QStringLiteral("Name:up")};
-        QTest::newRow("filter on show") << QStringList{QStringLiteral("show"), QStringLiteral("x"),
-                                                       QStringLiteral("--filter"), QStringLiteral("IsTemplate=true")};
+        QTest::newRow("filter on show")
+            << QStringList{QStringLiteral("show"), QStringLiteral("x"), QStringLiteral("--filter"),
+                           QStringLiteral("IsTemplate=true")};
     }
     void badCommandLinesGiveStatusTwo()
     {
@@ -178,8 +183,8 @@ private slots:
 
     void unreadableSearchPathFails()
     {
-        const Run run = Tool({QStringLiteral("--search-paths"), m_env.Root() + QStringLiteral("/no/such/folder"),
-                              QStringLiteral("list")});
+        const Run run = Tool({QStringLiteral("--search-paths"),
+                              m_env.Root() + QStringLiteral("/no/such/folder"), QStringLiteral("list")});
         QCOMPARE(run.status, 1);
         QVERIFY(run.err.contains("cannot be read"));
     }
@@ -194,19 +199,24 @@ private slots:
     void deleteRemovesTheFileOfACopiedWorkflow()
     {
         const QString folder = m_env.Root() + QStringLiteral("/deletable");
-        QVERIFY(WriteFile(folder + QStringLiteral("/t.workflow"), WorkflowDocument(WorkflowElement(R"(Id="Tpl")"))));
-        QVERIFY(WriteFile(folder + QStringLiteral("/u.workflow"),
-                          WorkflowDocument(WorkflowElement(R"(Id="Mine" IsTemplate="False" TemplateId="Tpl")"))));
+        QVERIFY(WriteFile(folder + QStringLiteral("/t.workflow"),
+                          WorkflowDocument(WorkflowElement(R"(Id="Tpl")"))));
+        QVERIFY(
+            WriteFile(folder + QStringLiteral("/u.workflow"),
+                      WorkflowDocument(WorkflowElement(R"(Id="Mine" IsTemplate="False" TemplateId="Tpl")"))));
         const Run kept = Tool({QStringLiteral("--search-paths"), folder, QStringLiteral("delete"),
                                QStringLiteral("Mine"), QStringLiteral("--keep-file")});
         QCOMPARE(kept.status, 0);
         QVERIFY(QFile::exists(folder + QStringLiteral("/u.workflow")));
-        const Run run = Tool({QStringLiteral("--search-paths"), folder, QStringLiteral("delete"), QStringLiteral("mine")});
+        const Run run = Tool(
+            {QStringLiteral("--search-paths"), folder, QStringLiteral("delete"), QStringLiteral("mine")});
         QCOMPARE(run.status, 0);
         QVERIFY(!QFile::exists(folder + QStringLiteral("/u.workflow")));
-        const Run again = Tool({QStringLiteral("--search-paths"), folder, QStringLiteral("delete"), QStringLiteral("Mine")});
+        const Run again = Tool(
+            {QStringLiteral("--search-paths"), folder, QStringLiteral("delete"), QStringLiteral("Mine")});
         QCOMPARE(again.status, 1);
-        const Run templ = Tool({QStringLiteral("--search-paths"), folder, QStringLiteral("delete"), QStringLiteral("Tpl")});
+        const Run templ =
+            Tool({QStringLiteral("--search-paths"), folder, QStringLiteral("delete"), QStringLiteral("Tpl")});
         QCOMPARE(templ.status, 1);
         QVERIFY(QFile::exists(folder + QStringLiteral("/t.workflow")));
     }
@@ -214,24 +224,28 @@ private slots:
     void deleteInAReadOnlyFolderFails()
     {
         const QString folder = m_env.Root() + QStringLiteral("/lockeddelete");
-        QVERIFY(WriteFile(folder + QStringLiteral("/t.workflow"), WorkflowDocument(WorkflowElement(R"(Id="LTpl")"))));
-        const QByteArray two = WorkflowDocument(WorkflowElement(R"(Id="LMine" IsTemplate="False" TemplateId="LTpl")") +
-                                                WorkflowElement(R"(Id="LOther" IsTemplate="False" TemplateId="LTpl")"));
+        QVERIFY(WriteFile(folder + QStringLiteral("/t.workflow"),
+                          WorkflowDocument(WorkflowElement(R"(Id="LTpl")"))));
+        const QByteArray two =
+            WorkflowDocument(WorkflowElement(R"(Id="LMine" IsTemplate="False" TemplateId="LTpl")") +
+                             WorkflowElement(R"(Id="LOther" IsTemplate="False" TemplateId="LTpl")"));
         QVERIFY(WriteFile(folder + QStringLiteral("/u.workflow"), two));
-        const QByteArray one = WorkflowDocument(WorkflowElement(R"(Id="LLast" IsTemplate="False" TemplateId="LTpl")"));
+        const QByteArray one =
+            WorkflowDocument(WorkflowElement(R"(Id="LLast" IsTemplate="False" TemplateId="LTpl")"));
         QVERIFY(WriteFile(folder + QStringLiteral("/v.workflow"), one));
-        QVERIFY(QFile::setPermissions(folder, QFileDevice::ReadOwner | QFileDevice::ExeOwner | QFileDevice::ReadOther |
-                                                  QFileDevice::ExeOther));
+        QVERIFY(QFile::setPermissions(folder, QFileDevice::ReadOwner | QFileDevice::ExeOwner |
+                                                  QFileDevice::ReadOther | QFileDevice::ExeOther));
         // Root writes into read-only folders, so only an ordinary user sees the refusal.
         const bool privileged = ::geteuid() == 0;
         // Rewriting a file that keeps another workflow, and removing a file left empty.
-        const Run rewrite =
-            Tool({QStringLiteral("--search-paths"), folder, QStringLiteral("delete"), QStringLiteral("LMine")});
-        const Run remove =
-            Tool({QStringLiteral("--search-paths"), folder, QStringLiteral("delete"), QStringLiteral("LLast")});
+        const Run rewrite = Tool(
+            {QStringLiteral("--search-paths"), folder, QStringLiteral("delete"), QStringLiteral("LMine")});
+        const Run remove = Tool(
+            {QStringLiteral("--search-paths"), folder, QStringLiteral("delete"), QStringLiteral("LLast")});
         const QByteArray afterRewrite = ReadFile(folder + QStringLiteral("/u.workflow"));
         const bool lastKept = QFile::exists(folder + QStringLiteral("/v.workflow"));
-        QFile::setPermissions(folder, QFileDevice::ReadOwner | QFileDevice::WriteOwner | QFileDevice::ExeOwner);
+        QFile::setPermissions(folder,
+                              QFileDevice::ReadOwner | QFileDevice::WriteOwner | QFileDevice::ExeOwner);
         if (privileged)
         {
             QCOMPARE(rewrite.status, 0);
@@ -263,8 +277,9 @@ private slots:
         QVERIFY(WriteFile(search + QStringLiteral("/de-DE/Texts.xlf"),
                           QByteArray(xlf).replace("Escaped", "Hallo")));
         const auto name = [&](const QString& locale) {
-            const Run run = Tool({QStringLiteral("--search-paths"), search, QStringLiteral("--locale"), locale,
-                                  QStringLiteral("show"), QStringLiteral("Loc"), QStringLiteral("--json")});
+            const Run run =
+                Tool({QStringLiteral("--search-paths"), search, QStringLiteral("--locale"), locale,
+                      QStringLiteral("show"), QStringLiteral("Loc"), QStringLiteral("--json")});
             return QJsonDocument::fromJson(run.out).object().value(QStringLiteral("name")).toString();
         };
         QCOMPARE(name(QStringLiteral("de-DE")), QStringLiteral("Hallo"));
@@ -275,15 +290,17 @@ private slots:
     void plainListCannotForgeLines()
     {
         const QString folder = m_env.Root() + QStringLiteral("/forged");
-        QVERIFY(WriteFile(folder + QStringLiteral("/f.workflow"),
-                          WorkflowDocument(WorkflowElement(
-                              R"(Id="Forge&#10;template  runs here        Id_Fake" Name="A&#13;&#10;1 workflow&#x85;&#x2028;end")"))));
+        QVERIFY(WriteFile(
+            folder + QStringLiteral("/f.workflow"),
+            WorkflowDocument(WorkflowElement(
+                R"(Id="Forge&#10;template  runs here        Id_Fake" Name="A&#13;&#10;1 workflow&#x85;&#x2028;end")"))));
         const Run run = Tool({QStringLiteral("--search-paths"), folder, QStringLiteral("list")});
         QCOMPARE(run.status, 0);
         // One line for the workflow and one for the count, and no control character but the ends of line.
         QCOMPARE(run.out.count('\n'), 2);
         for (const QChar c : QString::fromUtf8(run.out))
-            QVERIFY2(c == QLatin1Char('\n') || (c.category() != QChar::Other_Control && c.category() != QChar::Separator_Line),
+            QVERIFY2(c == QLatin1Char('\n') ||
+                         (c.category() != QChar::Other_Control && c.category() != QChar::Separator_Line),
                      run.out.toPercentEncoding().constData());
         QVERIFY(run.out.endsWith("\n1 workflow\n"));
         const QJsonArray rows = ListJson({QStringLiteral("--search-paths"), folder});
@@ -295,8 +312,9 @@ private slots:
     void fifoAsImageDoesNotHang()
     {
         const QString folder = m_env.Root() + QStringLiteral("/fifoimage");
-        QVERIFY(WriteFile(folder + QStringLiteral("/f.workflow"),
-                          WorkflowDocument(WorkflowElement(R"(Id="Fifo" Name="F" TemplateImage="pipe.png")"))));
+        QVERIFY(
+            WriteFile(folder + QStringLiteral("/f.workflow"),
+                      WorkflowDocument(WorkflowElement(R"(Id="Fifo" Name="F" TemplateImage="pipe.png")"))));
         QVERIFY(::mkfifo(QFile::encodeName(folder + QStringLiteral("/pipe.png")).constData(), 0600) == 0);
         const Run run = ToolWithin({QStringLiteral("--search-paths"), folder, QStringLiteral("show"),
                                     QStringLiteral("Fifo"), QStringLiteral("--json")},
@@ -313,11 +331,13 @@ private slots:
         for (const QJsonValue& row : ListJson())
             runs.insert(row.toObject().value(QStringLiteral("id")).toString(),
                         row.toObject().value(QStringLiteral("isExecutable")).toBool());
-        QCOMPARE(runs.value(QStringLiteral("Id_MonthlyReportTemplate"), false), true);   // alpha
-        QCOMPARE(runs.value(QStringLiteral("Id_LegacyImportTemplate"), true), false);    // delta:2015
-        QCOMPARE(runs.value(QStringLiteral("Id_QuarterlyExport_{0a9b8c7d-6e5f-4a3b-9c2d-1e0f9a8b7c6d}"), false),
-                 true); // alpha & beta
-        const QJsonArray runnable = ListJson({QStringLiteral("--filter"), QStringLiteral("IsExecutable=true")});
+        QCOMPARE(runs.value(QStringLiteral("Id_MonthlyReportTemplate"), false), true); // alpha
+        QCOMPARE(runs.value(QStringLiteral("Id_LegacyImportTemplate"), true), false);  // delta:2015
+        QCOMPARE(
+            runs.value(QStringLiteral("Id_QuarterlyExport_{0a9b8c7d-6e5f-4a3b-9c2d-1e0f9a8b7c6d}"), false),
+            true); // alpha & beta
+        const QJsonArray runnable =
+            ListJson({QStringLiteral("--filter"), QStringLiteral("IsExecutable=true")});
         for (const QJsonValue& row : runnable)
             QVERIFY(row.toObject().value(QStringLiteral("isExecutable")).toBool());
         const QJsonArray stuck = ListJson({QStringLiteral("--filter"), QStringLiteral("IsExecutable=false")});

@@ -20,8 +20,7 @@
 
 using namespace VmWorkflowTest;
 
-namespace
-{
+namespace {
 
 const QString kRunnable = QStringLiteral("Id_QuarterlyExport_{0a9b8c7d-6e5f-4a3b-9c2d-1e0f9a8b7c6d}");
 // Needs the product delta of 2015, which the sample data does not install.

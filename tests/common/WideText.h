@@ -7,8 +7,7 @@
 
 #include <functional>
 
-namespace VmWorkflowTest
-{
+namespace VmWorkflowTest {
 
 using Velmora::WorkflowCore::WideChar;
 using Wide = Velmora::WorkflowCore::WideText;

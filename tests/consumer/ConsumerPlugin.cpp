@@ -15,14 +15,13 @@
 
 using namespace Velmora::WorkflowCore;
 
-namespace
-{
+namespace {
 
 QString Argument(WorkflowArguments* arguments, const QString& key)
 {
     const WideText wideKey(key);
-    return ReadWideText([&](WideChar* buffer, int size)
-                        { return arguments->GetValue(wideKey, buffer, size); });
+    return ReadWideText(
+        [&](WideChar* buffer, int size) { return arguments->GetValue(wideKey, buffer, size); });
 }
 
 class ConsumerExecutor : public WorkflowExecutor

@@ -26,8 +26,7 @@
 
 using namespace Velmora::WorkflowCore;
 
-namespace
-{
+namespace {
 
 enum ConsumerFailure
 {
@@ -149,8 +148,7 @@ int Run(const QStringList& args)
     bool began = false;
     QObject::connect(manager->GetNotificationManager(),
                      &WorkflowNotificationManager::WorkflowExecutionBeginning, &loop,
-                     [&](ExecutingWorkflow* run)
-                     {
+                     [&](ExecutingWorkflow* run) {
                          if (run->GetWorkflow() != workflow)
                              return;
                          began = true;
@@ -158,8 +156,7 @@ int Run(const QStringList& args)
                      });
     QObject::connect(
         manager->GetNotificationManager(), &WorkflowNotificationManager::WorkflowExecutionFinished, &loop,
-        [&](ExecutingWorkflow* run)
-        {
+        [&](ExecutingWorkflow* run) {
             if (run->GetWorkflow() != workflow)
                 return;
             status = run->GetErrorStatus();

@@ -112,15 +112,15 @@ int main(int argc, char** argv)
             break;
         if (command == QLatin1String("add") && words.size() == 3)
         {
-            const bool added = WorkflowPrivate::AddExecutingWorkflow(WorkflowFor(words.at(1)),
-                                                                     static_cast<int>(::getpid()), words.at(2).toInt());
+            const bool added = WorkflowPrivate::AddExecutingWorkflow(
+                WorkflowFor(words.at(1)), static_cast<int>(::getpid()), words.at(2).toInt());
             Answer(added ? "ok" : "fail");
         }
         else if (command == QLatin1String("status") && words.size() >= 3)
         {
             const QString message = words.mid(3).join(QLatin1Char(' '));
-            const bool set =
-                manager->SetExecutingWorkflowExitStatus(WorkflowFor(words.at(1)), words.at(2).toInt(), W(message));
+            const bool set = manager->SetExecutingWorkflowExitStatus(WorkflowFor(words.at(1)),
+                                                                     words.at(2).toInt(), W(message));
             Answer(set ? "ok" : "fail");
         }
         else if (command == QLatin1String("begin") && words.size() == 3)

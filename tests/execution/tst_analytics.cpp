@@ -23,8 +23,7 @@
 using namespace Velmora::WorkflowCore;
 using namespace VmWorkflowTest;
 
-namespace
-{
+namespace {
 
 bool Kv7IsMapped()
 {

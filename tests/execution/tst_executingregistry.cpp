@@ -102,8 +102,8 @@ QList<ExecutingWorkflowRecord> HandRead(const QByteArray& bytes, qint64* end = n
     {
         ExecutingWorkflowRecord e;
         qint32 applications = 0;
-        stream >> e.WorkflowId >> e.SourceFile >> e.HostProcessId >> e.LauncherProcessId >> e.WorkflowHandle >>
-            applications;
+        stream >> e.WorkflowId >> e.SourceFile >> e.HostProcessId >> e.LauncherProcessId >>
+            e.WorkflowHandle >> applications;
         for (int a = 0; a < applications; ++a)
         {
             qint32 id = 0;
@@ -257,7 +257,10 @@ private:
     std::vector<std::unique_ptr<Workflow>> m_workflows;
 
     QString RuntimeDir() const { return m_runtime->path() + QStringLiteral("/run"); }
-    QString SegmentPath() const { return RuntimeDir() + QStringLiteral("/VmWorkflowCore.ExecutingWorkflows"); }
+    QString SegmentPath() const
+    {
+        return RuntimeDir() + QStringLiteral("/VmWorkflowCore.ExecutingWorkflows");
+    }
 
     Workflow* Own(Workflow* workflow)
     {
@@ -343,7 +346,8 @@ private slots:
     void writtenSegmentParsesByHand()
     {
         ExecutingRegistry registry(true);
-        Workflow* workflow = Own(NewWorkflow(QStringLiteral("Id_Written"), QStringLiteral("/w/written.workflow")));
+        Workflow* workflow =
+            Own(NewWorkflow(QStringLiteral("Id_Written"), QStringLiteral("/w/written.workflow")));
         QVERIFY(registry.Add(workflow, 1234, 5678));
         QVERIFY(registry.AddExecutingApplication(workflow, 42));
         QVERIFY(registry.AddExecutingApplication(workflow, 43));
@@ -372,8 +376,8 @@ private slots:
     {
         ExecutingRegistry registry(false);
         const int ended = EndedProcessId();
-        QVERIFY(WriteSegment(HandWritten({Entry(QStringLiteral("stale"), ended, Self()),
-                                          Entry(QStringLiteral("live"), Self(), Self())})));
+        QVERIFY(WriteSegment(HandWritten(
+            {Entry(QStringLiteral("stale"), ended, Self()), Entry(QStringLiteral("live"), Self(), Self())})));
         for (bool includeFinished : {false, true})
         {
             const QList<ExecutingWorkflowRecord> listed = registry.Enumerate(false, includeFinished);
@@ -401,7 +405,8 @@ private slots:
         ExecutingRegistry registry(true);
         QVERIFY(WriteSegment(HandWritten({Entry(QStringLiteral("ID_AGAIN"), Self(), 500, 2),
                                           Entry(QStringLiteral("other"), Self(), 500)})));
-        Workflow* workflow = Own(NewWorkflow(QStringLiteral("Id_Again"), QStringLiteral("/w/again.workflow")));
+        Workflow* workflow =
+            Own(NewWorkflow(QStringLiteral("Id_Again"), QStringLiteral("/w/again.workflow")));
         QVERIFY(registry.Add(workflow, 900, 500));
         const QList<ExecutingWorkflowRecord> entries = registry.ReadAll();
         QCOMPARE(entries.size(), 2);
@@ -498,7 +503,8 @@ private slots:
             std::unique_ptr<ExecutingWorkflowIterator> it(manager->GetExecutingWorkflows(true));
             QVERIFY(it->MoveNext());
             QVERIFY(!it->GetCurrent()->IsFinished());
-            QCOMPARE(VmWorkflowTest::ReadText([&](WideChar* b, int s) { return it->GetCurrent()->GetErrorMessage(b, s); }),
+            QCOMPARE(VmWorkflowTest::ReadText(
+                         [&](WideChar* b, int s) { return it->GetCurrent()->GetErrorMessage(b, s); }),
                      QStringLiteral("zero"));
         }
         QVERIFY(manager->SetExecutingWorkflowExitStatus(workflow, 3, nullptr));
@@ -599,7 +605,8 @@ private slots:
     void randomBytesGiveAnEmptyOrPartialList()
     {
         ExecutingRegistry registry(false);
-        const QList<ExecutingWorkflowRecord> valid{Entry(QStringLiteral("a"), 1, 2), Entry(QStringLiteral("b"), 3, 4, 1),
+        const QList<ExecutingWorkflowRecord> valid{Entry(QStringLiteral("a"), 1, 2),
+                                                   Entry(QStringLiteral("b"), 3, 4, 1),
                                                    Entry(QStringLiteral("c"), 5, 6)};
         QRandomGenerator random(20261123);
         for (int round = 0; round < 200; ++round)
@@ -629,7 +636,8 @@ private slots:
     void hugeCountEndsTheParse()
     {
         ExecutingRegistry registry(false);
-        const QList<ExecutingWorkflowRecord> two{Entry(QStringLiteral("x"), 1, 2), Entry(QStringLiteral("y"), 3, 4)};
+        const QList<ExecutingWorkflowRecord> two{Entry(QStringLiteral("x"), 1, 2),
+                                                 Entry(QStringLiteral("y"), 3, 4)};
         QByteArray bytes = HandWritten(two);
         bytes.replace(0, 4, QByteArray::fromHex("80000000")); // 2^31: read as a negative count
         QVERIFY(WriteSegment(bytes));
@@ -680,7 +688,8 @@ private slots:
         only.ExecutingApplications.clear();
         QByteArray bytes = HandWritten({only});
         // The application count sits after the two strings, two ids and the handle.
-        const qsizetype countAt = 4 + 4 + only.WorkflowId.size() * 2 + 4 + only.SourceFile.size() * 2 + 4 + 4 + 8;
+        const qsizetype countAt =
+            4 + 4 + only.WorkflowId.size() * 2 + 4 + only.SourceFile.size() * 2 + 4 + 4 + 8;
         QCOMPARE(bytes.mid(countAt, 4), QByteArray::fromHex("00000000"));
         bytes.replace(countAt, 4, QByteArray::fromHex("40000000"));
         QVERIFY(WriteSegment(bytes));
@@ -804,8 +813,8 @@ private slots:
             QVERIFY(hosts.back()->Start());
         }
         for (int i = 0; i < kHosts; ++i)
-            QVERIFY(hosts[i]->Send(QByteArray("stress c") + QByteArray::number(i) + ' ' + QByteArray::number(kSlots) +
-                                  ' ' + QByteArray::number(kRuns)));
+            QVERIFY(hosts[i]->Send(QByteArray("stress c") + QByteArray::number(i) + ' ' +
+                                   QByteArray::number(kSlots) + ' ' + QByteArray::number(kRuns)));
         for (int i = 0; i < kHosts; ++i)
             QCOMPARE(hosts[i]->ReadLine(240000), QByteArray("done 0"));
         const QList<ExecutingWorkflowRecord> entries = registry.ReadAll();

@@ -18,7 +18,8 @@ int main(int argc, char** argv)
     QFile record(target + QStringLiteral(".part"));
     if (!target.isEmpty() && record.open(QIODevice::WriteOnly | QIODevice::Truncate))
     {
-        const QStringList lines = QStringList(QCoreApplication::applicationFilePath()) + application.arguments().mid(1);
+        const QStringList lines =
+            QStringList(QCoreApplication::applicationFilePath()) + application.arguments().mid(1);
         for (const QString& line : lines)
             record.write(line.toUtf8() + '\n');
         record.close();

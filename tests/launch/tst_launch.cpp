@@ -68,8 +68,9 @@ bool WaitForHost(const QString& executable)
 {
     return QTest::qWaitFor(
         [&] {
-            const auto hosts = Velmora::OstrelAdapter::ApplicationManager::GetInstance()->GetInstalledApplications(
-                QStringLiteral("Id_VmWorkflowHost"), QString());
+            const auto hosts =
+                Velmora::OstrelAdapter::ApplicationManager::GetInstance()->GetInstalledApplications(
+                    QStringLiteral("Id_VmWorkflowHost"), QString());
             for (const auto& host : hosts)
             {
                 if (QFileInfo(host.GetExecutable()) == QFileInfo(executable))
@@ -179,10 +180,10 @@ QString LaunchTest::StartedRecorderManifest(const QString& version, const QStrin
     QFile::copy(kRecorder, program);
     QFile::setPermissions(program, QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
     const QString manifests = m_runFolder->path() + QStringLiteral("/applications");
-    const QByteArray manifest = "<?xml version=\"1.0\"?>\n<Application Id=\"Id_VmWorkflowHost\" Name=\"VmWorkflowHost\" "
-                                "Version=\"" +
-                                version.toUtf8() + "\" Executable=\"" + QFile::encodeName(program) +
-                                "\" InfoId=\"2017\"/>\n";
+    const QByteArray manifest =
+        "<?xml version=\"1.0\"?>\n<Application Id=\"Id_VmWorkflowHost\" Name=\"VmWorkflowHost\" "
+        "Version=\"" +
+        version.toUtf8() + "\" Executable=\"" + QFile::encodeName(program) + "\" InfoId=\"2017\"/>\n";
     WriteFile(manifests + QLatin1Char('/') + folderName + QStringLiteral(".xml"), manifest);
     qputenv("VELMORA_APPLICATIONS_PATH", QFile::encodeName(manifests));
     if (!WaitForHost(program))
@@ -236,7 +237,8 @@ void LaunchTest::beforeExecuteRefusalWritesNothing()
     QVERIFY(workflow);
     m_context.allowBefore = false;
     QVERIFY(!WorkflowManager::GetInstance()->ExecuteWorkflow(workflow, WorkflowBrowser));
-    QCOMPARE(m_context.calls, (QStringList{QStringLiteral("CanExecuteWorkflow"), QStringLiteral("BeforeExecuteWorkflow")}));
+    QCOMPARE(m_context.calls,
+             (QStringList{QStringLiteral("CanExecuteWorkflow"), QStringLiteral("BeforeExecuteWorkflow")}));
     QVERIFY(TemporaryFiles().isEmpty());
     QTest::qWait(300);
     QVERIFY(!QFileInfo::exists(m_runFolder->path() + QStringLiteral("/record.txt")));
@@ -245,16 +247,18 @@ void LaunchTest::beforeExecuteRefusalWritesNothing()
 void LaunchTest::pluginRefusalWritesNothing()
 {
     StartedRecorderManifest(QStringLiteral("2017.0"), QStringLiteral("host"));
-    WorkflowManager::GetInstance()->SetWorkflowPluginSearchPaths(Wide(QFileInfo(kRefusingPlugin).absolutePath()));
-    for (const QString& id : {QStringLiteral("Id_Refused"), QStringLiteral("Id_RefusedToo"), QStringLiteral("Id_Refused")})
+    WorkflowManager::GetInstance()->SetWorkflowPluginSearchPaths(
+        Wide(QFileInfo(kRefusingPlugin).absolutePath()));
+    for (const QString& id :
+         {QStringLiteral("Id_Refused"), QStringLiteral("Id_RefusedToo"), QStringLiteral("Id_Refused")})
     {
         m_context.calls.clear();
         Workflow* workflow = CatalogWorkflow(id);
         QVERIFY(workflow);
         QVERIFY(!WorkflowManager::GetInstance()->ExecuteWorkflow(workflow, ApplicationMenu));
         // The plug-in is asked after the host context, and its refusal comes before the arguments.
-        QCOMPARE(m_context.calls,
-                 (QStringList{QStringLiteral("CanExecuteWorkflow"), QStringLiteral("BeforeExecuteWorkflow")}));
+        QCOMPARE(m_context.calls, (QStringList{QStringLiteral("CanExecuteWorkflow"),
+                                               QStringLiteral("BeforeExecuteWorkflow")}));
     }
     WorkflowManager::GetInstance()->SetWorkflowPluginSearchPaths(Wide(QString()));
     QVERIFY(TemporaryFiles().isEmpty());
@@ -275,9 +279,10 @@ void LaunchTest::hostCommandLineIsExactlyTheLaunchArguments()
 {
     // The real host, in its test mode, says what it was given.
     const QString manifests = m_runFolder->path() + QStringLiteral("/applications");
-    WriteFile(manifests + QStringLiteral("/VmWorkflowHost.xml"),
-              "<Application Id=\"Id_VmWorkflowHost\" Name=\"VmWorkflowHost\" Version=\"2017.0\" Executable=\"" +
-                  QFile::encodeName(kHost) + "\" InfoId=\"2017\"/>");
+    WriteFile(
+        manifests + QStringLiteral("/VmWorkflowHost.xml"),
+        "<Application Id=\"Id_VmWorkflowHost\" Name=\"VmWorkflowHost\" Version=\"2017.0\" Executable=\"" +
+            QFile::encodeName(kHost) + "\" InfoId=\"2017\"/>");
     qputenv("VELMORA_APPLICATIONS_PATH", QFile::encodeName(manifests));
     QVERIFY(WaitForHost(kHost));
     const QString echo = m_runFolder->path() + QStringLiteral("/echo.txt");
@@ -288,8 +293,9 @@ void LaunchTest::hostCommandLineIsExactlyTheLaunchArguments()
     m_context.extraArguments.insert(QStringLiteral("Zeta"), QStringLiteral("last"));
     m_context.extraArguments.insert(QStringLiteral("Alpha"), QStringLiteral("first=still first"));
     QVERIFY(WorkflowManager::GetInstance()->ExecuteWorkflow(workflow, Ribbon));
-    QCOMPARE(m_context.calls, (QStringList{QStringLiteral("CanExecuteWorkflow"), QStringLiteral("BeforeExecuteWorkflow"),
-                                           QStringLiteral("AddLaunchArguments")}));
+    QCOMPARE(m_context.calls,
+             (QStringList{QStringLiteral("CanExecuteWorkflow"), QStringLiteral("BeforeExecuteWorkflow"),
+                          QStringLiteral("AddLaunchArguments")}));
 
     QVERIFY(QTest::qWaitFor([&] { return QFileInfo::exists(echo); }, 15000));
     const QStringList arguments = Lines(ReadFile(echo));
@@ -322,7 +328,8 @@ void LaunchTest::temporaryFileHoldsTheWorkflow()
     Workflow copy;
     const QString path = m_runFolder->path() + QStringLiteral("/tmp/") + files.first();
     QVERIFY(copy.Load(Wide(path), Wide(QStringLiteral("Id_Other"))));
-    QCOMPARE(ReadText([&](WideChar* b, int s) { return copy.GetName(b, s); }), QStringLiteral("Other launch"));
+    QCOMPARE(ReadText([&](WideChar* b, int s) { return copy.GetName(b, s); }),
+             QStringLiteral("Other launch"));
     const QStringList record = WaitForRecord();
     QVERIFY(record.size() > 1);
     QCOMPARE(record.at(1), path + QStringLiteral("?Id_Other"));
@@ -332,8 +339,8 @@ void LaunchTest::emptyIdGivesFileArgumentWithoutQuestionMark()
 {
     StartedRecorderManifest(QStringLiteral("2017.0"), QStringLiteral("host"));
     const QString source = m_runFolder->path() + QStringLiteral("/noid.workflow");
-    QVERIFY(WriteFile(source, VmWorkflowTest::WorkflowDocument(
-                                  VmWorkflowTest::WorkflowElement(R"(Name="No id")"))));
+    QVERIFY(WriteFile(source,
+                      VmWorkflowTest::WorkflowDocument(VmWorkflowTest::WorkflowElement(R"(Name="No id")"))));
     Workflow workflow;
     QVERIFY(workflow.Load(Wide(source), Wide(QString())));
     QCOMPARE(ReadText([&](WideChar* b, int s) { return workflow.GetId(b, s); }), QString());
@@ -367,7 +374,8 @@ void LaunchTest::longNameKeepsTheWholeUuid()
     QCOMPARE(match.captured(1).size(), 246 - 5 - 1 - 38);
     const QStringList record = WaitForRecord();
     QVERIFY(record.size() > 1);
-    QCOMPARE(record.at(1), m_runFolder->path() + QStringLiteral("/tmp/") + files.first() + QStringLiteral("?Id_Plain"));
+    QCOMPARE(record.at(1),
+             m_runFolder->path() + QStringLiteral("/tmp/") + files.first() + QStringLiteral("?Id_Plain"));
 }
 
 void LaunchTest::temporaryNameIsCutBeforeTheUuid()
@@ -388,9 +396,10 @@ void LaunchTest::temporaryNameIsCutBeforeTheUuid()
 void LaunchTest::missingHostExecutableFailsWithoutBox()
 {
     const QString manifests = m_runFolder->path() + QStringLiteral("/applications");
-    WriteFile(manifests + QStringLiteral("/VmWorkflowHost.xml"),
-              "<Application Id=\"Id_VmWorkflowHost\" Name=\"VmWorkflowHost\" Version=\"2017.0\" Executable=\"" +
-                  QFile::encodeName(m_runFolder->path()) + "/no-such-host\" InfoId=\"2017\"/>");
+    WriteFile(
+        manifests + QStringLiteral("/VmWorkflowHost.xml"),
+        "<Application Id=\"Id_VmWorkflowHost\" Name=\"VmWorkflowHost\" Version=\"2017.0\" Executable=\"" +
+            QFile::encodeName(m_runFolder->path()) + "/no-such-host\" InfoId=\"2017\"/>");
     qputenv("VELMORA_APPLICATIONS_PATH", QFile::encodeName(manifests));
     QVERIFY(WaitForHost(m_runFolder->path() + QStringLiteral("/no-such-host")));
     Workflow* workflow = CatalogWorkflow(QStringLiteral("Id_Plain"));
@@ -428,7 +437,8 @@ void LaunchTest::hostVersionSelectsTheInstalledHost()
         static int row = 0;
         QFile file(settings);
         QVERIFY(file.open(QIODevice::ReadWrite));
-        QVERIFY(file.setFileTime(QDateTime::currentDateTime().addSecs(++row * 10), QFileDevice::FileModificationTime));
+        QVERIFY(file.setFileTime(QDateTime::currentDateTime().addSecs(++row * 10),
+                                 QFileDevice::FileModificationTime));
     }
     QCOMPARE(ReadHostVersionSetting(), setting == QLatin1String("<none>") ? QString() : setting);
 

@@ -93,7 +93,8 @@ void LaunchAnalyticsTest::initTestCase()
                       VmWorkflowTest::WorkflowDocument(VmWorkflowTest::WorkflowElement(
                           R"(Id="Id_Reported" Name="Reported" TemplateId="Id_Origin")"))));
     QVERIFY(WorkflowManager::Initialize());
-    WorkflowManager::GetInstance()->SetWorkflowSearchPaths(Wide(m_files.path() + QStringLiteral("/workflows")));
+    WorkflowManager::GetInstance()->SetWorkflowSearchPaths(
+        Wide(m_files.path() + QStringLiteral("/workflows")));
     WorkflowManager::GetInstance()->SetHostApplicationContext(&m_context);
     AnalyticsTesting::SetGateOpen(true);
 }
@@ -115,8 +116,9 @@ void LaunchAnalyticsTest::UseHost(const QString& executable)
     qputenv("VELMORA_APPLICATIONS_PATH", QFile::encodeName(manifests));
     QVERIFY(QTest::qWaitFor(
         [&] {
-            const auto hosts = Velmora::OstrelAdapter::ApplicationManager::GetInstance()->GetInstalledApplications(
-                QStringLiteral("Id_VmWorkflowHost"), QString());
+            const auto hosts =
+                Velmora::OstrelAdapter::ApplicationManager::GetInstance()->GetInstalledApplications(
+                    QStringLiteral("Id_VmWorkflowHost"), QString());
             return !hosts.isEmpty() && hosts.first().GetExecutable() == executable;
         },
         10000));
@@ -144,7 +146,8 @@ void LaunchAnalyticsTest::launchReportsItsLaunchPoint()
     QCOMPARE(reports.size(), 1);
     QCOMPARE(reports.first().first, QStringLiteral("COMMON.KELDO.WORKFLOWEXECUTION"));
     const QVariantMap& attributes = reports.first().second;
-    QCOMPARE(attributes.value(QStringLiteral("COMMON.KELDO.WORKFLOWEXECUTION_ACCESSPOINT")).toString(), label);
+    QCOMPARE(attributes.value(QStringLiteral("COMMON.KELDO.WORKFLOWEXECUTION_ACCESSPOINT")).toString(),
+             label);
     QCOMPARE(attributes.value(QStringLiteral("COMMON.KELDO.WORKFLOWEXECUTION_ID")).toString(),
              QStringLiteral("Id_Reported"));
 }

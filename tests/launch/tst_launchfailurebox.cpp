@@ -47,7 +47,8 @@ void LaunchFailureBoxTest::initTestCase()
                       VmWorkflowTest::WorkflowDocument(
                           VmWorkflowTest::WorkflowElement(R"(Id="Id_Box" Name="Box title")"))));
     QVERIFY(WorkflowManager::Initialize());
-    WorkflowManager::GetInstance()->SetWorkflowSearchPaths(Wide(m_files.path() + QStringLiteral("/workflows")));
+    WorkflowManager::GetInstance()->SetWorkflowSearchPaths(
+        Wide(m_files.path() + QStringLiteral("/workflows")));
 }
 
 void LaunchFailureBoxTest::cleanupTestCase()
@@ -59,10 +60,10 @@ void LaunchFailureBoxTest::failedStartShowsCriticalBox_data()
 {
     QTest::addColumn<QString>("manifestFolder");
     QTest::addColumn<int>("error");
-    QTest::newRow("executable missing") << QStringLiteral("missing")
-                                        << int(Velmora::OstrelAdapter::Application::ExecutableMissing);
-    QTest::newRow("no host installed") << QStringLiteral("none")
-                                       << int(Velmora::OstrelAdapter::Application::ApplicationNotFound);
+    QTest::newRow("executable missing")
+        << QStringLiteral("missing") << int(Velmora::OstrelAdapter::Application::ExecutableMissing);
+    QTest::newRow("no host installed")
+        << QStringLiteral("none") << int(Velmora::OstrelAdapter::Application::ApplicationNotFound);
 }
 
 void LaunchFailureBoxTest::failedStartShowsCriticalBox()
@@ -82,13 +83,15 @@ void LaunchFailureBoxTest::failedStartShowsCriticalBox()
     const bool expectHost = manifestFolder == QLatin1String("missing");
     QVERIFY(QTest::qWaitFor(
         [&] {
-            const auto hosts = Velmora::OstrelAdapter::ApplicationManager::GetInstance()->GetInstalledApplications(
-                QStringLiteral("Id_VmWorkflowHost"), QString());
+            const auto hosts =
+                Velmora::OstrelAdapter::ApplicationManager::GetInstance()->GetInstalledApplications(
+                    QStringLiteral("Id_VmWorkflowHost"), QString());
             return hosts.isEmpty() != expectHost;
         },
         10000));
 
-    Workflow* workflow = WorkflowManager::GetInstance()->GetWorkflow(Wide(QStringLiteral("Id_Box")), Wide(QString()));
+    Workflow* workflow =
+        WorkflowManager::GetInstance()->GetWorkflow(Wide(QStringLiteral("Id_Box")), Wide(QString()));
     QVERIFY(workflow);
 
     QString title;
@@ -118,8 +121,9 @@ void LaunchFailureBoxTest::failedStartShowsCriticalBox()
     QVERIFY(!started);
     QVERIFY(sawBox);
     QCOMPARE(title, QStringLiteral("Box title"));
-    QCOMPARE(text, Velmora::OstrelAdapter::OstrelAdapterUtility::FormatApplicationStarupErrorMessage(
-                       QStringLiteral("VmWorkflowHost"), Velmora::OstrelAdapter::Application::StartupError(error)));
+    QCOMPARE(text,
+             Velmora::OstrelAdapter::OstrelAdapterUtility::FormatApplicationStarupErrorMessage(
+                 QStringLiteral("VmWorkflowHost"), Velmora::OstrelAdapter::Application::StartupError(error)));
     QCOMPARE(icon, int(QMessageBox::Critical));
     QCOMPARE(buttons, int(QMessageBox::NoButton));
     QVERIFY(!hadParent);

@@ -84,7 +84,8 @@ QStringList Lines(const QByteArray& content)
 
 bool NoRunOfOurs()
 {
-    std::unique_ptr<ExecutingWorkflowIterator> runs(WorkflowManager::GetInstance()->GetExecutingWorkflows(true));
+    std::unique_ptr<ExecutingWorkflowIterator> runs(
+        WorkflowManager::GetInstance()->GetExecutingWorkflows(true));
     return !runs->MoveNext();
 }
 
@@ -124,7 +125,7 @@ void LaunchRunTest::initTestCase()
     QVERIFY(WriteFile(m_workflows.path() + QStringLiteral("/sample.workflow"),
                       VmWorkflowTest::WorkflowDocument(VmWorkflowTest::WorkflowElement(
                           "Id=\"Id_SampleRun\" Name=\"Sample run\" Plugin=\"" +
-                              QFile::encodeName(QFileInfo(kSamplePlugin).fileName()) + "\""))));
+                          QFile::encodeName(QFileInfo(kSamplePlugin).fileName()) + "\""))));
     const QString manifests = m_environment.Root() + QStringLiteral("/applications");
     QVERIFY(WriteFile(manifests + QStringLiteral("/VmWorkflowHost.xml"),
                       "<Application Id=\"Id_VmWorkflowHost\" Name=\"VmWorkflowHost\" Version=\"2017.0\" "

@@ -97,7 +97,8 @@ void VmWorkflowHostTest::cleanupTestCase()
 
 ExecutingWorkflowRecord VmWorkflowHostTest::FinishedEntry(const QString& workflowId, qint64 hostProcessId)
 {
-    const QList<ExecutingWorkflowRecord> entries = WorkflowManagerImp::Instance()->Registry()->Enumerate(false, true);
+    const QList<ExecutingWorkflowRecord> entries =
+        WorkflowManagerImp::Instance()->Registry()->Enumerate(false, true);
     for (const ExecutingWorkflowRecord& entry : entries)
     {
         if (entry.WorkflowId == workflowId && entry.HostProcessId == hostProcessId)
@@ -140,7 +141,8 @@ void VmWorkflowHostTest::missingPluginLeavesAFinishedRun()
     QVERIFY(run.standardError.contains(QStringLiteral("Id_Unknown")));
 
     // A known workflow whose plug-in is missing ends with a run entry that says so.
-    run = RunHost({m_workflowFile + QStringLiteral("?Id_NoPlugin"), QStringLiteral("/PluginSearchPaths=") + m_files.path()});
+    run = RunHost({m_workflowFile + QStringLiteral("?Id_NoPlugin"),
+                   QStringLiteral("/PluginSearchPaths=") + m_files.path()});
     QCOMPARE(run.exitStatus, QProcess::NormalExit);
     QCOMPARE(run.exitCode, 4);
     QVERIFY2(IsOneSentence(run.standardError), qPrintable(run.standardError));

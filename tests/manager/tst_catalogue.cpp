@@ -20,8 +20,7 @@
 using namespace Velmora::WorkflowCore;
 using namespace VmWorkflowTest;
 
-namespace
-{
+namespace {
 
 WorkflowManager* Manager()
 {

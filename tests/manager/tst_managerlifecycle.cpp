@@ -46,10 +46,7 @@ private:
 private slots:
     void initTestCase() { QVERIFY(m_env.Setup()); }
 
-    void noInstanceBeforeInitialize()
-    {
-        QVERIFY(!WorkflowManager::GetInstance());
-    }
+    void noInstanceBeforeInitialize() { QVERIFY(!WorkflowManager::GetInstance()); }
 
     void uninitializeWithoutInitializeLeavesHubAlone()
     {

@@ -33,13 +33,15 @@ const QByteArray kCatalog = R"(<?xml version="1.0"?>
 
 QByteArray Manifest(const char* id, const char* version, const char* infoId)
 {
-    return QByteArray("<?xml version=\"1.0\"?>\n<Application Id=\"") + id + "\" Name=\"" + id + "\" Version=\"" + version +
-           "\" Executable=\"/bin/true\" InfoId=\"" + infoId + "\"/>\n";
+    return QByteArray("<?xml version=\"1.0\"?>\n<Application Id=\"") + id + "\" Name=\"" + id +
+           "\" Version=\"" + version + "\" Executable=\"/bin/true\" InfoId=\"" + infoId + "\"/>\n";
 }
 
 QString NameList(const QString& ids)
 {
-    return ReadText([&](WideChar* b, int s) { return WorkflowManager::GetInstance()->ProductIdsToNameList(Wide(ids), b, s); });
+    return ReadText([&](WideChar* b, int s) {
+        return WorkflowManager::GetInstance()->ProductIdsToNameList(Wide(ids), b, s);
+    });
 }
 
 QList<long long> Installed(const QString& ids)
@@ -59,7 +61,10 @@ class tst_ProductCatalog : public QObject
 private:
     TestEnvironment m_env;
     QString CatalogFolder() const { return m_env.Root() + QStringLiteral("/products"); }
-    QString SettingsFile() const { return m_env.ConfigDirs() + QStringLiteral("/Velmora/Workflow/2015.0.conf"); }
+    QString SettingsFile() const
+    {
+        return m_env.ConfigDirs() + QStringLiteral("/Velmora/Workflow/2015.0.conf");
+    }
     QString ManifestFolder() const { return m_env.DataDirs() + QStringLiteral("/Velmora/Applications"); }
 
 private slots:
@@ -68,11 +73,14 @@ private slots:
         QVERIFY(m_env.Setup());
         QVERIFY(!QFile::exists(QCoreApplication::applicationDirPath() + QStringLiteral("/Products.xml")));
         QVERIFY(WriteFile(CatalogFolder() + QStringLiteral("/Products.xml"), kCatalog));
-        QVERIFY(WriteFile(SettingsFile(), "[General]\nProductsXmlFileSearchPath=" + QFile::encodeName(CatalogFolder()) + "\n"));
-        QVERIFY(WriteFile(ManifestFolder() + QStringLiteral("/a2016.xml"), Manifest("Id_AppA", "2016.1", "101")));
+        QVERIFY(WriteFile(SettingsFile(), "[General]\nProductsXmlFileSearchPath=" +
+                                              QFile::encodeName(CatalogFolder()) + "\n"));
+        QVERIFY(
+            WriteFile(ManifestFolder() + QStringLiteral("/a2016.xml"), Manifest("Id_AppA", "2016.1", "101")));
         // An application version is installed once: a second manifest with the same id and version
         // is ignored.
-        QVERIFY(WriteFile(ManifestFolder() + QStringLiteral("/a2017.xml"), Manifest("ID_APPA", "2016.1", "102")));
+        QVERIFY(
+            WriteFile(ManifestFolder() + QStringLiteral("/a2017.xml"), Manifest("ID_APPA", "2016.1", "102")));
         QVERIFY(WriteFile(ManifestFolder() + QStringLiteral("/b.xml"), Manifest("Id_AppB", "2016.0", "201")));
     }
     void init() { QVERIFY(WorkflowManager::Initialize()); }
@@ -137,7 +145,8 @@ private slots:
 
     void lookupOfUnknownIdKeepsOnlyTheVersion()
     {
-        const ProductRecord record = WorkflowManager::GetInstance()->GetImp()->Products().Lookup(QStringLiteral("nope:2016:extra"));
+        const ProductRecord record =
+            WorkflowManager::GetInstance()->GetImp()->Products().Lookup(QStringLiteral("nope:2016:extra"));
         QVERIFY(record.Id.isEmpty());
         QVERIFY(record.Name.isEmpty());
         QVERIFY(record.OstrelName.isEmpty());
@@ -153,12 +162,15 @@ private slots:
     void caseOfCodeDoesNotMatterVersionIsPassedAsWritten()
     {
         WorkflowManager* manager = WorkflowManager::GetInstance();
-        for (const QString& id : {QStringLiteral("ProdA:2016"), QStringLiteral("proda:2016")}) {
+        for (const QString& id : {QStringLiteral("ProdA:2016"), QStringLiteral("proda:2016")})
+        {
             std::vector<WideChar> names(64, 0);
             std::vector<WideChar> versions(64, 0);
             manager->ProductIdsToOstrelNameList(Wide(id), names.data(), 64, versions.data(), 64);
-            QCOMPARE(QString::fromUtf16(reinterpret_cast<const char16_t*>(names.data())), QStringLiteral("Id_AppA"));
-            QCOMPARE(QString::fromUtf16(reinterpret_cast<const char16_t*>(versions.data())), QStringLiteral("2016"));
+            QCOMPARE(QString::fromUtf16(reinterpret_cast<const char16_t*>(names.data())),
+                     QStringLiteral("Id_AppA"));
+            QCOMPARE(QString::fromUtf16(reinterpret_cast<const char16_t*>(versions.data())),
+                     QStringLiteral("2016"));
             QCOMPARE(Installed(id), (QList<long long>{101}));
         }
     }
@@ -167,10 +179,12 @@ private slots:
     {
         std::vector<WideChar> names(64, 0x7777);
         std::vector<WideChar> versions(64, 0x7777);
-        WorkflowManager::GetInstance()->ProductIdsToOstrelNameList(Wide(QStringLiteral("prodA:2016,,prodB,zzz:1")),
-                                                                   names.data(), 64, versions.data(), 64);
-        QCOMPARE(QString::fromUtf16(reinterpret_cast<const char16_t*>(names.data())), QStringLiteral("Id_AppA,Id_AppB,"));
-        QCOMPARE(QString::fromUtf16(reinterpret_cast<const char16_t*>(versions.data())), QStringLiteral("2016,,1"));
+        WorkflowManager::GetInstance()->ProductIdsToOstrelNameList(
+            Wide(QStringLiteral("prodA:2016,,prodB,zzz:1")), names.data(), 64, versions.data(), 64);
+        QCOMPARE(QString::fromUtf16(reinterpret_cast<const char16_t*>(names.data())),
+                 QStringLiteral("Id_AppA,Id_AppB,"));
+        QCOMPARE(QString::fromUtf16(reinterpret_cast<const char16_t*>(versions.data())),
+                 QStringLiteral("2016,,1"));
     }
 
     void hubNameBuffersFollowTheCopyRule()
@@ -178,12 +192,13 @@ private slots:
         std::vector<WideChar> names(8, 0x7777);
         std::vector<WideChar> versions(8, 0x7777);
         // A null names buffer is skipped; the versions still arrive, cut to size - 1.
-        WorkflowManager::GetInstance()->ProductIdsToOstrelNameList(Wide(QStringLiteral("prodA:2016.1.7")), nullptr, 8,
-                                                                   versions.data(), 5);
-        QCOMPARE(QString::fromUtf16(reinterpret_cast<const char16_t*>(versions.data())), QStringLiteral("2016"));
+        WorkflowManager::GetInstance()->ProductIdsToOstrelNameList(Wide(QStringLiteral("prodA:2016.1.7")),
+                                                                   nullptr, 8, versions.data(), 5);
+        QCOMPARE(QString::fromUtf16(reinterpret_cast<const char16_t*>(versions.data())),
+                 QStringLiteral("2016"));
         QCOMPARE(versions[5], WideChar(0x7777));
-        WorkflowManager::GetInstance()->ProductIdsToOstrelNameList(Wide(QStringLiteral("prodA")), names.data(), 0,
-                                                                   versions.data(), -1);
+        WorkflowManager::GetInstance()->ProductIdsToOstrelNameList(Wide(QStringLiteral("prodA")),
+                                                                   names.data(), 0, versions.data(), -1);
         QCOMPARE(names[0], WideChar(0x7777));
     }
 
@@ -193,15 +208,20 @@ private slots:
         // "Product A" is 9 characters.
         std::vector<WideChar> buffer(8, 0x7777);
         QCOMPARE(manager->ProductIdsToNameList(Wide(QStringLiteral("prodA")), buffer.data(), 5), 4);
-        QCOMPARE(QString::fromUtf16(reinterpret_cast<const char16_t*>(buffer.data())), QStringLiteral("Prod"));
+        QCOMPARE(QString::fromUtf16(reinterpret_cast<const char16_t*>(buffer.data())),
+                 QStringLiteral("Prod"));
         QCOMPARE(buffer[5], WideChar(0x7777));
     }
 
     void nullBufferGivesTheFullLength()
     {
-        QCOMPARE(WorkflowManager::GetInstance()->ProductIdsToNameList(Wide(QStringLiteral("prodA,prodB")), nullptr, 3), 19);
+        QCOMPARE(WorkflowManager::GetInstance()->ProductIdsToNameList(Wide(QStringLiteral("prodA,prodB")),
+                                                                      nullptr, 3),
+                 19);
         std::vector<WideChar> buffer(4, 0x7777);
-        QCOMPARE(WorkflowManager::GetInstance()->ProductIdsToNameList(Wide(QStringLiteral("prodA")), buffer.data(), 0), 0);
+        QCOMPARE(WorkflowManager::GetInstance()->ProductIdsToNameList(Wide(QStringLiteral("prodA")),
+                                                                      buffer.data(), 0),
+                 0);
         QCOMPARE(buffer[0], WideChar(0x7777));
     }
 

@@ -13,8 +13,7 @@
 
 using namespace Velmora::WorkflowCore;
 
-namespace
-{
+namespace {
 
 // The ids that count as installed for the current row, and every operand the leaf was asked.
 QSet<QString> s_installed;

@@ -24,8 +24,8 @@ namespace {
 
 QByteArray Manifest(const char* id, const char* version, const char* infoId)
 {
-    return QByteArray("<Application Id=\"") + id + "\" Version=\"" + version + "\" Executable=\"/bin/true\" InfoId=\"" +
-           infoId + "\"/>";
+    return QByteArray("<Application Id=\"") + id + "\" Version=\"" + version +
+           "\" Executable=\"/bin/true\" InfoId=\"" + infoId + "\"/>";
 }
 
 std::unique_ptr<Workflow> MakeWorkflow(const QString& required, bool isTemplate = false)
@@ -108,17 +108,25 @@ private slots:
         QFETCH(QString, required);
         QFETCH(bool, executable);
         const auto workflow = MakeWorkflow(required);
-        QCOMPARE(WorkflowMatchesFilter(workflow.get(), QStringLiteral("IsExecutable"), QStringLiteral("true")), executable);
-        QCOMPARE(WorkflowMatchesFilter(workflow.get(), QStringLiteral("isexecutable"), QStringLiteral("FALSE")), !executable);
+        QCOMPARE(
+            WorkflowMatchesFilter(workflow.get(), QStringLiteral("IsExecutable"), QStringLiteral("true")),
+            executable);
+        QCOMPARE(
+            WorkflowMatchesFilter(workflow.get(), QStringLiteral("isexecutable"), QStringLiteral("FALSE")),
+            !executable);
         // Any value other than "false" asks for executable workflows.
-        QCOMPARE(WorkflowMatchesFilter(workflow.get(), QStringLiteral("IsExecutable"), QStringLiteral("whatever")), executable);
+        QCOMPARE(
+            WorkflowMatchesFilter(workflow.get(), QStringLiteral("IsExecutable"), QStringLiteral("whatever")),
+            executable);
     }
 
     void workflowWithoutRequiredProductsNeverMatchesIsExecutable()
     {
         const auto workflow = MakeWorkflow(QString());
-        QVERIFY(!WorkflowMatchesFilter(workflow.get(), QStringLiteral("IsExecutable"), QStringLiteral("true")));
-        QVERIFY(!WorkflowMatchesFilter(workflow.get(), QStringLiteral("IsExecutable"), QStringLiteral("false")));
+        QVERIFY(
+            !WorkflowMatchesFilter(workflow.get(), QStringLiteral("IsExecutable"), QStringLiteral("true")));
+        QVERIFY(
+            !WorkflowMatchesFilter(workflow.get(), QStringLiteral("IsExecutable"), QStringLiteral("false")));
         const auto blanks = MakeWorkflow(QStringLiteral("   "));
         QVERIFY(!WorkflowMatchesFilter(blanks.get(), QStringLiteral("IsExecutable"), QStringLiteral("true")));
         QVERIFY(WorkflowMatchesFilter(blanks.get(), QStringLiteral("IsExecutable"), QStringLiteral("false")));
@@ -155,14 +163,17 @@ private slots:
         QTest::newRow("code alone") << QStringLiteral("prod:2016") << QStringLiteral("prod") << true;
         QTest::newRow("filter code alone") << QStringLiteral("prod") << QStringLiteral("prod:2017") << true;
         QTest::newRow("same version") << QStringLiteral("prod:2016") << QStringLiteral("prod:2016") << true;
-        QTest::newRow("filter shorter version") << QStringLiteral("prod:2016") << QStringLiteral("prod:2016.1") << true;
-        QTest::newRow("filter longer version") << QStringLiteral("prod:2016.1") << QStringLiteral("prod:2016") << false;
+        QTest::newRow("filter shorter version")
+            << QStringLiteral("prod:2016") << QStringLiteral("prod:2016.1") << true;
+        QTest::newRow("filter longer version")
+            << QStringLiteral("prod:2016.1") << QStringLiteral("prod:2016") << false;
         QTest::newRow("other version") << QStringLiteral("prod:2016") << QStringLiteral("prod:2017") << false;
         QTest::newRow("codes differ") << QStringLiteral("prod:2016") << QStringLiteral("other:2016") << false;
         QTest::newRow("case matters") << QStringLiteral("Prod") << QStringLiteral("prod") << false;
         QTest::newRow("empty filter") << QString() << QStringLiteral("prod") << false;
         QTest::newRow("empty workflow id") << QStringLiteral("prod") << QString() << false;
-        QTest::newRow("empty filter version") << QStringLiteral("prod:") << QStringLiteral("prod:2016") << true;
+        QTest::newRow("empty filter version")
+            << QStringLiteral("prod:") << QStringLiteral("prod:2016") << true;
     }
     void productIdMatches()
     {
@@ -179,12 +190,18 @@ private slots:
         fields.PrimaryProduct = QStringLiteral("x,y:2015");
         fields.TargetProduct = QStringLiteral("t:2017.2");
         QVERIFY(WorkflowMatchesFilter(workflow.get(), QStringLiteral("PrimaryProduct"), QStringLiteral("y")));
-        QVERIFY(WorkflowMatchesFilter(workflow.get(), QStringLiteral("primaryproduct"), QStringLiteral("x:9")));
-        QVERIFY(!WorkflowMatchesFilter(workflow.get(), QStringLiteral("PrimaryProduct"), QStringLiteral("y:2016")));
-        QVERIFY(WorkflowMatchesFilter(workflow.get(), QStringLiteral("TargetProduct"), QStringLiteral("t:2017")));
-        QVERIFY(!WorkflowMatchesFilter(workflow.get(), QStringLiteral("TargetProduct"), QStringLiteral("t:2017.1")));
-        QVERIFY(WorkflowMatchesFilter(workflow.get(), QStringLiteral("RequiredProduct"), QStringLiteral("b")));
-        QVERIFY(WorkflowMatchesFilter(workflow.get(), QStringLiteral("RequiredProduct"), QStringLiteral("a:2016")));
+        QVERIFY(
+            WorkflowMatchesFilter(workflow.get(), QStringLiteral("primaryproduct"), QStringLiteral("x:9")));
+        QVERIFY(!WorkflowMatchesFilter(workflow.get(), QStringLiteral("PrimaryProduct"),
+                                       QStringLiteral("y:2016")));
+        QVERIFY(
+            WorkflowMatchesFilter(workflow.get(), QStringLiteral("TargetProduct"), QStringLiteral("t:2017")));
+        QVERIFY(!WorkflowMatchesFilter(workflow.get(), QStringLiteral("TargetProduct"),
+                                       QStringLiteral("t:2017.1")));
+        QVERIFY(
+            WorkflowMatchesFilter(workflow.get(), QStringLiteral("RequiredProduct"), QStringLiteral("b")));
+        QVERIFY(WorkflowMatchesFilter(workflow.get(), QStringLiteral("RequiredProduct"),
+                                      QStringLiteral("a:2016")));
         QVERIFY(!WorkflowMatchesFilter(workflow.get(), QStringLiteral("RequiredProduct"), QString()));
     }
 
@@ -192,8 +209,10 @@ private slots:
     {
         // The stored expression is split at ",": "a & b" is one id, matching neither a nor b.
         const auto workflow = MakeWorkflow(QStringLiteral("a & b"));
-        QVERIFY(!WorkflowMatchesFilter(workflow.get(), QStringLiteral("RequiredProduct"), QStringLiteral("a")));
-        QVERIFY(WorkflowMatchesFilter(workflow.get(), QStringLiteral("RequiredProduct"), QStringLiteral("a & b")));
+        QVERIFY(
+            !WorkflowMatchesFilter(workflow.get(), QStringLiteral("RequiredProduct"), QStringLiteral("a")));
+        QVERIFY(WorkflowMatchesFilter(workflow.get(), QStringLiteral("RequiredProduct"),
+                                      QStringLiteral("a & b")));
     }
 
     void unknownKeyOrNullWorkflowNeverMatches()
@@ -207,10 +226,12 @@ private slots:
     void catalogueIterationFiltersByProductRules()
     {
         QTemporaryDir dir;
-        QVERIFY(WriteFile(dir.filePath(QStringLiteral("w.workflow")),
-                          WorkflowDocument(WorkflowElement(R"(Id="runs" Name="r" RequiredProducts="a &amp; d" PrimaryProduct="a")") +
-                                           WorkflowElement(R"(Id="stuck" Name="s" RequiredProducts="a &amp; b" PrimaryProduct="b")") +
-                                           WorkflowElement(R"(Id="none" Name="n")"))));
+        QVERIFY(WriteFile(
+            dir.filePath(QStringLiteral("w.workflow")),
+            WorkflowDocument(
+                WorkflowElement(R"(Id="runs" Name="r" RequiredProducts="a &amp; d" PrimaryProduct="a")") +
+                WorkflowElement(R"(Id="stuck" Name="s" RequiredProducts="a &amp; b" PrimaryProduct="b")") +
+                WorkflowElement(R"(Id="none" Name="n")"))));
         WorkflowManager* manager = WorkflowManager::GetInstance();
         manager->SetWorkflowSearchPaths(Wide(dir.path()));
         const auto ids = [manager](const QString& filter) {
@@ -223,7 +244,8 @@ private slots:
         QCOMPARE(ids(QStringLiteral("IsExecutable=true")), QStringList{QStringLiteral("runs")});
         QCOMPARE(ids(QStringLiteral("IsExecutable=false")), QStringList{QStringLiteral("stuck")});
         QCOMPARE(ids(QStringLiteral("PrimaryProduct=b")), QStringList{QStringLiteral("stuck")});
-        QCOMPARE(ids(QStringLiteral("IsTemplate=true,PrimaryProduct=a")), QStringList{QStringLiteral("runs")});
+        QCOMPARE(ids(QStringLiteral("IsTemplate=true,PrimaryProduct=a")),
+                 QStringList{QStringLiteral("runs")});
         QCOMPARE(ids(QStringLiteral("IsExecutable=true,PrimaryProduct=b")), QStringList());
     }
 };

@@ -66,13 +66,13 @@ private slots:
                 signatures << QString::fromLatin1(meta.method(i).methodSignature());
         }
         // The five per-row signals in their order, then the pair around emptying the catalogue.
-        QCOMPARE(signatures, QStringList({QStringLiteral("WorkflowAboutToBeInserted(int)"),
-                                          QStringLiteral("WorkflowAboutToBeRemoved(int)"),
-                                          QStringLiteral("WorkflowInserted(int)"),
-                                          QStringLiteral("WorkflowRemoved(int)"),
-                                          QStringLiteral("WorkflowModified(int)"),
-                                          QStringLiteral("CatalogueAboutToBeEmptied()"),
-                                          QStringLiteral("CatalogueEmptied()")}));
+        QCOMPARE(signatures,
+                 QStringList({QStringLiteral("WorkflowAboutToBeInserted(int)"),
+                              QStringLiteral("WorkflowAboutToBeRemoved(int)"),
+                              QStringLiteral("WorkflowInserted(int)"), QStringLiteral("WorkflowRemoved(int)"),
+                              QStringLiteral("WorkflowModified(int)"),
+                              QStringLiteral("CatalogueAboutToBeEmptied()"),
+                              QStringLiteral("CatalogueEmptied()")}));
     }
 
     void userWorkflowFolderIsUnderApplicationData()
@@ -171,7 +171,8 @@ private slots:
     {
         Imp()->EnsureCatalogueLoaded();
         Workflow* abc = Add(QStringLiteral("abc"));
-        QCOMPARE(WorkflowManager::GetInstance()->GetWorkflow(Wide(QStringLiteral("ABC")), Wide(QString())), abc);
+        QCOMPARE(WorkflowManager::GetInstance()->GetWorkflow(Wide(QStringLiteral("ABC")), Wide(QString())),
+                 abc);
         QVERIFY(!WorkflowManager::GetInstance()->GetWorkflow(Wide(QStringLiteral("abd")), Wide(QString())));
     }
 
@@ -180,14 +181,17 @@ private slots:
         Imp()->EnsureCatalogueLoaded();
         QFile(m_dir.filePath(QStringLiteral("one.workflow"))).open(QIODevice::WriteOnly);
         QFile(m_dir.filePath(QStringLiteral("two.workflow"))).open(QIODevice::WriteOnly);
-        Workflow* first = Add(QStringLiteral("same"), QString(), m_dir.filePath(QStringLiteral("one.workflow")));
-        Workflow* second = Add(QStringLiteral("same"), QString(), m_dir.filePath(QStringLiteral("two.workflow")));
+        Workflow* first =
+            Add(QStringLiteral("same"), QString(), m_dir.filePath(QStringLiteral("one.workflow")));
+        Workflow* second =
+            Add(QStringLiteral("same"), QString(), m_dir.filePath(QStringLiteral("two.workflow")));
         WorkflowManager* manager = WorkflowManager::GetInstance();
         QCOMPARE(manager->GetWorkflow(Wide(QStringLiteral("SAME")), Wide(QString())), first);
         const QString otherSpelling = m_dir.path() + QStringLiteral("/./sub/../two.workflow");
         QDir(m_dir.path()).mkpath(QStringLiteral("sub"));
         QCOMPARE(manager->GetWorkflow(Wide(QStringLiteral("same")), Wide(otherSpelling)), second);
-        QVERIFY(!manager->GetWorkflow(Wide(QStringLiteral("same")), Wide(m_dir.filePath(QStringLiteral("three.workflow")))));
+        QVERIFY(!manager->GetWorkflow(Wide(QStringLiteral("same")),
+                                      Wide(m_dir.filePath(QStringLiteral("three.workflow")))));
     }
 
     void findWorkflowByNameIgnoresCase()

@@ -16,8 +16,7 @@
 
 using namespace Velmora::WorkflowCore;
 
-namespace
-{
+namespace {
 
 // Display names that do not follow the ids' own order, so that sorting by id would be caught.
 QString ProductNames(const QString& ids)

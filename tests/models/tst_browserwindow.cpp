@@ -9,8 +9,8 @@
 #include "FileFixtures.h"
 #include "TestEnvironment.h"
 
-#include <QDialog>
 #include <QComboBox>
+#include <QDialog>
 #include <QLabel>
 #include <QLineEdit>
 #include <QListView>

@@ -30,8 +30,7 @@
 using namespace Velmora::WorkflowCore;
 using namespace Velmora::OstrelAdapter;
 
-namespace
-{
+namespace {
 
 QStringList s_told;
 

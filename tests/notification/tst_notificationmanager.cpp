@@ -30,8 +30,7 @@ using namespace Velmora::WorkflowCore;
 using namespace Velmora::OstrelAdapter;
 using namespace VmWorkflowTest;
 
-namespace
-{
+namespace {
 
 const QString kWorkflowId = QStringLiteral("Id_NotifiedFlow");
 
@@ -209,8 +208,8 @@ private Q_SLOTS:
         QCOMPARE(answer.value(QStringLiteral("Result")), QVariant(true));
         QCOMPARE(m_recorder->Count(QStringLiteral("WorkflowModifiedMsg")), 1);
         QCOMPARE(NameOf(CatalogueWorkflow()), QStringLiteral("After"));
-        const QString sourceFile = ReadText([this](WideChar* buffer, int size)
-                                            { return CatalogueWorkflow()->GetSourceFile(buffer, size); });
+        const QString sourceFile = ReadText(
+            [this](WideChar* buffer, int size) { return CatalogueWorkflow()->GetSourceFile(buffer, size); });
         QCOMPARE(sourceFile, QDir::cleanPath(changed));
     }
 
@@ -366,12 +365,12 @@ private Q_SLOTS:
         };
         QList<Seen> beginnings;
         QList<Seen> endings;
-        const auto read = [this](ExecutingWorkflow* executing)
-        {
+        const auto read = [this](ExecutingWorkflow* executing) {
             Seen seen;
             Workflow* workflow = executing->GetWorkflow();
-            seen.workflowId = workflow ? ReadText([workflow](WideChar* buffer, int size)
-                                                  { return workflow->GetId(buffer, size); })
+            seen.workflowId = workflow ? ReadText([workflow](WideChar* buffer, int size) {
+                return workflow->GetId(buffer, size);
+            })
                                        : QString();
             seen.hostProcessId = executing->GetHostProcessId();
             seen.launcherProcessId = executing->GetLauncherProcessId();

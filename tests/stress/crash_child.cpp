@@ -65,8 +65,9 @@ QByteArray Generation(unsigned long generation)
                           QByteArray::number(generation) + "\" Description=\"" +
                           QByteArray(20000, char('A' + generation % 26)) + "\"/>";
     for (int i = 0; i < 8; ++i)
-        elements += "<Workflow Id=\"D" + QByteArray::number(i) + "\" IsTemplate=\"False\" TemplateId=\"T\" Name=\"D" +
-                    QByteArray::number(i) + "\" Tag=\"" + QByteArray::number(generation) + "\" Description=\"" +
+        elements += "<Workflow Id=\"D" + QByteArray::number(i) +
+                    "\" IsTemplate=\"False\" TemplateId=\"T\" Name=\"D" + QByteArray::number(i) +
+                    "\" Tag=\"" + QByteArray::number(generation) + "\" Description=\"" +
                     QByteArray(20000, char('A' + generation % 26)) + "\"/>";
     return "<?xml version=\"1.0\"?>\n<Workflows>" + elements + "</Workflows>\n";
 }

@@ -52,7 +52,8 @@ int Plant(const QString& shared)
     return 0;
 }
 
-int Attack(const QString& shared, const QString& segmentPath, const QString& endpoint, const QString& settings)
+int Attack(const QString& shared, const QString& segmentPath, const QString& endpoint,
+           const QString& settings)
 {
     Q_UNUSED(shared);
     QFile segment(segmentPath);

@@ -44,7 +44,8 @@ bool SameIds(const QList<int>& a, const QList<int>& b)
 }
 
 // Every entry of this process holds what this process last wrote into it.
-bool OwnEntriesIntact(const ExecutingRegistry& registry, const std::vector<std::unique_ptr<Workflow>>& workflows,
+bool OwnEntriesIntact(const ExecutingRegistry& registry,
+                      const std::vector<std::unique_ptr<Workflow>>& workflows,
                       const std::vector<Expected>& expected)
 {
     const QList<ExecutingWorkflowRecord> entries = registry.ReadAll();
@@ -59,7 +60,8 @@ bool OwnEntriesIntact(const ExecutingRegistry& registry, const std::vector<std::
                 continue;
             ++found;
             if (entry.ExitStatus != expected[i].status || entry.ErrorMessage != expected[i].message ||
-                !SameIds(entry.ExecutingApplications, expected[i].applications) || entry.HostProcessId != int(::getpid()))
+                !SameIds(entry.ExecutingApplications, expected[i].applications) ||
+                entry.HostProcessId != int(::getpid()))
             {
                 std::fprintf(stderr, "entry %s: status %d (wanted %d), %d applications (wanted %d)\n",
                              qPrintable(id), entry.ExitStatus, expected[i].status,
@@ -85,7 +87,8 @@ int Work(int index, int milliseconds)
     {
         auto workflow = std::make_unique<Workflow>();
         workflow->GetImp()->Fields().Id = QStringLiteral("Load-%1-%2").arg(index).arg(i);
-        workflow->GetImp()->Fields().SourceFile = QStringLiteral("/tmp/load-%1-%2.workflow").arg(index).arg(i);
+        workflow->GetImp()->Fields().SourceFile =
+            QStringLiteral("/tmp/load-%1-%2.workflow").arg(index).arg(i);
         // A lock that cannot be had in time fails the change; it is tried again, never counted.
         while (!registry.Add(workflow.get(), int(::getpid()), int(::getpid())))
             QThread::msleep(1);
@@ -109,7 +112,8 @@ int Work(int index, int milliseconds)
         case 0:
             done = registry.SetExitStatus(workflow, round, QStringLiteral("round %1").arg(round));
             if (done)
-                expected[size_t(i)] = {round, QStringLiteral("round %1").arg(round), expected[size_t(i)].applications};
+                expected[size_t(i)] = {round, QStringLiteral("round %1").arg(round),
+                                       expected[size_t(i)].applications};
             break;
         case 1:
         {

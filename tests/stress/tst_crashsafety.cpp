@@ -107,12 +107,14 @@ private slots:
             QDomDocument document;
             QVERIFY2(document.setContent(ReadFile(folder + QStringLiteral("/Crash.workflow"))),
                      "the workflow file is not whole");
-            const QDomElement workflow = document.documentElement().firstChildElement(QStringLiteral("Workflow"));
+            const QDomElement workflow =
+                document.documentElement().firstChildElement(QStringLiteral("Workflow"));
             const unsigned long version = workflow.attribute(QStringLiteral("Tag")).toULong();
             QVERIFY(version >= qMax(1ul, seen));
             QCOMPARE(workflow.attribute(QStringLiteral("Description")), QString(60000, LetterOf(version)));
             seen = version;
-            QVERIFY2(OnlyFileAndTemporaries(folder, QStringLiteral("Crash.workflow"), leftBehind), qPrintable(Entries(folder).join(u' ')));
+            QVERIFY2(OnlyFileAndTemporaries(folder, QStringLiteral("Crash.workflow"), leftBehind),
+                     qPrintable(Entries(folder).join(u' ')));
         }
         // The next save, once nothing can be writing them, leaves none behind.
         QTest::qWait(kStaleAfterMs);
@@ -145,7 +147,8 @@ private slots:
                 if (generation == 0)
                     generation = tag;
                 QCOMPARE(tag, generation);
-                QCOMPARE(workflow.attribute(QStringLiteral("Description")), QString(20000, LetterOf(generation)));
+                QCOMPARE(workflow.attribute(QStringLiteral("Description")),
+                         QString(20000, LetterOf(generation)));
                 if (workflow.attribute(QStringLiteral("Id")) != QLatin1String("T"))
                     ids << workflow.attribute(QStringLiteral("Id"));
             }
@@ -156,7 +159,8 @@ private slots:
                 expected << QStringLiteral("D%1").arg(i);
             QCOMPARE(ids, expected);
             seen = generation;
-            QVERIFY2(OnlyFileAndTemporaries(folder, QStringLiteral("Multi.workflow"), leftBehind), qPrintable(Entries(folder).join(u' ')));
+            QVERIFY2(OnlyFileAndTemporaries(folder, QStringLiteral("Multi.workflow"), leftBehind),
+                     qPrintable(Entries(folder).join(u' ')));
         }
         QTest::qWait(kStaleAfterMs);
         XmlFiler filer(false);
@@ -180,7 +184,8 @@ private slots:
             QDomElement workflow = document.documentElement()
                                        .firstChildElement(QStringLiteral("Workflows"))
                                        .firstChildElement(QStringLiteral("Workflow"));
-            while (!workflow.isNull() && workflow.attribute(QStringLiteral("Id")) != QLatin1String("Id_Crash"))
+            while (!workflow.isNull() &&
+                   workflow.attribute(QStringLiteral("Id")) != QLatin1String("Id_Crash"))
                 workflow = workflow.nextSiblingElement(QStringLiteral("Workflow"));
             QVERIFY(!workflow.isNull());
             const QString value = workflow.attribute(QStringLiteral("Big"));
@@ -188,13 +193,16 @@ private slots:
             QVERIFY(version >= qMax(1ul, seen));
             QCOMPARE(value.section(QLatin1Char(':'), 1), QString(60000, LetterOf(version)));
             seen = version;
-            QVERIFY2(OnlyFileAndTemporaries(folder, QStringLiteral("WorkflowSettings.xml"), leftBehind), qPrintable(Entries(folder).join(u' ')));
+            QVERIFY2(OnlyFileAndTemporaries(folder, QStringLiteral("WorkflowSettings.xml"), leftBehind),
+                     qPrintable(Entries(folder).join(u' ')));
         }
         QTest::qWait(kStaleAfterMs);
         WriteWorkflowSetting(QStringLiteral("Id_Crash"), QStringLiteral("After"), QStringLiteral("1"));
-        QCOMPARE(ReadWorkflowSetting(QStringLiteral("Id_Crash"), QStringLiteral("After")), QStringLiteral("1"));
+        QCOMPARE(ReadWorkflowSetting(QStringLiteral("Id_Crash"), QStringLiteral("After")),
+                 QStringLiteral("1"));
         QCOMPARE(Entries(folder), QStringList{QStringLiteral("WorkflowSettings.xml")});
-        qInfo("165 kills while writing settings: %d temporary files seen beside the file after a kill", leftBehind);
+        qInfo("165 kills while writing settings: %d temporary files seen beside the file after a kill",
+              leftBehind);
     }
 };
 

@@ -55,7 +55,8 @@ public:
 
 bool NoRunOfOurs()
 {
-    std::unique_ptr<ExecutingWorkflowIterator> runs(WorkflowManager::GetInstance()->GetExecutingWorkflows(true));
+    std::unique_ptr<ExecutingWorkflowIterator> runs(
+        WorkflowManager::GetInstance()->GetExecutingWorkflows(true));
     return !runs->MoveNext();
 }
 
@@ -124,7 +125,7 @@ void tst_HostFailures::initTestCase()
     QVERIFY(WriteFile(m_workflows.path() + QStringLiteral("/sample.workflow"),
                       VmWorkflowTest::WorkflowDocument(VmWorkflowTest::WorkflowElement(
                           "Id=\"Id_SampleRun\" Name=\"Sample run\" Plugin=\"" +
-                              QFile::encodeName(QFileInfo(kSamplePlugin).fileName()) + "\""))));
+                          QFile::encodeName(QFileInfo(kSamplePlugin).fileName()) + "\""))));
     m_manifests = m_environment.Root() + QStringLiteral("/applications");
     m_pidFile = m_environment.Root() + QStringLiteral("/script-pids");
     QVERIFY(QDir().mkpath(m_manifests));
@@ -138,9 +139,13 @@ void tst_HostFailures::initTestCase()
     manager->SetWorkflowSearchPaths(Wide(m_workflows.path()));
     manager->SetHostApplicationContext(&m_context);
     connect(manager->GetNotificationManager(), &WorkflowNotificationManager::WorkflowExecutionBeginning, this,
-            [this](ExecutingWorkflow* run) { m_beginnings << Heard{run->GetHostProcessId(), run->GetErrorStatus()}; });
+            [this](ExecutingWorkflow* run) {
+                m_beginnings << Heard{run->GetHostProcessId(), run->GetErrorStatus()};
+            });
     connect(manager->GetNotificationManager(), &WorkflowNotificationManager::WorkflowExecutionFinished, this,
-            [this](ExecutingWorkflow* run) { m_finishes << Heard{run->GetHostProcessId(), run->GetErrorStatus()}; });
+            [this](ExecutingWorkflow* run) {
+                m_finishes << Heard{run->GetHostProcessId(), run->GetErrorStatus()};
+            });
 }
 
 void tst_HostFailures::init()
@@ -180,8 +185,10 @@ void tst_HostFailures::cleanupTestCase()
 void tst_HostFailures::UseHost(const QString& program)
 {
     const QString manifest = m_manifests + QStringLiteral("/VmWorkflowHost.xml");
-    const QByteArray content = "<Application Id=\"Id_VmWorkflowHost\" Name=\"VmWorkflowHost\" Version=\"2017.0\" "
-                               "Executable=\"" + QFile::encodeName(program) + "\" InfoId=\"2017\"/>";
+    const QByteArray content =
+        "<Application Id=\"Id_VmWorkflowHost\" Name=\"VmWorkflowHost\" Version=\"2017.0\" "
+        "Executable=\"" +
+        QFile::encodeName(program) + "\" InfoId=\"2017\"/>";
     if (ReadFile(manifest) == content)
         return;
     QVERIFY(WriteFile(manifest, content));
@@ -232,11 +239,16 @@ void tst_HostFailures::hostKilledAtRandomMoments()
     for (int round = 0; round < 12; ++round)
     {
         const int beginningsBefore = int(m_beginnings.size());
-        QVERIFY2(manager->ExecuteWorkflow(workflow, ApplicationMenu), "a launch was refused with no run going on");
+        QVERIFY2(manager->ExecuteWorkflow(workflow, ApplicationMenu),
+                 "a launch was refused with no run going on");
         const QString mark = m_run->path() + QStringLiteral("/tmp/");
         QList<int> hosts;
-        QVERIFY(QTest::qWaitFor([&] { return !(hosts = ProcessesMentioning(mark)).isEmpty() ||
-                                             int(m_beginnings.size()) > beginningsBefore; }, 10000));
+        QVERIFY(QTest::qWaitFor(
+            [&] {
+                return !(hosts = ProcessesMentioning(mark)).isEmpty() ||
+                       int(m_beginnings.size()) > beginningsBefore;
+            },
+            10000));
         // Anywhere from before the host has registered to after the run has ended.
         QTest::qWait(int(QRandomGenerator::global()->bounded(3000)));
         hosts += ProcessesMentioning(mark);
@@ -256,7 +268,8 @@ void tst_HostFailures::hostKilledAtRandomMoments()
         if (QTest::currentTestFailed())
             return;
     }
-    qInfo("12 hosts killed: %d before the run began, %d during the run, %d after its end; %d beginnings, %d ends heard",
+    qInfo("12 hosts killed: %d before the run began, %d during the run, %d after its end; %d beginnings, %d "
+          "ends heard",
           killedBefore, killedRunning, endedFirst, int(m_beginnings.size()), int(m_finishes.size()));
     // And a last run goes through whole.
     m_context.values.remove(QStringLiteral("DelayMs"));
@@ -289,7 +302,8 @@ void tst_HostFailures::hostThatHangs()
     QVERIFY(workflow);
     WorkflowManager* manager = WorkflowManager::GetInstance();
     for (int i = 0; i < 3; ++i)
-        QVERIFY2(manager->ExecuteWorkflow(workflow, ApplicationMenu), "a hung host that never ran holds launches back");
+        QVERIFY2(manager->ExecuteWorkflow(workflow, ApplicationMenu),
+                 "a hung host that never ran holds launches back");
     QCOMPARE(m_beginnings.size(), 0);
     QCOMPARE(ReadFile(m_pidFile).count('\n'), 3);
 

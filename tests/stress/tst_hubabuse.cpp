@@ -38,7 +38,8 @@ bool WaitFor(const std::function<bool()>& condition, int milliseconds)
 
 int OpenDescriptors()
 {
-    return int(QDir(QStringLiteral("/proc/self/fd")).entryList(QDir::NoDotAndDotDot | QDir::AllEntries).size());
+    return int(
+        QDir(QStringLiteral("/proc/self/fd")).entryList(QDir::NoDotAndDotDot | QDir::AllEntries).size());
 }
 
 qint64 ResidentKiB()
@@ -64,7 +65,8 @@ int Connect(const QString& endpoint)
     std::memset(&address, 0, sizeof(address));
     address.sun_family = AF_UNIX;
     const QByteArray path = QFile::encodeName(endpoint);
-    std::memcpy(address.sun_path, path.constData(), size_t(qMin<qsizetype>(path.size(), sizeof(address.sun_path) - 1)));
+    std::memcpy(address.sun_path, path.constData(),
+                size_t(qMin<qsizetype>(path.size(), sizeof(address.sun_path) - 1)));
     if (::connect(fd, reinterpret_cast<sockaddr*>(&address), sizeof(address)) != 0 && errno != EAGAIN)
     {
         ::close(fd);
@@ -166,11 +168,13 @@ private slots:
         QVERIFY(RealLinkServed());
         // Every dropped connection is let go: descriptors and buffers come back.
         QVERIFY2(WaitFor([&] { return OpenDescriptors() <= descriptorsBefore + 2; }, 20000),
-                 qPrintable(QStringLiteral("%1 descriptors open, %2 before").arg(OpenDescriptors()).arg(descriptorsBefore)));
+                 qPrintable(QStringLiteral("%1 descriptors open, %2 before")
+                                .arg(OpenDescriptors())
+                                .arg(descriptorsBefore)));
         QVERIFY(WaitFor([] { return Hub()->GetBufferedBytes() == 0; }, 20000));
         QCOMPARE(m_recorder.Count(QStringLiteral("DeepMsg")), 0);
-        qInfo("%d connections opened and dropped; resident memory %lld KiB before, %lld KiB after",
-              opened, residentBefore, ResidentKiB());
+        qInfo("%d connections opened and dropped; resident memory %lld KiB before, %lld KiB after", opened,
+              residentBefore, ResidentKiB());
     }
 
     void descriptorsExhausted()

@@ -70,13 +70,15 @@ private slots:
         {
             m_user = QStringLiteral("vmwf-iso%1").arg(::getpid() % 100000);
             QProcess add;
-            add.start(QStringLiteral("useradd"), {QStringLiteral("--system"), QStringLiteral("--no-create-home"),
-                                                  QStringLiteral("--shell"), QStringLiteral("/usr/sbin/nologin"), m_user});
+            add.start(QStringLiteral("useradd"),
+                      {QStringLiteral("--system"), QStringLiteral("--no-create-home"),
+                       QStringLiteral("--shell"), QStringLiteral("/usr/sbin/nologin"), m_user});
             QVERIFY(add.waitForFinished(30000));
             QCOMPARE(add.exitCode(), 0);
             m_createdUser = true;
         }
-        if (!Run({QStringLiteral("-u"), m_user, QStringLiteral("--"), QStringLiteral("test"), QStringLiteral("-x"), kProbe}))
+        if (!Run({QStringLiteral("-u"), m_user, QStringLiteral("--"), QStringLiteral("test"),
+                  QStringLiteral("-x"), kProbe}))
             QSKIP("the folders of the build are closed to the second user");
     }
 
@@ -96,7 +98,8 @@ private slots:
         const QString root = m_root.path();
         const QString shared = root + QStringLiteral("/shared");
         const QString data = root + QStringLiteral("/data");
-        QVERIFY(QDir().mkpath(shared) && QDir().mkpath(data) && QDir().mkpath(root + QStringLiteral("/home")));
+        QVERIFY(QDir().mkpath(shared) && QDir().mkpath(data) &&
+                QDir().mkpath(root + QStringLiteral("/home")));
         // Everything is open to look at; the shared folder is open to all, like the temporary one.
         QVERIFY(::chmod(QFile::encodeName(root).constData(), 0755) == 0);
         QVERIFY(::chmod(QFile::encodeName(shared).constData(), 01777) == 0);
@@ -111,9 +114,12 @@ private slots:
 
         // The other user plants first.
         QByteArray said;
-        QVERIFY(Run({QStringLiteral("-u"), m_user, QStringLiteral("--"), kProbe, QStringLiteral("plant"), shared}, &said));
+        QVERIFY(
+            Run({QStringLiteral("-u"), m_user, QStringLiteral("--"), kProbe, QStringLiteral("plant"), shared},
+                &said));
         QCOMPARE(said.trimmed(), QByteArray("planted"));
-        const QString plantedSegment = shared + QStringLiteral("/runtime-uid0/") + ExecutingRegistry::SegmentKey();
+        const QString plantedSegment =
+            shared + QStringLiteral("/runtime-uid0/") + ExecutingRegistry::SegmentKey();
         const QByteArray planted = ReadFile(plantedSegment);
         QCOMPARE(planted.size(), qsizetype(ExecutingRegistry::SegmentSize));
 
@@ -126,7 +132,8 @@ private slots:
         const QString endpoint = ApplicationManager::GetInstance()->GetEndpoint();
         WriteWorkflowSetting(QStringLiteral("Id_Victim"), QStringLiteral("Secret"), QStringLiteral("kept"));
         const QString settings = WorkflowSettingsFile();
-        QCOMPARE(ReadWorkflowSetting(QStringLiteral("Id_Victim"), QStringLiteral("Secret")), QStringLiteral("kept"));
+        QCOMPARE(ReadWorkflowSetting(QStringLiteral("Id_Victim"), QStringLiteral("Secret")),
+                 QStringLiteral("kept"));
 
         // None of it went where the other user planted; all of it is in folders of ours alone.
         const QString runtime = qEnvironmentVariable("VELMORA_PRIVATE_RUNTIME_DIR");
@@ -140,8 +147,8 @@ private slots:
         QVERIFY(OwnedPrivately(QFileInfo(settings).absolutePath()));
 
         // Now the other user tries everything it can.
-        QVERIFY(Run({QStringLiteral("-u"), m_user, QStringLiteral("--"), kProbe, QStringLiteral("attack"), shared,
-                     segment, endpoint, settings},
+        QVERIFY(Run({QStringLiteral("-u"), m_user, QStringLiteral("--"), kProbe, QStringLiteral("attack"),
+                     shared, segment, endpoint, settings},
                     &said));
         const QList<QByteArray> lines = said.trimmed().split('\n');
         QCOMPARE(lines.size(), 10);
@@ -149,11 +156,13 @@ private slots:
             QVERIFY2(line.startsWith("denied "), line.constData());
 
         // And ours is as it was.
-        QCOMPARE(ReadWorkflowSetting(QStringLiteral("Id_Victim"), QStringLiteral("Secret")), QStringLiteral("kept"));
+        QCOMPARE(ReadWorkflowSetting(QStringLiteral("Id_Victim"), QStringLiteral("Secret")),
+                 QStringLiteral("kept"));
         const QList<ExecutingWorkflowRecord> entries = registry.ReadAll();
         QCOMPARE(entries.size(), 1);
         QCOMPARE(entries.first().WorkflowId, QStringLiteral("Id_Victim"));
-        QVERIFY(!QFileInfo(QFileInfo(settings).absolutePath() + QStringLiteral("/WorkflowSettings.xml.link")).exists());
+        QVERIFY(!QFileInfo(QFileInfo(settings).absolutePath() + QStringLiteral("/WorkflowSettings.xml.link"))
+                     .exists());
     }
 };
 

@@ -97,7 +97,8 @@ private slots:
         for (const ExecutingWorkflowRecord& entry : entries)
             ids.insert(entry.WorkflowId);
         QCOMPARE(ids.size(), kWorkers * kEntriesEach);
-        qInfo("%d processes: %ld changes made and checked, %ld not made (lock not had in time), %ld whole-list reads",
+        qInfo("%d processes: %ld changes made and checked, %ld not made (lock not had in time), %ld "
+              "whole-list reads",
               kWorkers, changes, failed, reads);
     }
 };

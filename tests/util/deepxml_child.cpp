@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
-// Reads one hostile file (deeply nested, or no regular file at all) the way the library's readers do, then exits normally; the test
-// that starts it looks at the exit and the printed result. A stack overflow kills this process,
-// not the test.
+// Reads one hostile file (deeply nested, or no regular file at all) the way the library's readers do, then
+// exits normally; the test that starts it looks at the exit and the printed result. A stack overflow kills
+// this process, not the test.
 //   deepxml_child filer|xliff|products <file>
 //   deepxml_child workflows <folder>       (scans the folder as a search path)
 //   deepxml_child settings                 (reads and writes one per-user setting)
@@ -40,7 +40,8 @@ int main(int argc, char** argv)
     else if (kind == QLatin1String("xliff"))
     {
         XlfCatalog catalogue(path);
-        out << (catalogue.Lookup(QStringLiteral("x.workflow"), QStringLiteral("1")).isNull() ? "missing" : "found")
+        out << (catalogue.Lookup(QStringLiteral("x.workflow"), QStringLiteral("1")).isNull() ? "missing"
+                                                                                             : "found")
             << Qt::endl;
     }
     else if (kind == QLatin1String("products"))
@@ -58,7 +59,8 @@ int main(int argc, char** argv)
         if (!WorkflowManager::Initialize())
             return 3;
         const std::u16string folder = path.toStdU16String();
-        WorkflowManager::GetInstance()->SetWorkflowSearchPaths(reinterpret_cast<const WideChar*>(folder.c_str()));
+        WorkflowManager::GetInstance()->SetWorkflowSearchPaths(
+            reinterpret_cast<const WideChar*>(folder.c_str()));
         QStringList ids;
         for (Workflow* workflow : WorkflowManager::GetInstance()->GetImp()->Catalogue())
             ids << workflow->GetImp()->Fields().Id;
@@ -71,7 +73,8 @@ int main(int argc, char** argv)
             return 3;
         {
             Workflow workflow;
-            workflow.SetUISetting(reinterpret_cast<const WideChar*>(u"Key"), reinterpret_cast<const WideChar*>(u"V"));
+            workflow.SetUISetting(reinterpret_cast<const WideChar*>(u"Key"),
+                                  reinterpret_cast<const WideChar*>(u"V"));
             out << workflow.GetUISetting(reinterpret_cast<const WideChar*>(u"Key"), nullptr, 0) << Qt::endl;
         }
         WorkflowManager::Uninitialize();

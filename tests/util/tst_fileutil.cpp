@@ -34,8 +34,8 @@ private slots:
     {
         QVERIFY(m_env.Setup());
         QVERIFY(m_dir.isValid());
-        for (const char* name : {"b.workflow", "a.workflow", "c.xml", "d.txt", "sub/e.workflow", "sub/deeper/f.workflow",
-                                 "sub/g.txt", "other/h.xml"})
+        for (const char* name : {"b.workflow", "a.workflow", "c.xml", "d.txt", "sub/e.workflow",
+                                 "sub/deeper/f.workflow", "sub/g.txt", "other/h.xml"})
             QVERIFY(WriteFile(Path(QString::fromLatin1(name)), "x"));
     }
 
@@ -43,15 +43,18 @@ private slots:
     {
         const QStringList found =
             FindFiles(m_dir.path(), QStringLiteral("*.workflow|*.xml"), QDir::Files, QDir::Name, false);
-        QCOMPARE(found, Paths({QStringLiteral("a.workflow"), QStringLiteral("b.workflow"), QStringLiteral("c.xml")}));
+        QCOMPARE(found, Paths({QStringLiteral("a.workflow"), QStringLiteral("b.workflow"),
+                               QStringLiteral("c.xml")}));
     }
 
     void emptyPatternsListEverythingTheFilterAdmits()
     {
         QCOMPARE(FindFiles(m_dir.path(), QString(), QDir::Files, QDir::Name, false),
-                 Paths({QStringLiteral("a.workflow"), QStringLiteral("b.workflow"), QStringLiteral("c.xml"), QStringLiteral("d.txt")}));
+                 Paths({QStringLiteral("a.workflow"), QStringLiteral("b.workflow"), QStringLiteral("c.xml"),
+                        QStringLiteral("d.txt")}));
         QCOMPARE(FindFiles(m_dir.path(), QString(), QDir::Files | QDir::Dirs, QDir::Name, false),
-                 Paths({QStringLiteral("a.workflow"), QStringLiteral("b.workflow"), QStringLiteral("c.xml"), QStringLiteral("d.txt"), QStringLiteral("other"), QStringLiteral("sub")}));
+                 Paths({QStringLiteral("a.workflow"), QStringLiteral("b.workflow"), QStringLiteral("c.xml"),
+                        QStringLiteral("d.txt"), QStringLiteral("other"), QStringLiteral("sub")}));
     }
 
     void emptyPiecesOfPatternsAreDropped()
@@ -63,32 +66,38 @@ private slots:
     void noFilterMeansFiles()
     {
         QCOMPARE(FindFiles(m_dir.path(), QStringLiteral("*"), QDir::NoFilter, QDir::Name, false),
-                 Paths({QStringLiteral("a.workflow"), QStringLiteral("b.workflow"), QStringLiteral("c.xml"), QStringLiteral("d.txt")}));
+                 Paths({QStringLiteral("a.workflow"), QStringLiteral("b.workflow"), QStringLiteral("c.xml"),
+                        QStringLiteral("d.txt")}));
     }
 
     void sortOrderIsHonoured()
     {
-        QCOMPARE(FindFiles(m_dir.path(), QStringLiteral("*.workflow"), QDir::Files, QDir::Name | QDir::Reversed, false),
+        QCOMPARE(FindFiles(m_dir.path(), QStringLiteral("*.workflow"), QDir::Files,
+                           QDir::Name | QDir::Reversed, false),
                  Paths({QStringLiteral("b.workflow"), QStringLiteral("a.workflow")}));
     }
 
     void recursiveSearchWithoutFolders()
     {
         QCOMPARE(FindFiles(m_dir.path(), QStringLiteral("*.workflow"), QDir::Files, QDir::Name, true),
-                 Paths({QStringLiteral("a.workflow"), QStringLiteral("b.workflow"), QStringLiteral("sub/e.workflow"), QStringLiteral("sub/deeper/f.workflow")}));
+                 Paths({QStringLiteral("a.workflow"), QStringLiteral("b.workflow"),
+                        QStringLiteral("sub/e.workflow"), QStringLiteral("sub/deeper/f.workflow")}));
     }
 
     void recursiveSearchListsFolderBeforeItsFiles()
     {
-        const QStringList found =
-            FindFiles(m_dir.path(), QStringLiteral("*.workflow"), QDir::Files | QDir::AllDirs, QDir::Name, true);
-        QCOMPARE(found, Paths({QStringLiteral("a.workflow"), QStringLiteral("b.workflow"), QStringLiteral("other"), QStringLiteral("sub"), QStringLiteral("sub/e.workflow"), QStringLiteral("sub/deeper"),
-                               QStringLiteral("sub/deeper/f.workflow")}));
+        const QStringList found = FindFiles(m_dir.path(), QStringLiteral("*.workflow"),
+                                            QDir::Files | QDir::AllDirs, QDir::Name, true);
+        QCOMPARE(found,
+                 Paths({QStringLiteral("a.workflow"), QStringLiteral("b.workflow"), QStringLiteral("other"),
+                        QStringLiteral("sub"), QStringLiteral("sub/e.workflow"), QStringLiteral("sub/deeper"),
+                        QStringLiteral("sub/deeper/f.workflow")}));
     }
 
     void pathNamingAFileListsThatFile()
     {
-        QCOMPARE(FindFiles(Path(QStringLiteral("c.xml")), QStringLiteral("*.workflow"), QDir::Files, QDir::Name, false),
+        QCOMPARE(FindFiles(Path(QStringLiteral("c.xml")), QStringLiteral("*.workflow"), QDir::Files,
+                           QDir::Name, false),
                  Paths({QStringLiteral("c.xml")}));
     }
 
@@ -97,8 +106,8 @@ private slots:
         QVERIFY(WriteFile(Path(QStringLiteral("named/c.xml")), "x"));
         QVERIFY(WriteFile(Path(QStringLiteral("named/sub/c.xml")), "x"));
         QVERIFY(WriteFile(Path(QStringLiteral("named/sub/d.workflow")), "x"));
-        QCOMPARE(FindFiles(Path(QStringLiteral("named/c.xml")), QStringLiteral("*.workflow"), QDir::Files, QDir::Name,
-                           true),
+        QCOMPARE(FindFiles(Path(QStringLiteral("named/c.xml")), QStringLiteral("*.workflow"), QDir::Files,
+                           QDir::Name, true),
                  Paths({QStringLiteral("named/c.xml"), QStringLiteral("named/sub/c.xml")}));
     }
 
@@ -108,11 +117,12 @@ private slots:
         QVERIFY(WriteFile(Path(QStringLiteral("same/b.txt")), "x"));
         QVERIFY(WriteFile(Path(QStringLiteral("same/sub/c.workflow")), "x"));
         QVERIFY(WriteFile(Path(QStringLiteral("same/sub/d.txt")), "x"));
-        QCOMPARE(FindFiles(Path(QStringLiteral("same")), QStringLiteral("|*.workflow||"), QDir::Files, QDir::Name, true),
+        QCOMPARE(FindFiles(Path(QStringLiteral("same")), QStringLiteral("|*.workflow||"), QDir::Files,
+                           QDir::Name, true),
                  Paths({QStringLiteral("same/a.workflow"), QStringLiteral("same/sub/c.workflow")}));
         QCOMPARE(FindFiles(Path(QStringLiteral("same")), QString(), QDir::Files, QDir::Name, true),
-                 Paths({QStringLiteral("same/a.workflow"), QStringLiteral("same/b.txt"), QStringLiteral("same/sub/c.workflow"),
-                        QStringLiteral("same/sub/d.txt")}));
+                 Paths({QStringLiteral("same/a.workflow"), QStringLiteral("same/b.txt"),
+                        QStringLiteral("same/sub/c.workflow"), QStringLiteral("same/sub/d.txt")}));
     }
 
     void linkedFoldersNeverLoop()
@@ -122,8 +132,8 @@ private slots:
         // a/back leads to the top, b/side to a sibling: both would repeat what is listed anyway.
         QVERIFY(QFile::link(Path(QStringLiteral("cycle")), Path(QStringLiteral("cycle/a/back"))));
         QVERIFY(QFile::link(Path(QStringLiteral("cycle/b")), Path(QStringLiteral("cycle/a/side"))));
-        QStringList found =
-            FindFiles(Path(QStringLiteral("cycle")), QStringLiteral("*.workflow"), QDir::Files, QDir::Name, true);
+        QStringList found = FindFiles(Path(QStringLiteral("cycle")), QStringLiteral("*.workflow"),
+                                      QDir::Files, QDir::Name, true);
         QCOMPARE(found.removeDuplicates(), 0);
         QVERIFY(found.contains(Path(QStringLiteral("cycle/a/x.workflow"))));
         QVERIFY(found.contains(Path(QStringLiteral("cycle/b/y.workflow"))));
@@ -134,7 +144,8 @@ private slots:
 
     void missingPathListsNothing()
     {
-        QVERIFY(FindFiles(Path(QStringLiteral("nowhere")), QStringLiteral("*"), QDir::Files, QDir::Name, true).isEmpty());
+        QVERIFY(FindFiles(Path(QStringLiteral("nowhere")), QStringLiteral("*"), QDir::Files, QDir::Name, true)
+                    .isEmpty());
         QVERIFY(FindFiles(QString(), QStringLiteral("*"), QDir::Files, QDir::Name, false).isEmpty());
     }
 
@@ -155,14 +166,17 @@ private slots:
     {
         const QString child = QCoreApplication::applicationDirPath() + QStringLiteral("/noapp_child");
         QVERIFY(QFile::exists(child));
-        QVERIFY(WriteFile(Path(QStringLiteral("noapp/one.workflow")),
-                          "<Workflows><Workflow Id=\"Id_One\" Name=\"One\"/><Workflow Id=\"Id_Two\"/></Workflows>"));
+        QVERIFY(WriteFile(
+            Path(QStringLiteral("noapp/one.workflow")),
+            "<Workflows><Workflow Id=\"Id_One\" Name=\"One\"/><Workflow Id=\"Id_Two\"/></Workflows>"));
         QProcess process;
         process.start(child, {Path(QStringLiteral("noapp"))});
         QVERIFY(process.waitForFinished(30000));
         QCOMPARE(process.exitCode(), 0);
-        const QStringList lines = QString::fromUtf8(process.readAllStandardOutput()).split(QLatin1Char('\n'), Qt::SkipEmptyParts);
-        QCOMPARE(lines, (QStringList{QDir::cleanPath(QCoreApplication::applicationDirPath()), QStringLiteral("2")}));
+        const QStringList lines =
+            QString::fromUtf8(process.readAllStandardOutput()).split(QLatin1Char('\n'), Qt::SkipEmptyParts);
+        QCOMPARE(lines,
+                 (QStringList{QDir::cleanPath(QCoreApplication::applicationDirPath()), QStringLiteral("2")}));
         // Neither the folder lookups nor the hub may make Qt warn in such a host.
         QCOMPARE(QString::fromUtf8(process.readAllStandardError()), QString());
     }
@@ -214,9 +228,12 @@ private slots:
         // Digests computed independently with another tool.
         QTest::newRow("empty") << QStringLiteral("") << QStringLiteral("d41d8cd98f00b204e9800998ecf8427e");
         QTest::newRow("abc") << QStringLiteral("abc") << QStringLiteral("900150983cd24fb0d6963f7d28e17f72");
-        QTest::newRow("tr") << QStringLiteral("tr(Name)") << QStringLiteral("64c82ec2eb6431c640cf21b58d9852c3");
-        QTest::newRow("leading blank") << QStringLiteral(" tr(Name)") << QStringLiteral("3106eb1c20d39405374fbdd98da29018");
-        QTest::newRow("utf-8") << QStringLiteral("\u00e9 tr(Name)") << QStringLiteral("32ff134ca060ec197ddb87555e4f2003");
+        QTest::newRow("tr") << QStringLiteral("tr(Name)")
+                            << QStringLiteral("64c82ec2eb6431c640cf21b58d9852c3");
+        QTest::newRow("leading blank")
+            << QStringLiteral(" tr(Name)") << QStringLiteral("3106eb1c20d39405374fbdd98da29018");
+        QTest::newRow("utf-8") << QStringLiteral("\u00e9 tr(Name)")
+                               << QStringLiteral("32ff134ca060ec197ddb87555e4f2003");
     }
     void digestText()
     {
@@ -227,8 +244,10 @@ private slots:
 
     void searchPathsDropEmptyPieces()
     {
-        QCOMPARE(SplitSearchPaths(QStringLiteral("a;;b")), (QStringList{QStringLiteral("a"), QStringLiteral("b")}));
-        QCOMPARE(SplitSearchPaths(QStringLiteral(";a;a;")), (QStringList{QStringLiteral("a"), QStringLiteral("a")}));
+        QCOMPARE(SplitSearchPaths(QStringLiteral("a;;b")),
+                 (QStringList{QStringLiteral("a"), QStringLiteral("b")}));
+        QCOMPARE(SplitSearchPaths(QStringLiteral(";a;a;")),
+                 (QStringList{QStringLiteral("a"), QStringLiteral("a")}));
         QVERIFY(SplitSearchPaths(QString()).isEmpty());
     }
 };

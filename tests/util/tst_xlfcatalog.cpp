@@ -38,9 +38,11 @@ QByteArray Xliff(const std::vector<XlfFileElement>& files)
 {
     QByteArray xml = "<?xml version=\"1.0\" encoding=\"utf-8\"?>\n"
                      "<xliff version=\"1.2\" xmlns=\"urn:oasis:names:tc:xliff:document:1.2\">\n";
-    for (const XlfFileElement& file : files) {
+    for (const XlfFileElement& file : files)
+    {
         xml += QByteArray("  <file original=\"") + file.original + "\" datatype=\"plaintext\"><body>\n";
-        for (const auto& unit : file.units) {
+        for (const auto& unit : file.units)
+        {
             const QString source = QString::fromUtf8(unit.first);
             const QString target = QString::fromUtf8(unit.second);
             xml += "    <trans-unit id=\"" + DigestText(source).toUtf8() + "\">\n";
@@ -95,8 +97,10 @@ private slots:
 
     void unitIdCoversTheWholeText()
     {
-        QCOMPARE(TranslationUnitId(QStringLiteral("tr(Name)")), QStringLiteral("64c82ec2eb6431c640cf21b58d9852c3"));
-        QVERIFY(TranslationUnitId(QStringLiteral(" tr(Name)")) != TranslationUnitId(QStringLiteral("tr(Name)")));
+        QCOMPARE(TranslationUnitId(QStringLiteral("tr(Name)")),
+                 QStringLiteral("64c82ec2eb6431c640cf21b58d9852c3"));
+        QVERIFY(TranslationUnitId(QStringLiteral(" tr(Name)")) !=
+                TranslationUnitId(QStringLiteral("tr(Name)")));
     }
 
     void emptyLocaleMeansTheSystemLocale()
@@ -134,8 +138,11 @@ private slots:
 
     void missingTranslationIsEmpty()
     {
-        QVERIFY(FindTranslationFile(QString(), QStringLiteral("de-DE"), Path(QStringLiteral("sys"))).isEmpty());
-        QVERIFY(FindTranslationFile(QStringLiteral("Absent"), QStringLiteral("de-DE"), Path(QStringLiteral("sys"))).isEmpty());
+        QVERIFY(
+            FindTranslationFile(QString(), QStringLiteral("de-DE"), Path(QStringLiteral("sys"))).isEmpty());
+        QVERIFY(FindTranslationFile(QStringLiteral("Absent"), QStringLiteral("de-DE"),
+                                    Path(QStringLiteral("sys")))
+                    .isEmpty());
     }
 
     void applicationFolderIsTheLastResort()
@@ -143,7 +150,8 @@ private slots:
         const QString locale = QStringLiteral("zz-ZZ");
         const QString file = ApplicationFolder() + QStringLiteral("/zz-ZZ/LastResort.xlf");
         QVERIFY(WriteFile(file, Xliff({})));
-        const QString found = FindTranslationFile(QStringLiteral("LastResort"), locale, Path(QStringLiteral("a")));
+        const QString found =
+            FindTranslationFile(QStringLiteral("LastResort"), locale, Path(QStringLiteral("a")));
         QDir(ApplicationFolder() + QStringLiteral("/zz-ZZ")).removeRecursively();
         QCOMPARE(found, file);
     }
@@ -152,17 +160,18 @@ private slots:
     {
         const QString path = Path(QStringLiteral("catalogue.xlf"));
         QVERIFY(WriteFile(path, Xliff({{"C:\\Sources\\First.WORKFLOW",
-                                         {{"tr(A)", "first A"}, {"tr(B)", "first B"}, {"tr(A)", "second A"}}},
-                                        {"Other.workflow", {{"tr(A)", "other A"}}},
-                                        {"/elsewhere/first.workflow", {{"tr(B)", "replacing B"}}}})));
+                                        {{"tr(A)", "first A"}, {"tr(B)", "first B"}, {"tr(A)", "second A"}}},
+                                       {"Other.workflow", {{"tr(A)", "other A"}}},
+                                       {"/elsewhere/first.workflow", {{"tr(B)", "replacing B"}}}})));
         XlfCatalog catalogue(path);
         QVERIFY(!catalogue.IsLoaded());
         const QString id = TranslationUnitId(QStringLiteral("tr(A)"));
         // The third file element shares the key "first.workflow" and replaces the first one.
         QVERIFY(catalogue.Lookup(QStringLiteral("first.workflow"), id).isNull());
         QVERIFY(catalogue.IsLoaded());
-        QCOMPARE(catalogue.Lookup(QStringLiteral("first.workflow"), TranslationUnitId(QStringLiteral("tr(B)"))),
-                 QStringLiteral("replacing B"));
+        QCOMPARE(
+            catalogue.Lookup(QStringLiteral("first.workflow"), TranslationUnitId(QStringLiteral("tr(B)"))),
+            QStringLiteral("replacing B"));
         QCOMPARE(catalogue.Lookup(QStringLiteral("other.workflow"), id), QStringLiteral("other A"));
     }
 
@@ -202,7 +211,8 @@ private slots:
         const QString path = Path(QStringLiteral("broken.xlf"));
         QVERIFY(WriteFile(path, content));
         XlfCatalog catalogue(path);
-        QVERIFY(catalogue.Lookup(QStringLiteral("x.workflow"), TranslationUnitId(QStringLiteral("tr(A)"))).isNull());
+        QVERIFY(catalogue.Lookup(QStringLiteral("x.workflow"), TranslationUnitId(QStringLiteral("tr(A)")))
+                    .isNull());
         XlfCatalog missing(Path(QStringLiteral("missing.xlf")));
         QVERIFY(missing.Lookup(QStringLiteral("x.workflow"), QStringLiteral("1")).isNull());
     }
@@ -210,11 +220,13 @@ private slots:
     void filerTranslatesAttributesAndTextsOfItsOwnFile()
     {
         const QString xlf = Path(QStringLiteral("filer.xlf"));
-        QVERIFY(WriteFile(xlf, Xliff({{"Sample.workflow", {{"tr(Name)", "Der Name"}, {"  tr( Intro ) ", "Einleitung"}}},
-                                      {"Elsewhere.workflow", {{"tr(Other)", "Anderes"}}}})));
-        QVERIFY(WriteFile(Path(QStringLiteral("files/Sample.workflow")),
-                          "<Workflows><Workflow Name=\"tr(Name)\" Other=\"tr(Other)\" Plain=\"Name\" Missing=\"tr(None)\">"
-                          "<Introduction>  tr( Intro ) </Introduction></Workflow></Workflows>"));
+        QVERIFY(WriteFile(
+            xlf, Xliff({{"Sample.workflow", {{"tr(Name)", "Der Name"}, {"  tr( Intro ) ", "Einleitung"}}},
+                        {"Elsewhere.workflow", {{"tr(Other)", "Anderes"}}}})));
+        QVERIFY(WriteFile(
+            Path(QStringLiteral("files/Sample.workflow")),
+            "<Workflows><Workflow Name=\"tr(Name)\" Other=\"tr(Other)\" Plain=\"Name\" Missing=\"tr(None)\">"
+            "<Introduction>  tr( Intro ) </Introduction></Workflow></Workflows>"));
         XlfCatalog catalogue(xlf);
         XmlFiler filer;
         filer.SetTranslator(&catalogue);
@@ -242,10 +254,16 @@ private slots:
         const QByteArray c = DigestText(QStringLiteral("tr(C)")).toUtf8();
         const QString path = Path(QStringLiteral("empty-targets.xlf"));
         QVERIFY(WriteFile(path, "<xliff><file original=\"x.workflow\"><body>"
-                                "<trans-unit id=\"" + a + "\"><source>tr(A)</source><target/></trans-unit>"
-                                "<trans-unit id=\"" + b + "\"><source>tr(B)</source><target></target></trans-unit>"
-                                "<trans-unit id=\"" + c + "\"><source>tr(C)</source></trans-unit>"
-                                "</body></file></xliff>"));
+                                "<trans-unit id=\"" +
+                                    a +
+                                    "\"><source>tr(A)</source><target/></trans-unit>"
+                                    "<trans-unit id=\"" +
+                                    b +
+                                    "\"><source>tr(B)</source><target></target></trans-unit>"
+                                    "<trans-unit id=\"" +
+                                    c +
+                                    "\"><source>tr(C)</source></trans-unit>"
+                                    "</body></file></xliff>"));
         XlfCatalog catalogue(path);
         for (const QByteArray& id : {a, b, c})
         {
@@ -253,7 +271,8 @@ private slots:
             QVERIFY(!found.isNull());
             QVERIFY(found.isEmpty());
         }
-        QVERIFY(catalogue.Lookup(QStringLiteral("x.workflow"), TranslationUnitId(QStringLiteral("tr(D)"))).isNull());
+        QVERIFY(catalogue.Lookup(QStringLiteral("x.workflow"), TranslationUnitId(QStringLiteral("tr(D)")))
+                    .isNull());
 
         // Read through the filer, the empty translation replaces the text.
         QVERIFY(WriteFile(Path(QStringLiteral("files/x.workflow")),
@@ -275,23 +294,28 @@ private slots:
         const QString xlf = Path(QStringLiteral("windows.xlf"));
         QVERIFY(WriteFile(xlf, Xliff({{"C:\\Data\\W.workflow", {{"tr(Name)", "Name aus Windows"}}}})));
         XlfCatalog catalogue(xlf);
-        QCOMPARE(catalogue.Lookup(QStringLiteral("w.workflow"), TranslationUnitId(QStringLiteral("tr(Name)"))),
-                 QStringLiteral("Name aus Windows"));
+        QCOMPARE(
+            catalogue.Lookup(QStringLiteral("w.workflow"), TranslationUnitId(QStringLiteral("tr(Name)"))),
+            QStringLiteral("Name aus Windows"));
 
         QVERIFY(WriteFile(Path(QStringLiteral("seps/de-DE/Texts.xlf")), Xliff({})));
-        QCOMPARE(FindTranslationFile(QStringLiteral("lang\\Texts"), QStringLiteral("de-DE"), Path(QStringLiteral("seps"))),
+        QCOMPARE(FindTranslationFile(QStringLiteral("lang\\Texts"), QStringLiteral("de-DE"),
+                                     Path(QStringLiteral("seps"))),
                  Path(QStringLiteral("seps/de-DE/Texts.xlf")));
-        QCOMPARE(FindTranslationFile(QStringLiteral("lang/Texts"), QStringLiteral("de-DE"), Path(QStringLiteral("seps"))),
+        QCOMPARE(FindTranslationFile(QStringLiteral("lang/Texts"), QStringLiteral("de-DE"),
+                                     Path(QStringLiteral("seps"))),
                  Path(QStringLiteral("seps/de-DE/Texts.xlf")));
     }
 
     void unicodeBlanksAroundTranslatableText_data()
     {
         QTest::addColumn<QString>("text");
-        QTest::newRow("no-break space") << (QString(QChar(0x00A0)) + QStringLiteral("tr(Name)") + QChar(0x00A0));
+        QTest::newRow("no-break space")
+            << (QString(QChar(0x00A0)) + QStringLiteral("tr(Name)") + QChar(0x00A0));
         QTest::newRow("ideographic space") << (QString(QChar(0x3000)) + QStringLiteral("tr") + QChar(0x3000) +
                                                QStringLiteral("(Name)") + QChar(0x3000));
-        QTest::newRow("mixed") << (QStringLiteral(" \t") + QChar(0x2003) + QStringLiteral("tr(Name)") + QChar(0x00A0));
+        QTest::newRow("mixed") << (QStringLiteral(" \t") + QChar(0x2003) + QStringLiteral("tr(Name)") +
+                                   QChar(0x00A0));
     }
     void unicodeBlanksAroundTranslatableText()
     {
@@ -310,12 +334,16 @@ private slots:
 
         const QList<QPair<QString, QString>> messages = {
             {QStringLiteral("tr(Monthly report)"), QStringLiteral("Monatsbericht")},
-            {QStringLiteral("tr(Collects the figures of a month.)"), QStringLiteral("Sammelt die Zahlen eines Monats.")},
-            {QStringLiteral("tr(Read this first & then <go>.)"), QStringLiteral("Zuerst lesen & dann <los>.")},
+            {QStringLiteral("tr(Collects the figures of a month.)"),
+             QStringLiteral("Sammelt die Zahlen eines Monats.")},
+            {QStringLiteral("tr(Read this first & then <go>.)"),
+             QStringLiteral("Zuerst lesen & dann <los>.")},
         };
-        QByteArray ts = "<?xml version=\"1.0\" encoding=\"utf-8\"?>\n<!DOCTYPE TS>\n"
-                        "<TS version=\"2.1\" language=\"de_DE\" sourcelanguage=\"en_US\">\n<context>\n<name></name>\n";
-        for (const auto& message : messages) {
+        QByteArray ts =
+            "<?xml version=\"1.0\" encoding=\"utf-8\"?>\n<!DOCTYPE TS>\n"
+            "<TS version=\"2.1\" language=\"de_DE\" sourcelanguage=\"en_US\">\n<context>\n<name></name>\n";
+        for (const auto& message : messages)
+        {
             ts += "<message id=\"" + DigestText(message.first).toUtf8() + "\">\n";
             ts += "<location filename=\"Converted.workflow\" line=\"1\"/>\n";
             ts += "<source>" + message.first.toHtmlEscaped().toUtf8() + "</source>\n";
@@ -326,8 +354,8 @@ private slots:
         QDir().mkpath(Path(QStringLiteral("translations/de-DE")));
 
         QProcess convert;
-        convert.start(lconvert, {QStringLiteral("-i"), Path(QStringLiteral("linguist/Converted.ts")), QStringLiteral("-of"),
-                                 QStringLiteral("xlf"), QStringLiteral("-o"),
+        convert.start(lconvert, {QStringLiteral("-i"), Path(QStringLiteral("linguist/Converted.ts")),
+                                 QStringLiteral("-of"), QStringLiteral("xlf"), QStringLiteral("-o"),
                                  Path(QStringLiteral("translations/de-DE/ConvertedTexts.xlf"))});
         QVERIFY(convert.waitForFinished(30000));
         QCOMPARE(convert.exitCode(), 0);
@@ -335,9 +363,13 @@ private slots:
 
         QVERIFY(WriteFile(Path(QStringLiteral("converted/Converted.workflow")),
                           "<?xml version=\"1.0\"?>\n<Workflows XlfFile=\"ConvertedTexts\">"
-                          "<Workflow Id=\"Id_Converted\" Name=\"" + messages[0].first.toUtf8() +
-                              "\" Description=\"" + messages[1].first.toHtmlEscaped().toUtf8() + "\">"
-                              "<Introduction><![CDATA[" + messages[2].first.toUtf8() + "]]></Introduction>"
+                          "<Workflow Id=\"Id_Converted\" Name=\"" +
+                              messages[0].first.toUtf8() + "\" Description=\"" +
+                              messages[1].first.toHtmlEscaped().toUtf8() +
+                              "\">"
+                              "<Introduction><![CDATA[" +
+                              messages[2].first.toUtf8() +
+                              "]]></Introduction>"
                               "</Workflow></Workflows>\n"));
 
         QVERIFY(WorkflowManager::Initialize());
@@ -346,15 +378,20 @@ private slots:
         manager->SetCurrentLocale(Wide(QStringLiteral("de-DE")));
         {
             Workflow workflow;
-            QVERIFY(workflow.Load(Wide(Path(QStringLiteral("converted/Converted.workflow"))), Wide(QString())));
-            QCOMPARE(ReadText([&](WideChar* b, int s) { return workflow.GetName(b, s); }), messages[0].second);
-            QCOMPARE(ReadText([&](WideChar* b, int s) { return workflow.GetDescription(b, s); }), messages[1].second);
-            QCOMPARE(ReadText([&](WideChar* b, int s) { return workflow.GetIntroduction(b, s); }), messages[2].second);
+            QVERIFY(
+                workflow.Load(Wide(Path(QStringLiteral("converted/Converted.workflow"))), Wide(QString())));
+            QCOMPARE(ReadText([&](WideChar* b, int s) { return workflow.GetName(b, s); }),
+                     messages[0].second);
+            QCOMPARE(ReadText([&](WideChar* b, int s) { return workflow.GetDescription(b, s); }),
+                     messages[1].second);
+            QCOMPARE(ReadText([&](WideChar* b, int s) { return workflow.GetIntroduction(b, s); }),
+                     messages[2].second);
         }
         manager->SetCurrentLocale(Wide(QStringLiteral("fr-FR")));
         {
             Workflow workflow;
-            QVERIFY(workflow.Load(Wide(Path(QStringLiteral("converted/Converted.workflow"))), Wide(QString())));
+            QVERIFY(
+                workflow.Load(Wide(Path(QStringLiteral("converted/Converted.workflow"))), Wide(QString())));
             QCOMPARE(ReadText([&](WideChar* b, int s) { return workflow.GetName(b, s); }), messages[0].first);
         }
         QVERIFY(WorkflowManager::Uninitialize());

@@ -17,8 +17,7 @@
 using namespace Velmora::WorkflowCore;
 using namespace VmWorkflowTest;
 
-namespace
-{
+namespace {
 
 const QByteArray kTree = R"(<?xml version="1.0"?>
 <Root Flag="TRUE">
@@ -770,8 +769,7 @@ private slots:
         QDir().mkpath(home.filePath(QStringLiteral("runtime")));
         QFile::setPermissions(home.filePath(QStringLiteral("runtime")),
                               QFileDevice::ReadOwner | QFileDevice::WriteOwner | QFileDevice::ExeOwner);
-        const auto run = [&](const QStringList& arguments) -> QByteArray
-        {
+        const auto run = [&](const QStringList& arguments) -> QByteArray {
             QProcess process;
             process.setProcessEnvironment(environment);
             process.start(child, arguments);

@@ -33,15 +33,20 @@ int main(int argc, char** argv)
     int status = 0;
     {
         Workflow workflow;
-        if (!workflow.Load(W(file), W(QString())) || !workflow.IsTemplate()) {
+        if (!workflow.Load(W(file), W(QString())) || !workflow.IsTemplate())
+        {
             status = 1;
-        } else if (mode == QLatin1String("set")) {
+        }
+        else if (mode == QLatin1String("set"))
+        {
             workflow.SetUISetting(W(QStringLiteral("Layout")), W(QStringLiteral("Wide and tall")));
             WorkflowUIState state = WorkflowPrivate::GetUIState(&workflow);
             state.ShowIntroductionOnExecute = false;
             WorkflowPrivate::SetUIState(&workflow, state);
             // The template writes its introduction choice when it goes away, at the end of this run.
-        } else {
+        }
+        else
+        {
             std::vector<WideChar> buffer(64, 0);
             workflow.GetUISetting(W(QStringLiteral("Layout")), buffer.data(), int(buffer.size()));
             const QString layout = QString::fromUtf16(reinterpret_cast<const char16_t*>(buffer.data()));

@@ -12,8 +12,7 @@
 
 using namespace Velmora::WorkflowCore;
 
-template <typename T>
-constexpr bool IsPlainFacade()
+template <typename T> constexpr bool IsPlainFacade()
 {
     return sizeof(T) == sizeof(void*) && !std::is_polymorphic_v<T> && !std::is_copy_constructible_v<T> &&
            !std::is_copy_assignable_v<T>;
@@ -33,10 +32,7 @@ private slots:
         QVERIFY(IsPlainFacade<WorkflowManager>());
     }
 
-    void interfaceTextIsUtf16()
-    {
-        QCOMPARE(sizeof(WideChar), size_t(2));
-    }
+    void interfaceTextIsUtf16() { QCOMPARE(sizeof(WideChar), size_t(2)); }
 
     void enumeratorsHaveTheirFixedValues()
     {
@@ -49,10 +45,7 @@ private slots:
         QCOMPARE(int(Ribbon), 3);
     }
 
-    void uiStateIsOneByte()
-    {
-        QCOMPARE(sizeof(WorkflowUIState), size_t(1));
-    }
+    void uiStateIsOneByte() { QCOMPARE(sizeof(WorkflowUIState), size_t(1)); }
 
     void callbackInterfacesAreAbstract()
     {
@@ -71,8 +64,8 @@ private slots:
             if (meta.method(i).methodType() == QMetaMethod::Signal)
                 signalNames << QString::fromLatin1(meta.method(i).name());
         }
-        QCOMPARE(signalNames,
-                 QStringList({QStringLiteral("WorkflowExecutionBeginning"), QStringLiteral("WorkflowExecutionFinished")}));
+        QCOMPARE(signalNames, QStringList({QStringLiteral("WorkflowExecutionBeginning"),
+                                           QStringLiteral("WorkflowExecutionFinished")}));
     }
 };
 

@@ -28,8 +28,7 @@
 using namespace Velmora::WorkflowCore;
 using namespace VmWorkflowTest;
 
-namespace
-{
+namespace {
 
 const QString kLocale = QStringLiteral("en-US");
 
@@ -592,8 +591,7 @@ private:
 
 quint32 Seed()
 {
-    static const quint32 seed = []
-    {
+    static const quint32 seed = [] {
         bool ok = false;
         const quint32 fromEnvironment = qEnvironmentVariable("VMWF_READER_SEED").toUInt(&ok);
         return ok ? fromEnvironment : 20261123u;
@@ -926,10 +924,10 @@ private slots:
         Imp()->SetWorkflowSearchPaths(folder + QLatin1Char(';') + folder);
 
         QStringList emitted;
-        const auto record = [&emitted](const char* name)
-        {
-            return [&emitted, name](int value)
-            { emitted.append(QStringLiteral("%1(%2)").arg(QLatin1String(name)).arg(value)); };
+        const auto record = [&emitted](const char* name) {
+            return [&emitted, name](int value) {
+                emitted.append(QStringLiteral("%1(%2)").arg(QLatin1String(name)).arg(value));
+            };
         };
         WorkflowManagerImp* imp = Imp();
         QList<QMetaObject::Connection> connections = {
@@ -940,8 +938,7 @@ private slots:
             connect(imp, &WorkflowManagerImp::WorkflowModified, this, record("Modified")),
         };
 
-        const auto scan = [&](bool documents, QStringList& seen, QList<WorkflowFields>& fields)
-        {
+        const auto scan = [&](bool documents, QStringList& seen, QList<WorkflowFields>& fields) {
             imp->SetScanReadsDocuments(documents);
             imp->EmptyCatalogue();
             emitted.clear();

@@ -56,11 +56,13 @@ private slots:
     {
         QVERIFY(m_env.Setup());
         QVERIFY(m_dir.isValid());
-        QVERIFY(WriteFile(Path(QStringLiteral("search/template.workflow")),
-                          WorkflowDocument(WorkflowElement(R"(Id="Tpl" Name="Template" Description="from template")"))));
-        QVERIFY(WriteFile(Path(QStringLiteral("search/mine.workflow")),
-                          WorkflowDocument(WorkflowElement(
-                              R"(Id="Mine" Name="Mine" IsTemplate="False" TemplateId="Tpl" TemplateImage="none.png")"))));
+        QVERIFY(WriteFile(
+            Path(QStringLiteral("search/template.workflow")),
+            WorkflowDocument(WorkflowElement(R"(Id="Tpl" Name="Template" Description="from template")"))));
+        QVERIFY(WriteFile(
+            Path(QStringLiteral("search/mine.workflow")),
+            WorkflowDocument(WorkflowElement(
+                R"(Id="Mine" Name="Mine" IsTemplate="False" TemplateId="Tpl" TemplateImage="none.png")"))));
     }
     void init() { QVERIFY(WorkflowManager::Initialize()); }
     void cleanup() { QVERIFY(WorkflowManager::Uninitialize()); }
@@ -88,7 +90,9 @@ private slots:
                 clone.reset(workflow->Clone());
                 break;
             case 3:
-                QCOMPARE(ReadText([&](WideChar* b, int n) { return workflow->GetImage(WorkflowImageTemplate, 16, b, n); }),
+                QCOMPARE(ReadText([&](WideChar* b, int n) {
+                             return workflow->GetImage(WorkflowImageTemplate, 16, b, n);
+                         }),
                          QStringLiteral("none.png"));
                 break;
             }
@@ -120,7 +124,8 @@ private slots:
             else if (member == 1)
                 workflow->CopyFrom(&other);
             else
-                ReadText([&](WideChar* b, int n) { return workflow->GetImage(WorkflowImageTemplate, 16, b, n); });
+                ReadText(
+                    [&](WideChar* b, int n) { return workflow->GetImage(WorkflowImageTemplate, 16, b, n); });
             QVERIFY2(WorkflowPrivate::IndexOfWorkflow(workflow) >= 0, qPrintable(QString::number(member)));
         }
         Q_UNUSED(userFolder);

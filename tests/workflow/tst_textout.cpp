@@ -17,8 +17,7 @@ using VmWorkflowTest::Wide;
 namespace {
 constexpr WideChar kUntouched = WideChar(0x7777);
 
-template <size_t N>
-std::array<WideChar, N> Filled()
+template <size_t N> std::array<WideChar, N> Filled()
 {
     std::array<WideChar, N> buffer;
     buffer.fill(kUntouched);
@@ -150,7 +149,8 @@ private slots:
         Workflow workflow;
         const QString text = QStringLiteral("Übersicht – 漢字 ") + QString::fromUcs4(U"\U0001F680");
         workflow.SetDescription(Wide(text));
-        QCOMPARE(VmWorkflowTest::ReadText([&](WideChar* b, int s) { return workflow.GetDescription(b, s); }), text);
+        QCOMPARE(VmWorkflowTest::ReadText([&](WideChar* b, int s) { return workflow.GetDescription(b, s); }),
+                 text);
     }
 
     void managerGettersFollowTheSameRule()

@@ -96,10 +96,16 @@ private slots:
         QVERIFY(f.LastModifiedDate.isNull());
         QCOMPARE(workflow.GetCreatedDate(), 0u);
         QCOMPARE(workflow.GetLastModifiedDate(), 0u);
-        for (const QString* text : {&f.TemplateId, &f.Id, &f.HelpId, &f.Name, &f.Description, &f.TemplateImage,
-                                    &f.ModifiedImage, &f.Tooltip, &f.Keywords, &f.Tag, &f.UIFile, &f.Settings,
-                                    &f.SourceFile, &f.Plugin, &f.PrimaryProduct, &f.RequiredProducts,
-                                    &f.TargetProduct, &f.RequiredProductsDisplayText, &f.Introduction, &f.XlfFile})
+        for (const QString* text : {&f.TemplateId,     &f.Id,
+                                    &f.HelpId,         &f.Name,
+                                    &f.Description,    &f.TemplateImage,
+                                    &f.ModifiedImage,  &f.Tooltip,
+                                    &f.Keywords,       &f.Tag,
+                                    &f.UIFile,         &f.Settings,
+                                    &f.SourceFile,     &f.Plugin,
+                                    &f.PrimaryProduct, &f.RequiredProducts,
+                                    &f.TargetProduct,  &f.RequiredProductsDisplayText,
+                                    &f.Introduction,   &f.XlfFile})
             QVERIFY(text->isEmpty());
         QVERIFY(f.TemplateImages.isEmpty());
         QVERIFY(f.ModifiedImages.isEmpty());
@@ -125,7 +131,8 @@ private slots:
         QCOMPARE(F(workflow).Settings, QStringLiteral("<A/>"));
         QCOMPARE(F(workflow).UIFile, QStringLiteral("ui.xml"));
         QCOMPARE(F(workflow).Keywords, QStringLiteral("k1 k2"));
-        QCOMPARE(ReadText([&](WideChar* b, int s) { return workflow.GetKeywords(b, s); }), QStringLiteral("k1 k2"));
+        QCOMPARE(ReadText([&](WideChar* b, int s) { return workflow.GetKeywords(b, s); }),
+                 QStringLiteral("k1 k2"));
     }
 
     void settersDoNotMarkDirty()
@@ -148,18 +155,22 @@ private slots:
         F(workflow).RequiredProducts = QStringLiteral("a & b");
         F(workflow).RequiredProductsDisplayText = QStringLiteral("A and B");
         F(workflow).Introduction = QStringLiteral("Hello");
-        QCOMPARE(ReadText([&](WideChar* b, int s) { return workflow.GetTemplateId(b, s); }), QStringLiteral("T"));
+        QCOMPARE(ReadText([&](WideChar* b, int s) { return workflow.GetTemplateId(b, s); }),
+                 QStringLiteral("T"));
         QCOMPARE(ReadText([&](WideChar* b, int s) { return workflow.GetId(b, s); }), QStringLiteral("I"));
         QCOMPARE(ReadText([&](WideChar* b, int s) { return workflow.GetSourceFile(b, s); }),
                  QStringLiteral("/x/y.workflow"));
-        QCOMPARE(ReadText([&](WideChar* b, int s) { return workflow.GetPrimaryProduct(b, s); }), QStringLiteral("P"));
-        QCOMPARE(ReadText([&](WideChar* b, int s) { return workflow.GetTargetProduct(b, s); }), QStringLiteral("Q:1"));
+        QCOMPARE(ReadText([&](WideChar* b, int s) { return workflow.GetPrimaryProduct(b, s); }),
+                 QStringLiteral("P"));
+        QCOMPARE(ReadText([&](WideChar* b, int s) { return workflow.GetTargetProduct(b, s); }),
+                 QStringLiteral("Q:1"));
         QCOMPARE(ReadText([&](WideChar* b, int s) { return workflow.GetRequiredProducts(b, s); }),
                  QStringLiteral("a & b"));
         QCOMPARE(ReadText([&](WideChar* b, int s) { return workflow.GetRequiredProductsDisplayText(b, s); }),
                  QStringLiteral("A and B"));
         QCOMPARE(WorkflowPrivate::GetRequiredProductsDisplayText(&workflow), QStringLiteral("A and B"));
-        QCOMPARE(ReadText([&](WideChar* b, int s) { return workflow.GetIntroduction(b, s); }), QStringLiteral("Hello"));
+        QCOMPARE(ReadText([&](WideChar* b, int s) { return workflow.GetIntroduction(b, s); }),
+                 QStringLiteral("Hello"));
     }
 
     void datesCrossAsSecondsSinceEpoch()
@@ -310,7 +321,8 @@ private slots:
         Workflow otherTemplate;
         F(otherTemplate).TemplateId = QStringLiteral("TemplateA");
         F(otherTemplate).SourceFile = Path(QStringLiteral("b.workflow"));
-        QCOMPARE(otherTemplate.GetImp()->ResolveImagePath(QStringLiteral("t24.png")), QStringLiteral("t24.png"));
+        QCOMPARE(otherTemplate.GetImp()->ResolveImagePath(QStringLiteral("t24.png")),
+                 QStringLiteral("t24.png"));
     }
 
     void saveOnTemplateReturnsFalseAndWritesNothing()
@@ -529,7 +541,8 @@ private slots:
         QTest::newRow("plain") << QStringLiteral("My flow") << QStringLiteral("My flow");
         QTest::newRow("slash") << QStringLiteral("../../etc/x") << QStringLiteral(".._.._etc_x");
         QTest::newRow("backslash") << QStringLiteral("a\\b") << QStringLiteral("a_b");
-        QTest::newRow("nul") << (QStringLiteral("a") + QChar(0) + QStringLiteral("b")) << QStringLiteral("a_b");
+        QTest::newRow("nul") << (QStringLiteral("a") + QChar(0) + QStringLiteral("b"))
+                             << QStringLiteral("a_b");
         QTest::newRow("dot dot") << QStringLiteral("..") << QStringLiteral("__");
         QTest::newRow("dots inside stay") << QStringLiteral("v1.2") << QStringLiteral("v1.2");
     }

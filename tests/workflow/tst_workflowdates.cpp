@@ -81,8 +81,8 @@ private slots:
         QFETCH(QString, text);
         QFETCH(qint64, seconds);
         const QString path = m_dir.filePath(QStringLiteral("Dated.workflow"));
-        const QByteArray attributes = "Id=\"d\" Name=\"Dated\" IsTemplate=\"False\" CreatedDate=\"" + text.toUtf8() +
-                                      "\" LastModifiedDate=\"" + text.toUtf8() + "\"";
+        const QByteArray attributes = "Id=\"d\" Name=\"Dated\" IsTemplate=\"False\" CreatedDate=\"" +
+                                      text.toUtf8() + "\" LastModifiedDate=\"" + text.toUtf8() + "\"";
         QVERIFY(WriteFile(path, WorkflowDocument(WorkflowElement(attributes))));
 
         Workflow workflow;
@@ -116,7 +116,8 @@ private slots:
         QFETCH(QString, text);
         QFETCH(qint64, seconds);
         const QString path = m_dir.filePath(QStringLiteral("Range.workflow"));
-        QVERIFY(WriteFile(path, WorkflowDocument(WorkflowElement("Id=\"r\" CreatedDate=\"" + text.toUtf8() + "\""))));
+        QVERIFY(WriteFile(
+            path, WorkflowDocument(WorkflowElement("Id=\"r\" CreatedDate=\"" + text.toUtf8() + "\""))));
         Workflow workflow;
         QVERIFY(workflow.Load(Wide(path), Wide(QString())));
         QCOMPARE(qint64(workflow.GetCreatedDate()), seconds);
@@ -126,7 +127,8 @@ private slots:
     void modificationTimeIsWrittenInUtc()
     {
         const QString path = m_dir.filePath(QStringLiteral("Now.workflow"));
-        QVERIFY(WriteFile(path, WorkflowDocument(WorkflowElement("Id=\"n\" Name=\"Now\" IsTemplate=\"False\""))));
+        QVERIFY(
+            WriteFile(path, WorkflowDocument(WorkflowElement("Id=\"n\" Name=\"Now\" IsTemplate=\"False\""))));
         Workflow workflow;
         QVERIFY(workflow.Load(Wide(path), Wide(QString())));
         const qint64 before = QDateTime::currentSecsSinceEpoch();

@@ -81,13 +81,16 @@ private slots:
     void readsEveryField()
     {
         Workflow workflow;
-        QVERIFY(LoadFrom(workflow, WorkflowDocument(WorkflowElement(
-            R"(Plugin="SamplePlugin" IsTemplate="False" IsReadOnly="false" TemplateId="Tpl" Id="Id_A" HelpId="H1" )"
-            R"(Name="Alpha" Description="Desc" Tooltip="Tip" Tag="T" Keywords="k1 k2" UIFile="a.ui" )"
-            R"(PrimaryProduct="prodA" TargetProduct="prodA:2016" RequiredProducts="prodA &amp; prodB" )"
-            R"(RequiredProductsDisplayText="A and B" CreatedDate="2016-03-01T12:00:00" )"
-            R"(LastModifiedDate="2016-04-02T08:30:15" TemplateImage="a16.png|a32.png" ModifiedImage="m.png")",
-            "<Introduction>Hello there</Introduction><Settings><Step Order=\"1\"/><Step Order=\"2\"/></Settings>"))));
+        QVERIFY(LoadFrom(
+            workflow,
+            WorkflowDocument(WorkflowElement(
+                R"(Plugin="SamplePlugin" IsTemplate="False" IsReadOnly="false" TemplateId="Tpl" Id="Id_A" HelpId="H1" )"
+                R"(Name="Alpha" Description="Desc" Tooltip="Tip" Tag="T" Keywords="k1 k2" UIFile="a.ui" )"
+                R"(PrimaryProduct="prodA" TargetProduct="prodA:2016" RequiredProducts="prodA &amp; prodB" )"
+                R"(RequiredProductsDisplayText="A and B" CreatedDate="2016-03-01T12:00:00" )"
+                R"(LastModifiedDate="2016-04-02T08:30:15" TemplateImage="a16.png|a32.png" ModifiedImage="m.png")",
+                "<Introduction>Hello there</Introduction><Settings><Step Order=\"1\"/><Step "
+                "Order=\"2\"/></Settings>"))));
         const WorkflowFields& f = F(workflow);
         QCOMPARE(f.SourceFile, Path(QStringLiteral("one.workflow")));
         QCOMPARE(f.Plugin, QStringLiteral("SamplePlugin"));
@@ -114,7 +117,8 @@ private slots:
         QCOMPARE(f.ModifiedImage, QStringLiteral("m.png"));
         QCOMPARE(f.Introduction, QStringLiteral("Hello there"));
         QVERIFY(f.Settings.contains(QStringLiteral("<Step Order=\"1\"/>")));
-        QVERIFY(f.Settings.indexOf(QStringLiteral("Order=\"1\"")) < f.Settings.indexOf(QStringLiteral("Order=\"2\"")));
+        QVERIFY(f.Settings.indexOf(QStringLiteral("Order=\"1\"")) <
+                f.Settings.indexOf(QStringLiteral("Order=\"2\"")));
         QVERIFY(!f.IsModified);
     }
 
@@ -144,14 +148,16 @@ private slots:
         QFETCH(QByteArray, text);
         QFETCH(bool, expected);
         Workflow workflow;
-        QVERIFY(LoadFrom(workflow, WorkflowDocument(WorkflowElement("Id=\"a\" IsReadOnly=\"" + text + "\""))));
+        QVERIFY(
+            LoadFrom(workflow, WorkflowDocument(WorkflowElement("Id=\"a\" IsReadOnly=\"" + text + "\""))));
         QCOMPARE(F(workflow).IsReadOnly, expected);
     }
 
     void missingLastModifiedTakesCreated()
     {
         Workflow workflow;
-        QVERIFY(LoadFrom(workflow, WorkflowDocument(WorkflowElement(R"(Id="a" CreatedDate="2017-05-06T07:08:09")"))));
+        QVERIFY(LoadFrom(workflow,
+                         WorkflowDocument(WorkflowElement(R"(Id="a" CreatedDate="2017-05-06T07:08:09")"))));
         QCOMPARE(F(workflow).LastModifiedDate, Utc(2017, 5, 6, 7, 8, 9));
     }
 
@@ -167,8 +173,9 @@ private slots:
     void malformedDateTakesDefault()
     {
         Workflow workflow;
-        QVERIFY(LoadFrom(workflow, WorkflowDocument(WorkflowElement(
-            R"(Id="a" CreatedDate="yesterday" LastModifiedDate="2017-05-06T07:08:09")"))));
+        QVERIFY(LoadFrom(workflow,
+                         WorkflowDocument(WorkflowElement(
+                             R"(Id="a" CreatedDate="yesterday" LastModifiedDate="2017-05-06T07:08:09")"))));
         QCOMPARE(F(workflow).CreatedDate, Utc(1970, 1, 1, 0, 0, 0));
         QCOMPARE(F(workflow).LastModifiedDate, Utc(2017, 5, 6, 7, 8, 9));
     }
@@ -176,8 +183,9 @@ private slots:
     void introductionFromCdata()
     {
         Workflow workflow;
-        QVERIFY(LoadFrom(workflow, WorkflowDocument(WorkflowElement(
-            R"(Id="a")", "<Introduction><![CDATA[<b>Bold</b> & more]]></Introduction>"))));
+        QVERIFY(LoadFrom(workflow,
+                         WorkflowDocument(WorkflowElement(
+                             R"(Id="a")", "<Introduction><![CDATA[<b>Bold</b> & more]]></Introduction>"))));
         QCOMPARE(F(workflow).Introduction, QStringLiteral("<b>Bold</b> & more"));
     }
 
@@ -185,16 +193,17 @@ private slots:
     {
         Workflow workflow;
         QVERIFY(LoadFrom(workflow, WorkflowDocument(WorkflowElement(
-            R"(Id="a")", "<Introduction><p>x</p>text</Introduction>"))));
+                                       R"(Id="a")", "<Introduction><p>x</p>text</Introduction>"))));
         QCOMPARE(F(workflow).Introduction, QString());
     }
 
     void loadFindsIdIgnoringCase()
     {
         Workflow workflow;
-        QVERIFY(LoadFrom(workflow, WorkflowDocument(WorkflowElement(R"(Id="First" Name="1")") +
-                                                    "<Other Id=\"Between\" Name=\"x\"/>" +
-                                                    WorkflowElement(R"(Id="Second" Name="2")")),
+        QVERIFY(LoadFrom(workflow,
+                         WorkflowDocument(WorkflowElement(R"(Id="First" Name="1")") +
+                                          "<Other Id=\"Between\" Name=\"x\"/>" +
+                                          WorkflowElement(R"(Id="Second" Name="2")")),
                          QStringLiteral("SECOND")));
         QCOMPARE(F(workflow).Name, QStringLiteral("2"));
         QVERIFY(workflow.Load(Wide(Path(QStringLiteral("one.workflow"))), Wide(QStringLiteral("between"))));
@@ -247,7 +256,8 @@ private slots:
     {
         const QByteArray big(10 * 1024 * 1024, 'x');
         Workflow workflow;
-        QVERIFY(LoadFrom(workflow, WorkflowDocument(WorkflowElement("Id=\"big\" Description=\"" + big + "\"")),
+        QVERIFY(LoadFrom(workflow,
+                         WorkflowDocument(WorkflowElement("Id=\"big\" Description=\"" + big + "\"")),
                          QString(), QStringLiteral("big.workflow")));
         QCOMPARE(F(workflow).Description.size(), big.size());
     }
@@ -256,11 +266,13 @@ private slots:
     {
         if (::geteuid() == 0)
             QSKIP("root reads every file");
-        QVERIFY(WriteFile(Path(QStringLiteral("locked.workflow")), WorkflowDocument(WorkflowElement(R"(Id="a")"))));
+        QVERIFY(WriteFile(Path(QStringLiteral("locked.workflow")),
+                          WorkflowDocument(WorkflowElement(R"(Id="a")"))));
         QFile::setPermissions(Path(QStringLiteral("locked.workflow")), QFileDevice::Permissions());
         Workflow workflow;
         QVERIFY(!workflow.Load(Wide(Path(QStringLiteral("locked.workflow"))), Wide(QString())));
-        QFile::setPermissions(Path(QStringLiteral("locked.workflow")), QFileDevice::ReadOwner | QFileDevice::WriteOwner);
+        QFile::setPermissions(Path(QStringLiteral("locked.workflow")),
+                              QFileDevice::ReadOwner | QFileDevice::WriteOwner);
     }
 
     void templateReadsShowIntroductionFromUserSettings()
@@ -312,8 +324,8 @@ private slots:
         f.Introduction = QStringLiteral("never written");
         f.Settings = QStringLiteral("<A x=\"1\"/><B>text</B>");
         const QDateTime before = QDateTime::currentDateTime().addSecs(-1);
-        QVERIFY(WriteWorkflow(*workflow.GetImp(), QStringLiteral("Given name"), Path(QStringLiteral("out.workflow")),
-                              QStringLiteral("Given_Id")));
+        QVERIFY(WriteWorkflow(*workflow.GetImp(), QStringLiteral("Given name"),
+                              Path(QStringLiteral("out.workflow")), QStringLiteral("Given_Id")));
         QVERIFY(f.LastModifiedDate >= before);
 
         const QByteArray text = ReadFile(Path(QStringLiteral("out.workflow")));
@@ -364,11 +376,12 @@ private slots:
         Workflow workflow;
         F(workflow).TemplateImage = QStringLiteral("ignored.png");
         F(workflow).ImageTablesBuilt = true;
-        F(workflow).TemplateImages = {{48, QStringLiteral("w48.png")}, {16, QStringLiteral("w16.png")},
+        F(workflow).TemplateImages = {{48, QStringLiteral("w48.png")},
+                                      {16, QStringLiteral("w16.png")},
                                       {32, QStringLiteral("w32.png")}};
         F(workflow).ModifiedImages = {{0, QStringLiteral("broken.png")}, {24, QStringLiteral("m24.png")}};
-        QVERIFY(WriteWorkflow(*workflow.GetImp(), QStringLiteral("n"), Path(QStringLiteral("images.workflow")),
-                              QStringLiteral("i")));
+        QVERIFY(WriteWorkflow(*workflow.GetImp(), QStringLiteral("n"),
+                              Path(QStringLiteral("images.workflow")), QStringLiteral("i")));
         const QDomElement e = FirstWorkflowElement(Path(QStringLiteral("images.workflow")));
         QCOMPARE(e.attribute(QStringLiteral("TemplateImage")), QStringLiteral("w16.png|w32.png|w48.png"));
         QCOMPARE(e.attribute(QStringLiteral("ModifiedImage")), QStringLiteral("broken.png|m24.png"));
@@ -376,22 +389,24 @@ private slots:
 
     void writingATemplateWritesIsTemplateFalse()
     {
-        QVERIFY(WriteFile(Path(QStringLiteral("template.workflow")),
-                          WorkflowDocument(WorkflowElement(R"(Id="Tpl" Name="Template" IsTemplate="True")"))));
+        QVERIFY(
+            WriteFile(Path(QStringLiteral("template.workflow")),
+                      WorkflowDocument(WorkflowElement(R"(Id="Tpl" Name="Template" IsTemplate="True")"))));
         Workflow workflow;
         QVERIFY(workflow.Load(Wide(Path(QStringLiteral("template.workflow"))), Wide(QString())));
         QVERIFY(workflow.IsTemplate());
-        QVERIFY(WriteWorkflow(*workflow.GetImp(), QStringLiteral("Copy"), Path(QStringLiteral("copy.workflow")),
-                              QStringLiteral("Id_Copy")));
-        QCOMPARE(FirstWorkflowElement(Path(QStringLiteral("copy.workflow"))).attribute(QStringLiteral("IsTemplate")),
+        QVERIFY(WriteWorkflow(*workflow.GetImp(), QStringLiteral("Copy"),
+                              Path(QStringLiteral("copy.workflow")), QStringLiteral("Id_Copy")));
+        QCOMPARE(FirstWorkflowElement(Path(QStringLiteral("copy.workflow")))
+                     .attribute(QStringLiteral("IsTemplate")),
                  QStringLiteral("False"));
     }
 
     void nullDateIsWrittenEmpty()
     {
         Workflow workflow;
-        QVERIFY(WriteWorkflow(*workflow.GetImp(), QStringLiteral("n"), Path(QStringLiteral("nodate.workflow")),
-                              QStringLiteral("i")));
+        QVERIFY(WriteWorkflow(*workflow.GetImp(), QStringLiteral("n"),
+                              Path(QStringLiteral("nodate.workflow")), QStringLiteral("i")));
         const QDomElement e = FirstWorkflowElement(Path(QStringLiteral("nodate.workflow")));
         QVERIFY(e.hasAttribute(QStringLiteral("CreatedDate")));
         QCOMPARE(e.attribute(QStringLiteral("CreatedDate")), QString());
@@ -399,19 +414,22 @@ private slots:
 
     void roundTripKeepsWrittenFieldsAndDropsTheRest()
     {
-        QVERIFY(WriteFile(Path(QStringLiteral("source.workflow")),
-                          WorkflowDocument(WorkflowElement(
-                              R"(Id="Id_R" Name="Round" IsTemplate="False" TemplateId="T" Plugin="P" HelpId="H" )"
-                              R"(Description="D" Tooltip="Tip" Tag="G" Keywords="K" UIFile="U" PrimaryProduct="pa" )"
-                              R"(TargetProduct="pa:1" RequiredProducts="pa" RequiredProductsDisplayText="PA" )"
-                              R"(CreatedDate="2014-02-03T04:05:06" IsReadOnly="True" TemplateImage="t.png" )"
-                              R"(ModifiedImage="m.png" Unknown="dropped")",
-                              "<Introduction>lost</Introduction><Extra/><Settings><S a=\"1\"/></Settings>"),
-                                           "Texts")));
+        QVERIFY(WriteFile(
+            Path(QStringLiteral("source.workflow")),
+            WorkflowDocument(
+                WorkflowElement(
+                    R"(Id="Id_R" Name="Round" IsTemplate="False" TemplateId="T" Plugin="P" HelpId="H" )"
+                    R"(Description="D" Tooltip="Tip" Tag="G" Keywords="K" UIFile="U" PrimaryProduct="pa" )"
+                    R"(TargetProduct="pa:1" RequiredProducts="pa" RequiredProductsDisplayText="PA" )"
+                    R"(CreatedDate="2014-02-03T04:05:06" IsReadOnly="True" TemplateImage="t.png" )"
+                    R"(ModifiedImage="m.png" Unknown="dropped")",
+                    "<Introduction>lost</Introduction><Extra/><Settings><S a=\"1\"/></Settings>"),
+                "Texts")));
         Workflow first;
         QVERIFY(first.Load(Wide(Path(QStringLiteral("source.workflow"))), Wide(QString())));
         F(first).XlfFile = QStringLiteral("Texts");
-        QVERIFY(WriteWorkflow(*first.GetImp(), F(first).Name, Path(QStringLiteral("again.workflow")), F(first).Id));
+        QVERIFY(WriteWorkflow(*first.GetImp(), F(first).Name, Path(QStringLiteral("again.workflow")),
+                              F(first).Id));
         Workflow second;
         QVERIFY(second.Load(Wide(Path(QStringLiteral("again.workflow"))), Wide(QString())));
         const WorkflowFields& a = F(first);

@@ -140,7 +140,8 @@ private slots:
 
     void executingIteratorFromManagerIsEmptyWithoutRuns()
     {
-        std::unique_ptr<ExecutingWorkflowIterator> it(WorkflowManager::GetInstance()->GetExecutingWorkflows(true));
+        std::unique_ptr<ExecutingWorkflowIterator> it(
+            WorkflowManager::GetInstance()->GetExecutingWorkflows(true));
         QVERIFY(!it->MoveNext());
         QVERIFY(!it->GetCurrent());
     }

@@ -80,7 +80,8 @@ private slots:
 
     void saveWritesBesideSourceUnderName()
     {
-        auto workflow = LoadUserWorkflow(QStringLiteral("old.workflow"), R"(Id="Id_S" Name="Old" IsTemplate="False")");
+        auto workflow =
+            LoadUserWorkflow(QStringLiteral("old.workflow"), R"(Id="Id_S" Name="Old" IsTemplate="False")");
         QVERIFY(workflow);
         workflow->SetName(Wide(QStringLiteral("Renamed")));
         WorkflowPrivate::SetWorkflowDirtyState(workflow.get(), true);
@@ -108,7 +109,8 @@ private slots:
 
     void saveWithOwnPathInOtherCaseActsAsSave()
     {
-        auto workflow = LoadUserWorkflow(QStringLiteral("Mine.workflow"), R"(Id="Id_M" Name="Mine" IsTemplate="False")");
+        auto workflow =
+            LoadUserWorkflow(QStringLiteral("Mine.workflow"), R"(Id="Id_M" Name="Mine" IsTemplate="False")");
         QVERIFY(workflow);
         const QString upper = Path(QStringLiteral("Mine.workflow")).toUpper();
         QVERIFY(workflow->Save(Wide(upper)));
@@ -129,8 +131,8 @@ private slots:
         QVERIFY(QFile::exists(target));
         QCOMPARE(F(*templ).SourceFile, target);
         QCOMPARE(F(*templ).Name, QStringLiteral("a b"));
-        const QRegularExpression idForm(QStringLiteral(
-            "^Id_AB_\\{[0-9a-f]{8}-[0-9a-f]{4}-[0-9a-f]{4}-[0-9a-f]{4}-[0-9a-f]{12}\\}$"));
+        const QRegularExpression idForm(
+            QStringLiteral("^Id_AB_\\{[0-9a-f]{8}-[0-9a-f]{4}-[0-9a-f]{4}-[0-9a-f]{4}-[0-9a-f]{12}\\}$"));
         QVERIFY2(idForm.match(F(*templ).Id).hasMatch(), qPrintable(F(*templ).Id));
         QCOMPARE(F(*templ).Id.size(), 6 + 38);
         QVERIFY(!templ->IsTemplate());
@@ -184,7 +186,9 @@ private slots:
         templ->SetUISetting(Wide(QStringLiteral("Key")), Wide(QStringLiteral("Value")));
         const QString settingsFolder = m_env.DataHome() + QStringLiteral("/Velmora/WorkflowSettings");
         QVERIFY(QFile::exists(settingsFolder + QStringLiteral("/WorkflowSettings.xml")));
-        QCOMPARE(ReadText([&](WideChar* b, int n) { return templ->GetUISetting(Wide(QStringLiteral("Key")), b, n); }),
+        QCOMPARE(ReadText([&](WideChar* b, int n) {
+                     return templ->GetUISetting(Wide(QStringLiteral("Key")), b, n);
+                 }),
                  QStringLiteral("Value"));
         for (const QString& folder : {m_env.DataHome() + QStringLiteral("/Velmora"), settingsFolder})
             QCOMPARE(QFile::permissions(folder) & 0x7077, privateFolder & 0x7077);
@@ -216,8 +220,8 @@ private slots:
         const QDateTime created = F(*templ).CreatedDate;
         QVERIFY(!templ->Save(Wide(QStringLiteral("New one.workflow"))));
         QVERIFY(QFile::remove(m_env.DataHome() + QStringLiteral("/Velmora")));
-        QFile::setPermissions(Path(QStringLiteral("locked")), QFileDevice::ReadOwner | QFileDevice::WriteOwner |
-                                                                  QFileDevice::ExeOwner);
+        QFile::setPermissions(Path(QStringLiteral("locked")),
+                              QFileDevice::ReadOwner | QFileDevice::WriteOwner | QFileDevice::ExeOwner);
         QCOMPARE(F(*templ).Id, QStringLiteral("Id_T5"));
         QCOMPARE(F(*templ).Name, QStringLiteral("T5"));
         QCOMPARE(F(*templ).SourceFile, Path(QStringLiteral("locked/t5.workflow")));
@@ -230,14 +234,15 @@ private slots:
         if (::geteuid() == 0)
             QSKIP("root writes into read-only folders");
         QDir(m_dir.path()).mkpath(QStringLiteral("ro"));
-        auto workflow = LoadUserWorkflow(QStringLiteral("ro/Keep.workflow"), R"(Id="Id_K" Name="Keep" IsTemplate="False")");
+        auto workflow = LoadUserWorkflow(QStringLiteral("ro/Keep.workflow"),
+                                         R"(Id="Id_K" Name="Keep" IsTemplate="False")");
         QVERIFY(workflow);
         const QByteArray before = ReadFile(Path(QStringLiteral("ro/Keep.workflow")));
         QFile::setPermissions(Path(QStringLiteral("ro")), QFileDevice::ReadOwner | QFileDevice::ExeOwner);
         workflow->SetDescription(Wide(QStringLiteral("changed")));
         QVERIFY(!workflow->Save());
-        QFile::setPermissions(Path(QStringLiteral("ro")), QFileDevice::ReadOwner | QFileDevice::WriteOwner |
-                                                              QFileDevice::ExeOwner);
+        QFile::setPermissions(Path(QStringLiteral("ro")),
+                              QFileDevice::ReadOwner | QFileDevice::WriteOwner | QFileDevice::ExeOwner);
         QCOMPARE(ReadFile(Path(QStringLiteral("ro/Keep.workflow"))), before);
     }
 
@@ -277,11 +282,12 @@ private slots:
 
     void renameOntoAnotherWorkflowsFileIsRefused()
     {
-        const QByteArray others = WorkflowDocument(
-            WorkflowElement(R"(Id="Id_X" Name="Other" IsTemplate="False")") +
-            WorkflowElement(R"(Id="Id_Y" Name="Second" IsTemplate="False")"));
+        const QByteArray others =
+            WorkflowDocument(WorkflowElement(R"(Id="Id_X" Name="Other" IsTemplate="False")") +
+                             WorkflowElement(R"(Id="Id_Y" Name="Second" IsTemplate="False")"));
         QVERIFY(WriteFile(Path(QStringLiteral("Other.workflow")), others));
-        auto workflow = LoadUserWorkflow(QStringLiteral("mine.workflow"), R"(Id="Id_Mine" Name="Mine" IsTemplate="False")");
+        auto workflow = LoadUserWorkflow(QStringLiteral("mine.workflow"),
+                                         R"(Id="Id_Mine" Name="Mine" IsTemplate="False")");
         QVERIFY(workflow);
         workflow->SetName(Wide(QStringLiteral("Other")));
         QVERIFY(!workflow->Save());
@@ -297,8 +303,9 @@ private slots:
         QCOMPARE(F(*workflow).Id, QStringLiteral("Id_Mine"));
 
         // The workflow's own file is replaced as before, whatever case its id is written in.
-        QVERIFY(WriteFile(Path(QStringLiteral("Own.workflow")),
-                          WorkflowDocument(WorkflowElement(R"(Id="ID_MINE" Name="Own" IsTemplate="False")"))));
+        QVERIFY(
+            WriteFile(Path(QStringLiteral("Own.workflow")),
+                      WorkflowDocument(WorkflowElement(R"(Id="ID_MINE" Name="Own" IsTemplate="False")"))));
         workflow->SetName(Wide(QStringLiteral("Own")));
         QVERIFY(workflow->Save());
         Workflow reread;
@@ -309,8 +316,8 @@ private slots:
     void saveWithEmptyNameIsRefused()
     {
         QDir(m_dir.path()).mkpath(QStringLiteral("unnamed"));
-        auto workflow =
-            LoadUserWorkflow(QStringLiteral("unnamed/n.workflow"), R"(Id="Id_N" Name="N" IsTemplate="False")");
+        auto workflow = LoadUserWorkflow(QStringLiteral("unnamed/n.workflow"),
+                                         R"(Id="Id_N" Name="N" IsTemplate="False")");
         QVERIFY(workflow);
         workflow->SetName(Wide(QString()));
         QVERIFY(!workflow->Save());
@@ -322,17 +329,20 @@ private slots:
 
     void saveKeepsThePermissionsOfTheReplacedFile()
     {
-        auto workflow = LoadUserWorkflow(QStringLiteral("Perm.workflow"), R"(Id="Id_P" Name="Perm" IsTemplate="False")");
+        auto workflow =
+            LoadUserWorkflow(QStringLiteral("Perm.workflow"), R"(Id="Id_P" Name="Perm" IsTemplate="False")");
         QVERIFY(workflow);
         const QString path = Path(QStringLiteral("Perm.workflow"));
-        const QFileDevice::Permissions shared = QFileDevice::ReadOwner | QFileDevice::WriteOwner | QFileDevice::ReadGroup;
+        const QFileDevice::Permissions shared =
+            QFileDevice::ReadOwner | QFileDevice::WriteOwner | QFileDevice::ReadGroup;
         QVERIFY(QFile::setPermissions(path, shared));
         workflow->SetDescription(Wide(QStringLiteral("first")));
         QVERIFY(workflow->Save());
         QCOMPARE(QFile::permissions(path) & 0x7077, shared & 0x7077);
 
         // A read-only file: an ordinary user cannot save over it; root may, and it stays read-only.
-        const QFileDevice::Permissions readOnly = QFileDevice::ReadOwner | QFileDevice::ReadGroup | QFileDevice::ReadOther;
+        const QFileDevice::Permissions readOnly =
+            QFileDevice::ReadOwner | QFileDevice::ReadGroup | QFileDevice::ReadOther;
         QVERIFY(QFile::setPermissions(path, readOnly));
         const QByteArray before = ReadFile(path);
         workflow->SetDescription(Wide(QStringLiteral("second")));
@@ -355,7 +365,8 @@ private slots:
     {
         QDir(m_dir.path()).mkpath(QStringLiteral("linked"));
         const QString real = Path(QStringLiteral("linked/Real.workflow"));
-        const QByteArray content = WorkflowDocument(WorkflowElement(R"(Id="Id_L" Name="Link" IsTemplate="False")"));
+        const QByteArray content =
+            WorkflowDocument(WorkflowElement(R"(Id="Id_L" Name="Link" IsTemplate="False")"));
         QVERIFY(WriteFile(real, content));
         const QString link = Path(QStringLiteral("linked/Link.workflow"));
         QVERIFY(QFile::link(real, link));
@@ -372,7 +383,8 @@ private slots:
         const QString settingsFolder = m_env.DataHome() + QStringLiteral("/Velmora/WorkflowSettings");
         QVERIFY(QDir().mkpath(settingsFolder));
         const QString target = Path(QStringLiteral("linked/elsewhere.xml"));
-        const QByteArray settings = "<?xml version=\"1.0\"?>\n<WorkflowSettings><Workflows/></WorkflowSettings>\n";
+        const QByteArray settings =
+            "<?xml version=\"1.0\"?>\n<WorkflowSettings><Workflows/></WorkflowSettings>\n";
         QVERIFY(WriteFile(target, settings));
         QVERIFY(QFile::link(target, settingsFolder + QStringLiteral("/WorkflowSettings.xml")));
         workflow.SetUISetting(Wide(QStringLiteral("Key")), Wide(QStringLiteral("Value")));
@@ -406,14 +418,17 @@ private slots:
             QVERIFY2(document.setContent(workflowFile), "the workflow file is not whole");
             const QString description =
                 document.documentElement().firstChildElement().attribute(QStringLiteral("Description"));
-            QVERIFY(description == QString(200000, QLatin1Char('A')) || description == QString(200000, QLatin1Char('B')));
+            QVERIFY(description == QString(200000, QLatin1Char('A')) ||
+                    description == QString(200000, QLatin1Char('B')));
 
             QDomDocument settings;
-            QVERIFY2(settings.setContent(ReadFile(m_env.DataHome() +
-                                                  QStringLiteral("/Velmora/WorkflowSettings/WorkflowSettings.xml"))),
-                     "the settings file is not whole");
+            QVERIFY2(
+                settings.setContent(ReadFile(
+                    m_env.DataHome() + QStringLiteral("/Velmora/WorkflowSettings/WorkflowSettings.xml"))),
+                "the settings file is not whole");
             const QString value =
-                settings.documentElement().firstChildElement().firstChildElement().attribute(QStringLiteral("Big"));
+                settings.documentElement().firstChildElement().firstChildElement().attribute(
+                    QStringLiteral("Big"));
             QVERIFY(value == QString(100000, QLatin1Char('A')) || value == QString(100000, QLatin1Char('B')));
         }
         // A save killed half-way may leave its temporary file behind; its name never ends in
@@ -421,7 +436,8 @@ private slots:
         const QStringList workflows = QDir(folder).entryList({QStringLiteral("*.workflow")}, QDir::Files);
         QCOMPARE(workflows, QStringList{QStringLiteral("Crash.workflow")});
         for (const QString& file : FilesIn(folder))
-            QVERIFY2(file == QLatin1String("Crash.workflow") || file.startsWith(QLatin1String("Crash.workflow.")),
+            QVERIFY2(file == QLatin1String("Crash.workflow") ||
+                         file.startsWith(QLatin1String("Crash.workflow.")),
                      qPrintable(file));
     }
 };

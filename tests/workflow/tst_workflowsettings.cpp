@@ -158,9 +158,10 @@ private slots:
     {
         // An instruction or a comment before the root once pushed the written declaration behind
         // it, and the file written then could never be read again: every setting was lost.
-        QVERIFY(WriteFile(WorkflowSettingsFile(),
-                          "<?xm0l version=\"1.0\"?>\n<!-- by hand -->\n<WorkflowSettings><Workflows>"
-                          "<Workflow Id=\"W1\" ShowIntroductionOnExecute=\"False\"/></Workflows></WorkflowSettings>\n"));
+        QVERIFY(WriteFile(
+            WorkflowSettingsFile(),
+            "<?xm0l version=\"1.0\"?>\n<!-- by hand -->\n<WorkflowSettings><Workflows>"
+            "<Workflow Id=\"W1\" ShowIntroductionOnExecute=\"False\"/></Workflows></WorkflowSettings>\n"));
         QCOMPARE(ReadWorkflowSetting(QStringLiteral("W1"), QStringLiteral("ShowIntroductionOnExecute")),
                  QStringLiteral("False"));
         WriteWorkflowSetting(QStringLiteral("W2"), QStringLiteral("LastPage"), QStringLiteral("3"));

@@ -3,8 +3,7 @@
 
 #include <Kv7/Kv7Export.h>
 
-namespace Velmora::Kv7
-{
+namespace Velmora::Kv7 {
 
 // One UTF-16 code unit: wchar_t where it is 16 bits wide.
 #if defined(_WIN32)

@@ -62,7 +62,8 @@ public:
     /// On success *error is NoError. The returned application is owned by the manager and stays
     /// valid until Uninitialize; it is not linked yet (see Application::Connect).
     Application* StartApplication(const ApplicationInfo& info, const QStringList& arguments,
-                                  const QMap<QString, QString>& environment, Application::StartupError* error);
+                                  const QMap<QString, QString>& environment,
+                                  Application::StartupError* error);
     /// The manager's application for a process id, made on first request (null for ids below 1);
     /// owned by the manager until Uninitialize. The same id always gives the same application.
     Application* GetApplication(qint64 processId);
