@@ -11,6 +11,9 @@ fi
 if [ "${1:-}" = "--with-fuzzing" ]; then
     PACKAGES+=(clang libclang-rt-14-dev)
 fi
+if [ "${1:-}" = "--with-format" ]; then
+    PACKAGES+=(clang-format git)
+fi
 if [ "${1:-}" = "--with-memcheck" ]; then
     PACKAGES+=(valgrind)
 fi
