@@ -19,10 +19,12 @@ namespace Velmora::WorkflowCore {
 class WideText
 {
 public:
+    /// Copies the text and adds the terminating zero.
     explicit WideText(const QString& text) : m_units(text.utf16(), text.utf16() + text.size())
     {
         m_units.push_back(0);
     }
+    /// The copy, zero-terminated; valid while this object lives.
     operator const WideChar*() const { return reinterpret_cast<const WideChar*>(m_units.data()); }
 
 private:

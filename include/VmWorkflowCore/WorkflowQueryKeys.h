@@ -13,9 +13,12 @@ inline constexpr char IsExecutable[] = "IsExecutable";
 inline constexpr char IsTemplate[] = "IsTemplate";
 /// Sort only: the workflow's name.
 inline constexpr char Name[] = "Name";
-/// Filter and sort: a product id (filter) or the products' display names (sort).
+/// Filter and sort: the workflow's primary product; a product id to filter by, the products'
+/// display names to sort by.
 inline constexpr char PrimaryProduct[] = "PrimaryProduct";
+/// Filter and sort: the product the workflow runs in, as PrimaryProduct.
 inline constexpr char TargetProduct[] = "TargetProduct";
+/// Filter and sort: one of the products the workflow requires, as PrimaryProduct.
 inline constexpr char RequiredProduct[] = "RequiredProduct";
 
 /// Every key a filter item ("key=value") may name.
