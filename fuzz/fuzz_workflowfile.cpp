@@ -3,6 +3,7 @@
 
 #include <VmWorkflowCore/Workflow.h>
 
+#include "util/FacadeAccess.h"
 #include "workflow/WorkflowFile.h"
 #include "workflow/WorkflowImp.h"
 
@@ -26,14 +27,14 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
     Check(PutFile(in, Bytes(data, size)));
 
     Workflow first;
-    if (!LoadWorkflow(*first.GetImp(), in, QString()))
+    if (!LoadWorkflow(*ImpOf(first), in, QString()))
         return 0;
-    WorkflowFields a = first.GetImp()->Fields();
-    Check(WriteWorkflow(*first.GetImp(), a.Name, out, a.Id));
+    WorkflowFields a = ImpOf(first)->Fields();
+    Check(WriteWorkflow(*ImpOf(first), a.Name, out, a.Id));
 
     Workflow second;
-    Check(LoadWorkflow(*second.GetImp(), out, a.Id));
-    const WorkflowFields& b = second.GetImp()->Fields();
+    Check(LoadWorkflow(*ImpOf(second), out, a.Id));
+    const WorkflowFields& b = ImpOf(second)->Fields();
 
     Check(b.Id == a.Id);
     Check(b.Name == a.Name);

@@ -14,6 +14,7 @@
 #include <VmWorkflowCore/WorkflowPrivate.h>
 
 #include "manager/WorkflowManagerImp.h"
+#include "util/FacadeAccess.h"
 
 #include <QCoreApplication>
 #include <QDir>
@@ -81,7 +82,7 @@ void Measure(const QString& root, int count, bool reportScan)
     const QString folder = QStringLiteral("%1/n%2").arg(root).arg(count);
     WriteCatalogue(folder, count);
     WorkflowManager::Initialize();
-    WorkflowManagerImp* manager = WorkflowManager::GetInstance()->GetImp();
+    WorkflowManagerImp* manager = ImpOf(WorkflowManager::GetInstance());
 
     const long before = PeakResidentKilobytes();
     QElapsedTimer timer;
@@ -98,7 +99,7 @@ void Measure(const QString& root, int count, bool reportScan)
     WorkflowManager::Uninitialize();
     const qint64 teardownMs = timer.elapsed();
     WorkflowManager::Initialize();
-    manager = WorkflowManager::GetInstance()->GetImp();
+    manager = ImpOf(WorkflowManager::GetInstance());
     timer.restart();
     manager->SetWorkflowSearchPaths(folder);
     const qint64 warmMs = timer.elapsed();

@@ -12,6 +12,7 @@
 #include <VmWorkflowCore/WorkflowManager.h>
 
 #include "manager/ProductRules.h"
+#include "util/FacadeAccess.h"
 #include "workflow/WorkflowImp.h"
 
 #include <QCoreApplication>
@@ -108,7 +109,7 @@ int main(int argc, char** argv)
     for (int i = 0; i < count; ++i)
     {
         auto workflow = std::make_unique<Workflow>();
-        workflow->GetImp()->Fields().RequiredProducts = Expression(random, 3 + i % 5);
+        ImpOf(workflow.get())->Fields().RequiredProducts = Expression(random, 3 + i % 5);
         workflows.push_back(std::move(workflow));
     }
 

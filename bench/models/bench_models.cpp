@@ -15,6 +15,7 @@
 #include <VmWorkflowCore/WorkflowPrivate.h>
 
 #include "manager/WorkflowManagerImp.h"
+#include "util/FacadeAccess.h"
 #include "util/TextOut.h"
 #include "workflow/WorkflowImp.h"
 
@@ -89,7 +90,7 @@ void AddWorkflows(int count)
     for (int i = 0; i < count; ++i)
     {
         auto* workflow = new Workflow;
-        WorkflowFields& fields = workflow->GetImp()->Fields();
+        WorkflowFields& fields = ImpOf(workflow)->Fields();
         fields.Id = QStringLiteral("Id_Flow%1").arg(i);
         fields.Name = QStringLiteral("Flow %1").arg((i * 7919) % count);
         fields.IsTemplate = i % 2 == 0;
@@ -127,7 +128,7 @@ Figures Measure(const QString& filter, const QString& sort)
         // A rename that moves the row, as an editor would make it.
         const int row = int((i * 4999LL) % catalogue.size());
         Workflow* workflow = catalogue.at(row);
-        workflow->GetImp()->Fields().Name = QStringLiteral("Renamed %1").arg(i);
+        ImpOf(workflow)->Fields().Name = QStringLiteral("Renamed %1").arg(i);
         timer.restart();
         emit manager->WorkflowModified(row);
         samples.push_back(double(timer.nsecsElapsed()) / 1e6);
@@ -163,8 +164,7 @@ int main(int argc, char** argv)
     WorkflowManager::GetInstance()->SetHostApplicationContext(&host);
     // Load the (empty) catalogue first, so that no later scan replaces what is added below.
     QDir().mkpath(root.path() + QStringLiteral("/workflows"));
-    WorkflowManager::GetInstance()->GetImp()->SetWorkflowSearchPaths(root.path() +
-                                                                     QStringLiteral("/workflows"));
+    ImpOf(WorkflowManager::GetInstance())->SetWorkflowSearchPaths(root.path() + QStringLiteral("/workflows"));
     AddWorkflows(count);
 
     const Figures given =

@@ -12,6 +12,7 @@
 #include <VmWorkflowCore/WorkflowManager.h>
 
 #include "manager/WorkflowManagerImp.h"
+#include "util/FacadeAccess.h"
 #include "workflow/WorkflowSettings.h"
 
 #include <QCoreApplication>
@@ -70,7 +71,7 @@ int Measure(const QString& kind, const QString& path)
         WorkflowManager::GetInstance()->SetWorkflowSearchPaths(
             reinterpret_cast<const WideChar*>(text.c_str()));
         std::printf("  workflows read: %lld\n",
-                    static_cast<long long>(WorkflowManager::GetInstance()->GetImp()->Catalogue().size()));
+                    static_cast<long long>(ImpOf(WorkflowManager::GetInstance())->Catalogue().size()));
     }
     else if (kind == QLatin1String("load"))
     {

@@ -12,6 +12,7 @@
 
 #include "execution/ExecutingRegistry.h"
 #include "platform/SharedSegment.h"
+#include "util/FacadeAccess.h"
 #include "workflow/WorkflowImp.h"
 
 #include <QCoreApplication>
@@ -97,7 +98,7 @@ int main(int argc, char** argv)
             for (int i = 0; i < count; ++i)
             {
                 workflows.push_back(std::make_unique<Workflow>());
-                WorkflowFields& fields = workflows.back()->GetImp()->Fields();
+                WorkflowFields& fields = ImpOf(workflows.back().get())->Fields();
                 fields.Id = QStringLiteral("Id_Workflow_%1").arg(i);
                 fields.SourceFile =
                     QStringLiteral("/home/user/.local/share/Velmora/Workflows/Workflow %1.workflow").arg(i);

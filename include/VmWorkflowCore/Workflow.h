@@ -3,6 +3,8 @@
 
 #include <VmWorkflowCore/VmWorkflowCoreExport.h>
 
+#include <memory>
+
 /// @file
 /// Workflows, their launch arguments, and the iterators over the catalogue and over running workflows.
 ///
@@ -26,6 +28,7 @@ class WorkflowArgumentsImp;
 class WorkflowIteratorImp;
 class ExecutingWorkflowIteratorImp;
 struct ExecutingWorkflowRecord;
+class FacadeAccess;
 
 /// Which image table GetImage and SetImage use. Any other value selects the template table, so
 /// the type is fixed to int to make every value a valid one.
@@ -137,14 +140,12 @@ public:
     /// One per-user interface setting of this workflow; empty when it was never stored.
     int GetUISetting(const WideChar* key, WideChar* buffer, int size);
 
-    /// For the library's own use: the record behind this facade.
-    WorkflowImp* GetImp() const { return m_imp; }
-
 private:
+    friend class FacadeAccess;
     Workflow(const Workflow&) = delete;
     Workflow& operator=(const Workflow&) = delete;
 
-    WorkflowImp* m_imp;
+    std::unique_ptr<WorkflowImp> const m_imp;
 };
 
 /// A string-to-string map that the host application and plug-ins fill before a launch.
@@ -159,14 +160,12 @@ public:
     /// Stores value under key, replacing what was there; keys compare exactly.
     void SetValue(const WideChar* key, const WideChar* value);
 
-    /// For the library's own use: the map behind this facade, owned by it.
-    WorkflowArgumentsImp* GetImp() const { return m_imp; }
-
 private:
+    friend class FacadeAccess;
     WorkflowArguments(const WorkflowArguments&) = delete;
     WorkflowArguments& operator=(const WorkflowArguments&) = delete;
 
-    WorkflowArgumentsImp* m_imp;
+    std::unique_ptr<WorkflowArgumentsImp> const m_imp;
 };
 
 /// Walks a snapshot of the catalogue taken when the iterator was made; later changes of the
@@ -174,9 +173,6 @@ private:
 class VMWORKFLOWCORE_EXPORT WorkflowIterator
 {
 public:
-    /// For the library's own use: the manager makes iterators (WorkflowManager::GetWorkflows()); the iterator
-    /// takes ownership of imp.
-    explicit WorkflowIterator(WorkflowIteratorImp* imp);
     ~WorkflowIterator();
 
     /// The first call moves onto the first workflow; false once past the end.
@@ -187,10 +183,13 @@ public:
     void Reset();
 
 private:
+    friend class FacadeAccess;
+    // Only the manager makes iterators (WorkflowManager::GetWorkflows()); the iterator owns imp.
+    explicit WorkflowIterator(WorkflowIteratorImp* imp);
     WorkflowIterator(const WorkflowIterator&) = delete;
     WorkflowIterator& operator=(const WorkflowIterator&) = delete;
 
-    WorkflowIteratorImp* m_imp;
+    std::unique_ptr<WorkflowIteratorImp> const m_imp;
 };
 
 /// One running workflow as read from the shared registry of executing workflows. It belongs to
@@ -198,9 +197,6 @@ private:
 class VMWORKFLOWCORE_EXPORT ExecutingWorkflow
 {
 public:
-    /// For the library's own use: made by an ExecutingWorkflowIterator, which owns the result; takes
-    /// ownership of record.
-    explicit ExecutingWorkflow(ExecutingWorkflowRecord* record);
     ~ExecutingWorkflow();
 
     /// The catalogue's workflow with this run's id, or null. Needs the manager.
@@ -222,14 +218,14 @@ public:
     /// The message recorded with the exit status; empty when none was given.
     int GetErrorMessage(WideChar* buffer, int size) const;
 
-    /// For the library's own use: the registry entry behind this facade, owned by it.
-    ExecutingWorkflowRecord* GetRecord() const { return m_record; }
-
 private:
+    friend class FacadeAccess;
+    // Made from a copy of one registry entry, which it owns, for an ExecutingWorkflowIterator.
+    explicit ExecutingWorkflow(ExecutingWorkflowRecord* record);
     ExecutingWorkflow(const ExecutingWorkflow&) = delete;
     ExecutingWorkflow& operator=(const ExecutingWorkflow&) = delete;
 
-    ExecutingWorkflowRecord* m_record;
+    std::unique_ptr<ExecutingWorkflowRecord> const m_record;
 };
 
 /// Walks a snapshot of the registry of executing workflows. Deleting it destroys every
@@ -237,9 +233,6 @@ private:
 class VMWORKFLOWCORE_EXPORT ExecutingWorkflowIterator
 {
 public:
-    /// For the library's own use: the manager makes these iterators
-    /// (WorkflowManager::GetExecutingWorkflows()); takes ownership of imp.
-    explicit ExecutingWorkflowIterator(ExecutingWorkflowIteratorImp* imp);
     ~ExecutingWorkflowIterator();
 
     /// The first call moves onto the first run; false once past the end.
@@ -250,10 +243,13 @@ public:
     void Reset();
 
 private:
+    friend class FacadeAccess;
+    // Only the manager makes these iterators (WorkflowManager::GetExecutingWorkflows()); it owns imp.
+    explicit ExecutingWorkflowIterator(ExecutingWorkflowIteratorImp* imp);
     ExecutingWorkflowIterator(const ExecutingWorkflowIterator&) = delete;
     ExecutingWorkflowIterator& operator=(const ExecutingWorkflowIterator&) = delete;
 
-    ExecutingWorkflowIteratorImp* m_imp;
+    std::unique_ptr<ExecutingWorkflowIteratorImp> const m_imp;
 };
 
 } // namespace WorkflowCore

@@ -43,13 +43,7 @@ class VMWORKFLOWCORE_EXPORT WorkflowNotificationManager : public QObject
 {
     Q_OBJECT
 public:
-    /// For the library's own use: the manager makes the one notification manager
-    /// (WorkflowManager::GetNotificationManager()).
-    explicit WorkflowNotificationManager(WorkflowNotificationManagerImp* imp);
     ~WorkflowNotificationManager() override;
-
-    /// For the library's own use: the implementation behind this facade.
-    WorkflowNotificationManagerImp* GetImp() const { return m_imp; }
 
 Q_SIGNALS:
     /// A run began in a host application. workflow, and the Workflow it names, may be used during the signal
@@ -60,7 +54,12 @@ Q_SIGNALS:
     void WorkflowExecutionFinished(Velmora::WorkflowCore::ExecutingWorkflow* workflow);
 
 private:
-    WorkflowNotificationManagerImp* m_imp;
+    friend class FacadeAccess;
+    // Only the manager makes the one notification manager (WorkflowManager::GetNotificationManager());
+    // it owns imp.
+    explicit WorkflowNotificationManager(WorkflowNotificationManagerImp* imp);
+
+    std::unique_ptr<WorkflowNotificationManagerImp> const m_imp;
 };
 
 /// The library's single entry object. Initialize() creates it, Uninitialize() destroys it and
@@ -150,16 +149,14 @@ public:
     /// of the VmWorkflowCoreVersion.h it was built with.
     void GetWorkflowVersionInfo(int& major, int& minor) const;
 
-    /// For the library's own use: the implementation behind the facade, owned by the manager.
-    WorkflowManagerImp* GetImp() const { return m_imp; }
-
 private:
+    friend class FacadeAccess;
     WorkflowManager();
     ~WorkflowManager();
     WorkflowManager(const WorkflowManager&) = delete;
     WorkflowManager& operator=(const WorkflowManager&) = delete;
 
-    WorkflowManagerImp* m_imp;
+    std::unique_ptr<WorkflowManagerImp> const m_imp;
 };
 
 } // namespace WorkflowCore

@@ -2,6 +2,7 @@
 #include "execution/Analytics.h"
 
 #include "platform/Platform.h"
+#include "util/FacadeAccess.h"
 #include "workflow/WorkflowImp.h"
 
 #include <Kv7/Kv7Shim.h>
@@ -204,7 +205,7 @@ void ReportWorkflowExecution(Workflow* workflow, int launchPoint)
 {
     if (!s_gateOpen || !workflow)
         return;
-    const WorkflowFields& fields = workflow->GetImp()->Fields();
+    const WorkflowFields& fields = ImpOf(workflow)->Fields();
     SendWaypoint(
         QStringLiteral("COMMON.KELDO.WORKFLOWEXECUTION"),
         QStringLiteral("COMMON.KELDO.WORKFLOWEXECUTION_STATE"),

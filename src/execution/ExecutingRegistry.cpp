@@ -3,6 +3,7 @@
 
 #include "platform/Platform.h"
 #include "platform/SharedSegment.h"
+#include "util/FacadeAccess.h"
 #include "workflow/WorkflowImp.h"
 
 #include <QVarLengthArray>
@@ -154,7 +155,7 @@ qint64 HandleOf(const Workflow* workflow)
 // The entry that this process registered for the workflow: its own handle and the same id.
 ExecutingWorkflowRecord* FindEntry(QList<ExecutingWorkflowRecord>& entries, Workflow* workflow)
 {
-    const QString& id = workflow->GetImp()->Fields().Id;
+    const QString& id = ImpOf(workflow)->Fields().Id;
     const qint64 handle = HandleOf(workflow);
     for (ExecutingWorkflowRecord& entry : entries)
     {
@@ -334,7 +335,7 @@ QList<ExecutingWorkflow*> ExecutingRegistry::Snapshot(bool launchedByThisProcess
 {
     QList<ExecutingWorkflow*> workflows;
     for (const ExecutingWorkflowRecord& record : Enumerate(launchedByThisProcessOnly, includeFinished))
-        workflows.append(new ExecutingWorkflow(new ExecutingWorkflowRecord(record)));
+        workflows.append(FacadeAccess::MakeExecutingWorkflow(new ExecutingWorkflowRecord(record)));
     return workflows;
 }
 
@@ -342,7 +343,7 @@ bool ExecutingRegistry::Add(Workflow* workflow, int hostProcessId, int launcherP
 {
     if (!workflow)
         return false;
-    const WorkflowFields& fields = workflow->GetImp()->Fields();
+    const WorkflowFields& fields = ImpOf(workflow)->Fields();
     ExecutingWorkflowRecord added;
     added.WorkflowId = fields.Id;
     added.SourceFile = fields.SourceFile;

@@ -11,10 +11,7 @@ namespace Velmora::WorkflowCore {
 
 ExecutingWorkflow::ExecutingWorkflow(ExecutingWorkflowRecord* record) : m_record(record) {}
 
-ExecutingWorkflow::~ExecutingWorkflow()
-{
-    delete m_record;
-}
+ExecutingWorkflow::~ExecutingWorkflow() = default;
 
 Workflow* ExecutingWorkflow::GetWorkflow()
 {

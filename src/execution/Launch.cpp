@@ -6,6 +6,7 @@
 #include "execution/Plugin.h"
 #include "manager/WorkflowManagerImp.h"
 #include "platform/Platform.h"
+#include "util/FacadeAccess.h"
 #include "workflow/WorkflowArgumentsImp.h"
 #include "workflow/WorkflowFile.h"
 #include "workflow/WorkflowImp.h"
@@ -120,7 +121,7 @@ bool WorkflowManagerImp::ExecuteWorkflow(Workflow* workflow, WorkflowLaunchPoint
     if (launchHandler && !launchHandler->PrepareLaunch(workflow, &arguments))
         return false;
 
-    WorkflowImp& record = *workflow->GetImp();
+    WorkflowImp& record = *ImpOf(workflow);
     const WorkflowFields& fields = record.Fields();
     const QString temporaryName =
         TemporaryLaunchName(fields.Name, QUuid::createUuid().toString(QUuid::WithBraces));
@@ -139,7 +140,7 @@ bool WorkflowManagerImp::ExecuteWorkflow(Workflow* workflow, WorkflowLaunchPoint
     commandLine << Argument(QStringLiteral("ParentProcessId"), QString::number(Platform::CurrentProcessId()));
     if (m_context)
         m_context->AddLaunchArguments(workflow, &arguments);
-    const QMap<QString, QString>& values = arguments.GetImp()->values;
+    const QMap<QString, QString>& values = ImpOf(arguments)->values;
     for (auto it = values.cbegin(); it != values.cend(); ++it)
         commandLine << Argument(it.key(), it.value());
 

@@ -7,6 +7,7 @@
 #include "models/WorkflowListModel.h"
 #include "models/WorkflowListProxyModel.h"
 #include "notification/WorkflowNotificationManagerImp.h"
+#include "util/FacadeAccess.h"
 #include "workflow/WorkflowArgumentsImp.h"
 #include "workflow/WorkflowImp.h"
 
@@ -26,7 +27,7 @@ WorkflowNotificationManagerImp* Notifications()
     WorkflowManagerImp* manager = Manager();
     if (!manager || !manager->NotificationManager())
         return nullptr;
-    return manager->NotificationManager()->GetImp();
+    return ImpOf(manager->NotificationManager());
 }
 
 } // namespace
@@ -88,7 +89,7 @@ void WorkflowPrivate::DeleteSourceFile(Workflow* workflow)
 {
     if (!workflow)
         return;
-    const QString& sourceFile = workflow->GetImp()->Fields().SourceFile;
+    const QString& sourceFile = ImpOf(workflow)->Fields().SourceFile;
     if (!sourceFile.isEmpty())
         QFile::remove(sourceFile);
 }
@@ -102,7 +103,7 @@ QMap<QString, QString> WorkflowPrivate::GetArguments(WorkflowArguments* argument
 {
     if (!arguments)
         return {};
-    return arguments->GetImp()->values;
+    return ImpOf(arguments)->values;
 }
 
 QString WorkflowPrivate::GetNewWorkflowName(const QString& base)
@@ -123,14 +124,14 @@ QString WorkflowPrivate::GetNewWorkflowName(const QString& base)
 
 QString WorkflowPrivate::GetRequiredProductsDisplayText(Workflow* workflow)
 {
-    return workflow ? workflow->GetImp()->Fields().RequiredProductsDisplayText : QString();
+    return workflow ? ImpOf(workflow)->Fields().RequiredProductsDisplayText : QString();
 }
 
 WorkflowUIState WorkflowPrivate::GetUIState(Workflow* workflow)
 {
     WorkflowUIState state{true};
     if (workflow)
-        state.ShowIntroductionOnExecute = workflow->GetImp()->Fields().ShowIntroductionOnExecute;
+        state.ShowIntroductionOnExecute = ImpOf(workflow)->Fields().ShowIntroductionOnExecute;
     return state;
 }
 
@@ -138,7 +139,7 @@ void WorkflowPrivate::SetUIState(Workflow* workflow, const WorkflowUIState& stat
 {
     if (!workflow)
         return;
-    WorkflowFields& fields = workflow->GetImp()->Fields();
+    WorkflowFields& fields = ImpOf(workflow)->Fields();
     fields.ShowIntroductionOnExecute = state.ShowIntroductionOnExecute;
     fields.UIStateChanged = true;
 }
@@ -158,13 +159,13 @@ int WorkflowPrivate::IndexOfWorkflow(Workflow* workflow)
 
 bool WorkflowPrivate::GetWorkflowDirtyState(Workflow* workflow)
 {
-    return workflow && workflow->GetImp()->Fields().IsModified;
+    return workflow && ImpOf(workflow)->Fields().IsModified;
 }
 
 void WorkflowPrivate::SetWorkflowDirtyState(Workflow* workflow, bool dirty)
 {
     if (workflow)
-        workflow->GetImp()->Fields().IsModified = dirty;
+        ImpOf(workflow)->Fields().IsModified = dirty;
 }
 
 WorkflowEditorHandler* WorkflowPrivate::GetWorkflowEditorHandler(Workflow* workflow)

@@ -4,6 +4,7 @@
 #include "manager/ProductCatalog.h"
 #include "manager/ProductExpression.h"
 #include "manager/WorkflowManagerImp.h"
+#include "util/FacadeAccess.h"
 #include "workflow/WorkflowImp.h"
 
 #include <VmWorkflowCore/Workflow.h>
@@ -53,7 +54,7 @@ bool WorkflowMatchesFilter(Workflow* workflow, const QString& key, const QString
 {
     if (!workflow)
         return false;
-    const WorkflowFields& fields = workflow->GetImp()->Fields();
+    const WorkflowFields& fields = ImpOf(workflow)->Fields();
     const auto is = [&key](const char* name) {
         return key.compare(QLatin1String(name), Qt::CaseInsensitive) == 0;
     };

@@ -5,6 +5,7 @@
 #include "execution/ExecutingRegistry.h"
 #include "manager/WorkflowManagerImp.h"
 #include "notification/WorkflowNotificationManagerImp.h"
+#include "util/FacadeAccess.h"
 #include "util/TextOut.h"
 #include "workflow/WorkflowIteratorImp.h"
 
@@ -22,11 +23,7 @@ HostApplicationContext::~HostApplicationContext() = default;
 
 WorkflowManager::WorkflowManager() : m_imp(new WorkflowManagerImp) {}
 
-WorkflowManager::~WorkflowManager()
-{
-    delete m_imp;
-    m_imp = nullptr;
-}
+WorkflowManager::~WorkflowManager() = default;
 
 bool WorkflowManager::Initialize()
 {
@@ -37,7 +34,7 @@ bool WorkflowManager::Initialize()
         s_instance = new WorkflowManager;
     OstrelAdapter::ApplicationManager::Initialize(QStringLiteral("VmWorkflowCore"));
     s_instance->m_imp->SetNotificationManager(
-        new WorkflowNotificationManager(new WorkflowNotificationManagerImp));
+        FacadeAccess::MakeNotificationManager(new WorkflowNotificationManagerImp));
     s_instance->m_imp->LoadProducts();
     return true;
 }
@@ -64,12 +61,13 @@ WorkflowManager* WorkflowManager::GetInstance()
 WorkflowIterator* WorkflowManager::GetWorkflows()
 {
     m_imp->EnsureCatalogueLoaded();
-    return new WorkflowIterator(new WorkflowIteratorImp(m_imp->Catalogue()));
+    return FacadeAccess::MakeIterator(new WorkflowIteratorImp(m_imp->Catalogue()));
 }
 
 WorkflowIterator* WorkflowManager::GetWorkflows(const WideChar* filter, const WideChar* sort)
 {
-    return new WorkflowIterator(new WorkflowIteratorImp(m_imp->QueryWorkflows(TextIn(filter), TextIn(sort))));
+    return FacadeAccess::MakeIterator(
+        new WorkflowIteratorImp(m_imp->QueryWorkflows(TextIn(filter), TextIn(sort))));
 }
 
 Workflow* WorkflowManager::GetWorkflow(const WideChar* id, const WideChar* sourceFile)
@@ -79,7 +77,7 @@ Workflow* WorkflowManager::GetWorkflow(const WideChar* id, const WideChar* sourc
 
 ExecutingWorkflowIterator* WorkflowManager::GetExecutingWorkflows(bool launchedByThisProcessOnly)
 {
-    return new ExecutingWorkflowIterator(
+    return FacadeAccess::MakeIterator(
         new ExecutingWorkflowIteratorImp(m_imp->Registry()->Snapshot(launchedByThisProcessOnly, false)));
 }
 
@@ -127,7 +125,7 @@ bool WorkflowManager::WorkflowModifiedInPlugin(const WideChar* workflowId, const
 {
     // Plug-ins treat the announcement as fire-and-forget; whether anyone heard it is not theirs.
     if (WorkflowNotificationManager* notifications = m_imp->NotificationManager())
-        notifications->GetImp()->AnnounceWorkflowModified(TextIn(workflowId), TextIn(sourceFile));
+        ImpOf(notifications)->AnnounceWorkflowModified(TextIn(workflowId), TextIn(sourceFile));
     return true;
 }
 

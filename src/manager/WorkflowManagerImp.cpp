@@ -8,6 +8,7 @@
 #include "manager/WorkflowQuery.h"
 #include "notification/WorkflowNotificationManagerImp.h"
 #include "platform/Platform.h"
+#include "util/FacadeAccess.h"
 #include "util/FileUtil.h"
 #include "util/XlfCatalog.h"
 #include "util/XmlFiler.h"
@@ -97,7 +98,7 @@ Plugin* WorkflowManagerImp::PluginFor(Workflow* workflow)
 {
     if (!workflow)
         return nullptr;
-    const QString name = workflow->GetImp()->Fields().Plugin;
+    const QString name = ImpOf(workflow)->Fields().Plugin;
     // Whatever folder an earlier search recorded for this workflow no longer holds.
     m_pluginFolders.remove(workflow);
     if (name.isEmpty())
@@ -145,7 +146,7 @@ QString WorkflowManagerImp::PluginFolderFor(Workflow* workflow) const
 WorkflowManagerImp* WorkflowManagerImp::Instance()
 {
     WorkflowManager* manager = WorkflowManager::GetInstance();
-    return manager ? manager->GetImp() : nullptr;
+    return manager ? ImpOf(manager) : nullptr;
 }
 
 void WorkflowManagerImp::SetWorkflowSearchPaths(const QString& paths)
@@ -307,8 +308,8 @@ void WorkflowManagerImp::AddWorkflowRecords(const QString& path, const WorkflowF
     for (const WorkflowElementData& element : std::as_const(data.elements))
     {
         auto* workflow = new Workflow;
-        workflow->GetImp()->Fields().XlfFile = data.xlfFile;
-        ReadWorkflow(element, path, catalog, *workflow->GetImp());
+        ImpOf(workflow)->Fields().XlfFile = data.xlfFile;
+        ReadWorkflow(element, path, catalog, *ImpOf(workflow));
         AddWorkflow(workflow);
     }
 }
@@ -325,9 +326,9 @@ void WorkflowManagerImp::ReadWorkflowDocument(const QString& path)
     do
     {
         auto* workflow = new Workflow;
-        workflow->GetImp()->Fields().XlfFile = xlfFile;
+        ImpOf(workflow)->Fields().XlfFile = xlfFile;
         filer.PushPosition();
-        ReadWorkflow(filer, *workflow->GetImp());
+        ReadWorkflow(filer, *ImpOf(workflow));
         filer.PopPosition();
         AddWorkflow(workflow);
     } while (filer.GoToNextSibling());
@@ -340,7 +341,7 @@ void WorkflowManagerImp::RemoveOrphans()
     {
         // A lookup below returns this workflow or one before it, so every workflow reached
         // here is still alive.
-        const WorkflowFields& fields = workflow->GetImp()->Fields();
+        const WorkflowFields& fields = ImpOf(workflow)->Fields();
         if (fields.IsTemplate || FindWorkflow(fields.TemplateId, QString()))
             continue;
         Workflow* found = FindWorkflow(fields.Id, fields.SourceFile);
@@ -356,7 +357,7 @@ void WorkflowManagerImp::InheritTemplateProducts()
         return;
     const QList<Workflow*> snapshot = m_catalogue;
     for (Workflow* workflow : snapshot)
-        workflow->GetImp()->InheritProducts();
+        ImpOf(workflow)->InheritProducts();
 }
 
 void WorkflowManagerImp::RemoveAt(int index)
@@ -386,7 +387,7 @@ bool WorkflowManagerImp::AddWorkflow(Workflow* workflow)
 
 void WorkflowManagerImp::IndexAppend(Workflow* workflow)
 {
-    const WorkflowFields& fields = workflow->GetImp()->Fields();
+    const WorkflowFields& fields = ImpOf(workflow)->Fields();
     IndexedKeys keys{IndexKey(fields.Id), IndexKey(fields.Name)};
     m_byId[keys.id].append(workflow);
     m_byName[keys.name].append(workflow);
@@ -449,7 +450,7 @@ Workflow* WorkflowManagerImp::LookUpLoaded(const QString& id, const QString& sou
     const QFileInfo wanted(sourceFile);
     for (Workflow* workflow : *bucket)
     {
-        if (wanted == QFileInfo(workflow->GetImp()->Fields().SourceFile))
+        if (wanted == QFileInfo(ImpOf(workflow)->Fields().SourceFile))
             return workflow;
     }
     return nullptr;
@@ -492,7 +493,7 @@ bool WorkflowManagerImp::DeleteWorkflow(const QString& id, const QString& source
     emit WorkflowAboutToBeRemoved(index);
     if (removeFromFile)
     {
-        const QString file = workflow->GetImp()->Fields().SourceFile;
+        const QString file = ImpOf(workflow)->Fields().SourceFile;
         // Callers rely on this early return leaving the about-to-be-removed signal unpaired.
         if (!QFileInfo(file).isWritable())
             return false;

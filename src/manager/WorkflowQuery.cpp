@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "manager/WorkflowQuery.h"
 
+#include "util/FacadeAccess.h"
 #include "workflow/WorkflowImp.h"
 
 #include <VmWorkflowCore/WorkflowQueryKeys.h>
@@ -108,8 +109,8 @@ std::vector<SortItem> SortItems(const QString& sortText)
 int CompareWorkflowsByKey(Workflow* left, Workflow* right, const QString& key,
                           const ProductNamesFunction& names)
 {
-    const WorkflowFields& a = left->GetImp()->Fields();
-    const WorkflowFields& b = right->GetImp()->Fields();
+    const WorkflowFields& a = ImpOf(left)->Fields();
+    const WorkflowFields& b = ImpOf(right)->Fields();
     switch (KindOf(key))
     {
     case KeyKind::Template:
@@ -141,7 +142,7 @@ void SortWorkflows(QList<Workflow*>& workflows, const QString& sortText, const P
     {
         Row row{workflow, {}};
         row.texts.reserve(items.size());
-        const WorkflowFields& fields = workflow->GetImp()->Fields();
+        const WorkflowFields& fields = ImpOf(workflow)->Fields();
         for (const SortItem& item : items)
             row.texts.push_back(item.kind == KeyKind::Text ? KeyText(fields, item.key, names) : QString());
         rows.push_back(std::move(row));
@@ -150,8 +151,8 @@ void SortWorkflows(QList<Workflow*>& workflows, const QString& sortText, const P
         switch (items[i].kind)
         {
         case KeyKind::Template:
-            return CompareTemplateFlags(a.workflow->GetImp()->Fields().IsTemplate,
-                                        b.workflow->GetImp()->Fields().IsTemplate);
+            return CompareTemplateFlags(ImpOf(a.workflow)->Fields().IsTemplate,
+                                        ImpOf(b.workflow)->Fields().IsTemplate);
         case KeyKind::Text:
             return QString::localeAwareCompare(a.texts[i], b.texts[i]);
         case KeyKind::Unknown:

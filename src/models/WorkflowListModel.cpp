@@ -2,6 +2,7 @@
 #include "models/WorkflowListModel.h"
 
 #include "manager/WorkflowManagerImp.h"
+#include "util/FacadeAccess.h"
 #include "workflow/WorkflowImp.h"
 
 #include <QImage>
@@ -52,11 +53,11 @@ QVariant WorkflowListModel::data(const QModelIndex& index, int role) const
     switch (role)
     {
     case Qt::DisplayRole:
-        return workflow->GetImp()->Fields().Name;
+        return ImpOf(workflow)->Fields().Name;
     case Qt::DecorationRole:
     {
         // An image that does not load is a null image, never an invalid value.
-        const QPixmap pixmap(workflow->GetImp()->GetImage(WorkflowImageAutomatic, 16));
+        const QPixmap pixmap(ImpOf(workflow)->GetImage(WorkflowImageAutomatic, 16));
         return pixmap.toImage();
     }
     default:

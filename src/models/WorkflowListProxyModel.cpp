@@ -3,6 +3,7 @@
 
 #include "manager/WorkflowManagerImp.h"
 #include "models/WorkflowListModel.h"
+#include "util/FacadeAccess.h"
 #include "workflow/WorkflowImp.h"
 
 #include <algorithm>
@@ -116,8 +117,8 @@ bool WorkflowListProxyModel::lessThan(const QModelIndex& left, const QModelIndex
         return false;
     }
 
-    const WorkflowFields& x = a->GetImp()->Fields();
-    const WorkflowFields& y = b->GetImp()->Fields();
+    const WorkflowFields& x = ImpOf(a)->Fields();
+    const WorkflowFields& y = ImpOf(b)->Fields();
     const int targets =
         QString::localeAwareCompare(DisplayNames(x.TargetProduct), DisplayNames(y.TargetProduct));
     if (targets != 0)

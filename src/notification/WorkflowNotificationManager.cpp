@@ -11,10 +11,6 @@ WorkflowNotificationManager::WorkflowNotificationManager(WorkflowNotificationMan
     m_imp->SetPublic(this);
 }
 
-WorkflowNotificationManager::~WorkflowNotificationManager()
-{
-    delete m_imp;
-    m_imp = nullptr;
-}
+WorkflowNotificationManager::~WorkflowNotificationManager() = default;
 
 } // namespace Velmora::WorkflowCore

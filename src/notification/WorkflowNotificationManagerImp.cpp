@@ -4,6 +4,7 @@
 #include "execution/ExecutingRegistry.h"
 #include "manager/WorkflowManagerImp.h"
 #include "notification/OstrelMessageHandler.h"
+#include "util/FacadeAccess.h"
 #include "workflow/WorkflowImp.h"
 
 #include <OstrelAdapter/Application.h>
@@ -68,14 +69,14 @@ void WorkflowNotificationManagerImp::AnnounceExecutionBeginning(Workflow* workfl
 {
     if (!m_isHostProcess || !workflow)
         return;
-    SendToLinkedApplications(kExecutionBeginningMsg, {{kWorkflowId, workflow->GetImp()->Fields().Id}});
+    SendToLinkedApplications(kExecutionBeginningMsg, {{kWorkflowId, ImpOf(workflow)->Fields().Id}});
 }
 
 void WorkflowNotificationManagerImp::AnnounceExecutionFinished(Workflow* workflow)
 {
     if (!m_isHostProcess || !workflow)
         return;
-    SendToLinkedApplications(kExecutionFinishedMsg, {{kWorkflowId, workflow->GetImp()->Fields().Id}});
+    SendToLinkedApplications(kExecutionFinishedMsg, {{kWorkflowId, ImpOf(workflow)->Fields().Id}});
 }
 
 void WorkflowNotificationManagerImp::AnnounceWorkflowModified(const QString& workflowId,
@@ -139,20 +140,22 @@ void WorkflowNotificationManagerImp::OstrelMessageReceived(OstrelAdapter::Applic
     if (name == kModifiedMsg)
     {
         if (Workflow* workflow = manager->FindWorkflow(workflowId, QString()))
-            workflow->GetImp()->Load(sourceFile, workflowId);
+            ImpOf(workflow)->Load(sourceFile, workflowId);
         return;
     }
     if (!entry || !m_public)
         return;
     if (name == kExecutionBeginningMsg)
     {
-        ExecutingWorkflow executing(entry.release());
-        Q_EMIT m_public->WorkflowExecutionBeginning(&executing);
+        const std::unique_ptr<ExecutingWorkflow> executing(
+            FacadeAccess::MakeExecutingWorkflow(entry.release()));
+        Q_EMIT m_public->WorkflowExecutionBeginning(executing.get());
     }
     else if (name == kExecutionFinishedMsg)
     {
-        ExecutingWorkflow executing(entry.release());
-        Q_EMIT m_public->WorkflowExecutionFinished(&executing);
+        const std::unique_ptr<ExecutingWorkflow> executing(
+            FacadeAccess::MakeExecutingWorkflow(entry.release()));
+        Q_EMIT m_public->WorkflowExecutionFinished(executing.get());
     }
 }
 

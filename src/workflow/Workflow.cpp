@@ -22,11 +22,7 @@ bool AssignIfDifferent(QString& field, const WideChar* value)
 
 Workflow::Workflow() : m_imp(new WorkflowImp(this)) {}
 
-Workflow::~Workflow()
-{
-    delete m_imp;
-    m_imp = nullptr;
-}
+Workflow::~Workflow() = default;
 
 int Workflow::GetTemplateId(WideChar* buffer, int size)
 {

@@ -9,10 +9,7 @@ namespace Velmora::WorkflowCore {
 WorkflowArguments::WorkflowArguments() : m_imp(new WorkflowArgumentsImp) {}
 
 // The whole map goes with the arguments: nothing of it outlives them.
-WorkflowArguments::~WorkflowArguments()
-{
-    delete m_imp;
-}
+WorkflowArguments::~WorkflowArguments() = default;
 
 int WorkflowArguments::GetValue(const WideChar* key, WideChar* buffer, int size) const
 {

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include "workflow/WorkflowImp.h"
+#include "util/FacadeAccess.h"
 
 #include "execution/Analytics.h"
 #include "manager/WorkflowManagerImp.h"
@@ -251,7 +252,7 @@ void WorkflowImp::Reset()
     Workflow* templ = FindTemplate();
     if (!templ)
         return;
-    const WorkflowFields& source = templ->GetImp()->Fields();
+    const WorkflowFields& source = ImpOf(templ)->Fields();
     m.Description = source.Description;
     m.Keywords = source.Keywords;
     m.Settings = source.Settings;
@@ -289,9 +290,9 @@ void WorkflowImp::InheritProducts()
     if (m.IsTemplate || HasCompleteTargetProduct())
         return;
     Workflow* templ = FindTemplate();
-    if (!templ || !templ->GetImp()->HasCompleteTargetProduct())
+    if (!templ || !ImpOf(templ)->HasCompleteTargetProduct())
         return;
-    const WorkflowFields& source = templ->GetImp()->Fields();
+    const WorkflowFields& source = ImpOf(templ)->Fields();
     m.PrimaryProduct = source.PrimaryProduct;
     m.RequiredProducts = source.RequiredProducts;
     m.TargetProduct = source.TargetProduct;
@@ -312,7 +313,7 @@ QString WorkflowImp::ResolveImagePath(const QString& path) const
     if (resolved.isEmpty() && !m.IsTemplate)
     {
         if (Workflow* templ = FindTemplate())
-            resolved = lookIn(templ->GetImp()->Fields().SourceFile);
+            resolved = lookIn(ImpOf(templ)->Fields().SourceFile);
     }
     if (resolved.isEmpty() || resolved == path)
         return path;

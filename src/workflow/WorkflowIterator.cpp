@@ -7,10 +7,7 @@ namespace Velmora::WorkflowCore {
 
 WorkflowIterator::WorkflowIterator(WorkflowIteratorImp* imp) : m_imp(imp) {}
 
-WorkflowIterator::~WorkflowIterator()
-{
-    delete m_imp;
-}
+WorkflowIterator::~WorkflowIterator() = default;
 
 bool WorkflowIterator::MoveNext()
 {
@@ -29,10 +26,7 @@ void WorkflowIterator::Reset()
 
 ExecutingWorkflowIterator::ExecutingWorkflowIterator(ExecutingWorkflowIteratorImp* imp) : m_imp(imp) {}
 
-ExecutingWorkflowIterator::~ExecutingWorkflowIterator()
-{
-    delete m_imp;
-}
+ExecutingWorkflowIterator::~ExecutingWorkflowIterator() = default;
 
 bool ExecutingWorkflowIterator::MoveNext()
 {

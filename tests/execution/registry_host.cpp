@@ -16,6 +16,7 @@
 #include <VmWorkflowCore/WorkflowPrivate.h>
 
 #include "execution/ExecutingRegistry.h"
+#include "util/FacadeAccess.h"
 #include "workflow/WorkflowImp.h"
 
 #include <QCoreApplication>
@@ -42,8 +43,8 @@ Workflow* WorkflowFor(const QString& id)
     if (!slot)
     {
         slot = std::make_unique<Workflow>();
-        slot->GetImp()->Fields().Id = id;
-        slot->GetImp()->Fields().SourceFile = QStringLiteral("/workflows/%1.workflow").arg(id);
+        ImpOf(slot.get())->Fields().Id = id;
+        ImpOf(slot.get())->Fields().SourceFile = QStringLiteral("/workflows/%1.workflow").arg(id);
     }
     return slot.get();
 }

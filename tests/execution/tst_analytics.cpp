@@ -6,6 +6,7 @@
 #include <VmWorkflowCore/WorkflowManager.h>
 
 #include "execution/Analytics.h"
+#include "util/FacadeAccess.h"
 #include "workflow/WorkflowImp.h"
 
 #include "FileFixtures.h"
@@ -144,7 +145,7 @@ private Q_SLOTS:
         AnalyticsTesting::SetGateOpen(true);
         std::unique_ptr<Workflow> workflow = LoadTemplate();
         QVERIFY(workflow);
-        workflow->GetImp()->Fields().IsModified = true;
+        ImpOf(workflow.get())->Fields().IsModified = true;
         ReportWorkflowExecution(workflow.get(), launchPoint);
 
         const QList<Line> lines = Lines();
@@ -169,8 +170,8 @@ private Q_SLOTS:
         AnalyticsTesting::SetGateOpen(true);
         std::unique_ptr<Workflow> workflow = LoadTemplate();
         QVERIFY(workflow);
-        workflow->GetImp()->Fields().IsTemplate = false;
-        workflow->GetImp()->Fields().IsModified = false;
+        ImpOf(workflow.get())->Fields().IsTemplate = false;
+        ImpOf(workflow.get())->Fields().IsModified = false;
         ReportWorkflowExecution(workflow.get(), 1);
         const QList<Line> lines = Lines();
         QCOMPARE(lines.size(), 1);
@@ -183,9 +184,9 @@ private Q_SLOTS:
         AnalyticsTesting::SetGateOpen(true);
         std::unique_ptr<Workflow> workflow = LoadTemplate();
         QVERIFY(workflow);
-        workflow->GetImp()->Fields().IsModified = true;
+        ImpOf(workflow.get())->Fields().IsModified = true;
         QVERIFY(workflow->Save(Wide(QStringLiteral("My Flow"))));
-        const QString newId = workflow->GetImp()->Fields().Id;
+        const QString newId = ImpOf(workflow.get())->Fields().Id;
         QVERIFY(newId.startsWith(QStringLiteral("Id_MyFlow_")));
         QVERIFY(workflow->Save());
 

@@ -9,6 +9,7 @@
 #include "execution/ExecutingRegistry.h"
 #include "manager/WorkflowManagerImp.h"
 #include "platform/Platform.h"
+#include "util/FacadeAccess.h"
 #include "workflow/WorkflowImp.h"
 
 #include "TestEnvironment.h"
@@ -141,8 +142,8 @@ char ProcessState(pid_t pid)
 Workflow* NewWorkflow(const QString& id, const QString& sourceFile = QString())
 {
     auto* workflow = new Workflow;
-    workflow->GetImp()->Fields().Id = id;
-    workflow->GetImp()->Fields().SourceFile = sourceFile;
+    ImpOf(workflow)->Fields().Id = id;
+    ImpOf(workflow)->Fields().SourceFile = sourceFile;
     return workflow;
 }
 
@@ -465,7 +466,7 @@ private slots:
         QVERIFY(!registry.AddExecutingApplication(twin, 5));
         QCOMPARE(registry.ReadAll().at(0).ExitStatus, 0);
         // The id is compared ignoring case.
-        workflow->GetImp()->Fields().Id = QStringLiteral("ID_MINE");
+        ImpOf(workflow)->Fields().Id = QStringLiteral("ID_MINE");
         QVERIFY(registry.SetExitStatus(workflow, 6, QStringLiteral("six")));
         QCOMPARE(registry.ReadAll().at(0).ExitStatus, 6);
     }
@@ -485,7 +486,7 @@ private slots:
     {
         QVERIFY(WorkflowManager::Initialize());
         WorkflowManager* manager = WorkflowManager::GetInstance();
-        manager->GetImp()->EnsureCatalogueLoaded();
+        ImpOf(manager)->EnsureCatalogueLoaded();
         Workflow* workflow = NewWorkflow(QStringLiteral("Id_Managed"));
         WorkflowPrivate::AddWorkflow(workflow); // the catalogue owns it now
         QVERIFY(WorkflowPrivate::AddExecutingWorkflow(workflow, Self(), Self()));
@@ -514,17 +515,17 @@ private slots:
         }
         QVERIFY(WorkflowPrivate::RemoveExecutingWorkflow(workflow));
         // The entry stays behind; only a later add from the same launcher replaces it.
-        QCOMPARE(manager->GetImp()->Registry()->ReadAll().size(), 1);
+        QCOMPARE(ImpOf(manager)->Registry()->ReadAll().size(), 1);
         QVERIFY(WorkflowPrivate::AddExecutingWorkflow(workflow, Self(), Self()));
-        QCOMPARE(manager->GetImp()->Registry()->ReadAll().size(), 1);
-        QCOMPARE(manager->GetImp()->Registry()->ReadAll().at(0).ExitStatus, 0);
+        QCOMPARE(ImpOf(manager)->Registry()->ReadAll().size(), 1);
+        QCOMPARE(ImpOf(manager)->Registry()->ReadAll().at(0).ExitStatus, 0);
     }
 
     void hostChangesAreSeenFromTheLauncher()
     {
         QVERIFY(WorkflowManager::Initialize());
         WorkflowManager* manager = WorkflowManager::GetInstance();
-        manager->GetImp()->EnsureCatalogueLoaded();
+        ImpOf(manager)->EnsureCatalogueLoaded();
         Workflow* catalogued = NewWorkflow(QStringLiteral("Id_Hosted"));
         WorkflowPrivate::AddWorkflow(catalogued);
         HostProcess host;
@@ -556,12 +557,12 @@ private slots:
         }
         QCOMPARE(host.Command("status id_hosted 7 broke down"), QByteArray("ok"));
         QVERIFY(!current()->MoveNext());
-        const QList<ExecutingWorkflowRecord> finished = manager->GetImp()->Registry()->Enumerate(true, true);
+        const QList<ExecutingWorkflowRecord> finished = ImpOf(manager)->Registry()->Enumerate(true, true);
         QCOMPARE(finished.size(), 1);
         QCOMPARE(finished.at(0).ExitStatus, 7);
         QCOMPARE(finished.at(0).ErrorMessage, QStringLiteral("broke down"));
         QCOMPARE(host.Command("remove id_hosted"), QByteArray("ok"));
-        QCOMPARE(manager->GetImp()->Registry()->ReadAll().size(), 1);
+        QCOMPARE(ImpOf(manager)->Registry()->ReadAll().size(), 1);
         // An unknown run cannot be changed.
         QCOMPARE(host.Command("status id_unknown 1 x"), QByteArray("fail"));
     }
@@ -734,7 +735,7 @@ private slots:
         QVERIFY(WorkflowPrivate::AddExecutingWorkflow(known, Self(), Self()));
         QVERIFY(!manager->SetExecutingWorkflowExitStatus(unknown, 1, Wide(QStringLiteral("x"))));
         manager->WorkflowExecutionBeginningInApplication(unknown, 5);
-        ExecutingRegistry* registry = manager->GetImp()->Registry();
+        ExecutingRegistry* registry = ImpOf(manager)->Registry();
         QVERIFY(!registry->Add(nullptr, 1, 2));
         QVERIFY(!registry->AddExecutingApplication(unknown, 5));
         QVERIFY(!registry->RemoveExecutingApplication(nullptr, 5));

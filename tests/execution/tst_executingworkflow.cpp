@@ -7,6 +7,7 @@
 
 #include "execution/ExecutingWorkflowRecord.h"
 #include "manager/WorkflowManagerImp.h"
+#include "util/FacadeAccess.h"
 #include "workflow/WorkflowImp.h"
 
 #include "TestEnvironment.h"
@@ -29,7 +30,7 @@ std::unique_ptr<ExecutingWorkflow> MakeRun(QList<int> applications, int status =
     record->ExecutingApplications = applications;
     record->ExitStatus = status;
     record->ErrorMessage = QStringLiteral("went wrong");
-    return std::make_unique<ExecutingWorkflow>(record);
+    return std::unique_ptr<ExecutingWorkflow>(FacadeAccess::MakeExecutingWorkflow(record));
 }
 } // namespace
 
@@ -112,13 +113,13 @@ private slots:
     void workflowIsLookedUpInTheCatalogue()
     {
         QVERIFY(WorkflowManager::Initialize());
-        WorkflowManager::GetInstance()->GetImp()->EnsureCatalogueLoaded();
+        ImpOf(WorkflowManager::GetInstance())->EnsureCatalogueLoaded();
         auto* workflow = new Workflow;
-        workflow->GetImp()->Fields().Id = QStringLiteral("id_run");
+        ImpOf(workflow)->Fields().Id = QStringLiteral("id_run");
         WorkflowPrivate::AddWorkflow(workflow);
         auto run = MakeRun({});
         QCOMPARE(run->GetWorkflow(), workflow);
-        run->GetRecord()->WorkflowId = QStringLiteral("unknown");
+        RecordOf(run.get())->WorkflowId = QStringLiteral("unknown");
         QVERIFY(!run->GetWorkflow());
         QVERIFY(WorkflowManager::Uninitialize());
     }

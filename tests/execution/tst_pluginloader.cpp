@@ -10,6 +10,7 @@
 #include "execution/ExecutingRegistry.h"
 #include "execution/Plugin.h"
 #include "manager/WorkflowManagerImp.h"
+#include "util/FacadeAccess.h"
 #include "workflow/WorkflowImp.h"
 
 #include "FileFixtures.h"
@@ -40,10 +41,10 @@ WorkflowManagerImp* Imp()
 std::unique_ptr<Workflow> MakeWorkflow(const QString& plugin, const QString& id = QStringLiteral("Id_Test"))
 {
     auto workflow = std::make_unique<Workflow>();
-    workflow->GetImp()->Fields().Id = id;
-    workflow->GetImp()->Fields().Name = id;
-    workflow->GetImp()->Fields().Plugin = plugin;
-    workflow->GetImp()->Fields().IsTemplate = false;
+    ImpOf(workflow.get())->Fields().Id = id;
+    ImpOf(workflow.get())->Fields().Name = id;
+    ImpOf(workflow.get())->Fields().Plugin = plugin;
+    ImpOf(workflow.get())->Fields().IsTemplate = false;
     return workflow;
 }
 

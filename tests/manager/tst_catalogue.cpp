@@ -6,6 +6,7 @@
 #include <VmWorkflowCore/WorkflowPrivate.h>
 
 #include "manager/WorkflowManagerImp.h"
+#include "util/FacadeAccess.h"
 #include "workflow/WorkflowImp.h"
 
 #include "FileFixtures.h"
@@ -29,12 +30,12 @@ WorkflowManager* Manager()
 
 WorkflowManagerImp* Imp()
 {
-    return WorkflowManager::GetInstance()->GetImp();
+    return ImpOf(WorkflowManager::GetInstance());
 }
 
 QString IdOf(Workflow* workflow)
 {
-    return workflow->GetImp()->Fields().Id;
+    return ImpOf(workflow)->Fields().Id;
 }
 
 QStringList Ids(WorkflowIterator* iterator)
@@ -223,12 +224,12 @@ private slots:
         SetSearchPaths(m_dir->path());
         Workflow* user = Manager()->GetWorkflow(Wide(QStringLiteral("User")), Wide(QString()));
         QVERIFY(user);
-        QCOMPARE(user->GetImp()->Fields().PrimaryProduct, QStringLiteral("alpha"));
-        QCOMPARE(user->GetImp()->Fields().RequiredProducts, QStringLiteral("alpha"));
-        QCOMPARE(user->GetImp()->Fields().TargetProduct, QStringLiteral("alpha:2016"));
+        QCOMPARE(ImpOf(user)->Fields().PrimaryProduct, QStringLiteral("alpha"));
+        QCOMPARE(ImpOf(user)->Fields().RequiredProducts, QStringLiteral("alpha"));
+        QCOMPARE(ImpOf(user)->Fields().TargetProduct, QStringLiteral("alpha:2016"));
         QVERIFY(user->IsReadOnly());
         Workflow* own = Manager()->GetWorkflow(Wide(QStringLiteral("Own")), Wide(QString()));
-        QCOMPARE(own->GetImp()->Fields().TargetProduct, QStringLiteral("gamma:1"));
+        QCOMPARE(ImpOf(own)->Fields().TargetProduct, QStringLiteral("gamma:1"));
         QVERIFY(!own->IsReadOnly());
     }
 
@@ -238,7 +239,7 @@ private slots:
               "Texts");
         SetSearchPaths(m_dir->path());
         for (Workflow* workflow : Imp()->Catalogue())
-            QCOMPARE(workflow->GetImp()->Fields().XlfFile, QStringLiteral("Texts"));
+            QCOMPARE(ImpOf(workflow)->Fields().XlfFile, QStringLiteral("Texts"));
     }
 
     void lookupIsLazyAfterInitialize()
@@ -256,10 +257,10 @@ private slots:
         Write(QStringLiteral("second/x.workflow"), WorkflowElement(R"(Id="same" Name="second")"));
         SetSearchPaths(Path(QStringLiteral("first")) + QLatin1Char(';') + Path(QStringLiteral("second")));
         Workflow* byId = Manager()->GetWorkflow(Wide(QStringLiteral("SAME")), Wide(QString()));
-        QCOMPARE(byId->GetImp()->Fields().Name, QStringLiteral("first"));
+        QCOMPARE(ImpOf(byId)->Fields().Name, QStringLiteral("first"));
         Workflow* byFile = Manager()->GetWorkflow(Wide(QStringLiteral("same")),
                                                   Wide(Path(QStringLiteral("second/../second/x.workflow"))));
-        QCOMPARE(byFile->GetImp()->Fields().Name, QStringLiteral("second"));
+        QCOMPARE(ImpOf(byFile)->Fields().Name, QStringLiteral("second"));
     }
 
     void filterAndSortTexts_data()

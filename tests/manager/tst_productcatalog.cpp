@@ -10,6 +10,7 @@
 #include "FileFixtures.h"
 #include "TestEnvironment.h"
 #include "WideText.h"
+#include "util/FacadeAccess.h"
 
 #include <QCoreApplication>
 #include <QtTest>
@@ -128,14 +129,14 @@ private slots:
         QVERIFY(WriteFile(CatalogFolder() + QStringLiteral("/Products.xml"), content));
         QVERIFY(WorkflowManager::Initialize());
         const QString names = NameList(QStringLiteral("prodA,prodB"));
-        QCOMPARE(WorkflowManager::GetInstance()->GetImp()->Products().Count(), 0);
+        QCOMPARE(ImpOf(WorkflowManager::GetInstance())->Products().Count(), 0);
         QVERIFY(WriteFile(CatalogFolder() + QStringLiteral("/Products.xml"), kCatalog));
         QCOMPARE(names, QStringLiteral(","));
     }
 
     void idsAreLowerCasedAndLaterElementsWin()
     {
-        const ProductCatalog& products = WorkflowManager::GetInstance()->GetImp()->Products();
+        const ProductCatalog& products = ImpOf(WorkflowManager::GetInstance())->Products();
         QCOMPARE(products.Lookup(QStringLiteral("X")).Name, QStringLiteral("second X"));
         QCOMPARE(products.Lookup(QStringLiteral("x")).OstrelName, QStringLiteral("Id_X2"));
         QCOMPARE(products.Lookup(QStringLiteral("PRODA")).Id, QStringLiteral("proda"));
@@ -146,7 +147,7 @@ private slots:
     void lookupOfUnknownIdKeepsOnlyTheVersion()
     {
         const ProductRecord record =
-            WorkflowManager::GetInstance()->GetImp()->Products().Lookup(QStringLiteral("nope:2016:extra"));
+            ImpOf(WorkflowManager::GetInstance())->Products().Lookup(QStringLiteral("nope:2016:extra"));
         QVERIFY(record.Id.isEmpty());
         QVERIFY(record.Name.isEmpty());
         QVERIFY(record.OstrelName.isEmpty());

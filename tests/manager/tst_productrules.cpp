@@ -7,6 +7,7 @@
 
 #include "manager/ProductRules.h"
 #include "manager/WorkflowManagerImp.h"
+#include "util/FacadeAccess.h"
 #include "workflow/WorkflowImp.h"
 
 #include "FileFixtures.h"
@@ -31,7 +32,7 @@ QByteArray Manifest(const char* id, const char* version, const char* infoId)
 std::unique_ptr<Workflow> MakeWorkflow(const QString& required, bool isTemplate = false)
 {
     auto workflow = std::make_unique<Workflow>();
-    WorkflowFields& fields = workflow->GetImp()->Fields();
+    WorkflowFields& fields = ImpOf(workflow.get())->Fields();
     fields.RequiredProducts = required;
     fields.IsTemplate = isTemplate;
     return workflow;
@@ -186,7 +187,7 @@ private slots:
     void productKeysLookThroughTheStoredLists()
     {
         const auto workflow = MakeWorkflow(QStringLiteral("a:2016,,b"));
-        WorkflowFields& fields = workflow->GetImp()->Fields();
+        WorkflowFields& fields = ImpOf(workflow.get())->Fields();
         fields.PrimaryProduct = QStringLiteral("x,y:2015");
         fields.TargetProduct = QStringLiteral("t:2017.2");
         QVERIFY(WorkflowMatchesFilter(workflow.get(), QStringLiteral("PrimaryProduct"), QStringLiteral("y")));

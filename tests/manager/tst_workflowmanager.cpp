@@ -7,6 +7,7 @@
 
 #include "manager/Constants.h"
 #include "manager/WorkflowManagerImp.h"
+#include "util/FacadeAccess.h"
 #include "workflow/WorkflowImp.h"
 
 #include <OstrelAdapter/ApplicationManager.h>
@@ -25,15 +26,15 @@ namespace {
 
 WorkflowManagerImp* Imp()
 {
-    return WorkflowManager::GetInstance()->GetImp();
+    return ImpOf(WorkflowManager::GetInstance());
 }
 
 Workflow* Add(const QString& id, const QString& name = QString(), const QString& sourceFile = QString())
 {
     auto* workflow = new Workflow;
-    workflow->GetImp()->Fields().Id = id;
-    workflow->GetImp()->Fields().Name = name;
-    workflow->GetImp()->Fields().SourceFile = sourceFile;
+    ImpOf(workflow)->Fields().Id = id;
+    ImpOf(workflow)->Fields().Name = name;
+    ImpOf(workflow)->Fields().SourceFile = sourceFile;
     WorkflowPrivate::AddWorkflow(workflow);
     return workflow;
 }
@@ -128,7 +129,7 @@ private slots:
         QCOMPARE(aboutToInsert.size(), 0);
         // A second workflow with the same id is catalogued too.
         auto* again = new Workflow;
-        again->GetImp()->Fields().Id = QStringLiteral("A");
+        ImpOf(again)->Fields().Id = QStringLiteral("A");
         QVERIFY(Imp()->AddWorkflow(again));
         QCOMPARE(Imp()->Catalogue().size(), 2);
     }
@@ -250,7 +251,7 @@ private slots:
     void deleteSourceFileOfUnsavedWorkflowTouchesNothing()
     {
         Workflow unsaved;
-        unsaved.GetImp()->Fields().IsTemplate = false;
+        ImpOf(unsaved)->Fields().IsTemplate = false;
         const QStringList before = QDir(m_dir.path()).entryList(QDir::Files);
         WorkflowPrivate::DeleteSourceFile(&unsaved);
         QCOMPARE(QDir(m_dir.path()).entryList(QDir::Files), before);

@@ -6,6 +6,7 @@
 
 #include "TestEnvironment.h"
 #include "manager/WorkflowQuery.h"
+#include "util/FacadeAccess.h"
 #include "workflow/WorkflowImp.h"
 
 #include <QRandomGenerator>
@@ -87,7 +88,7 @@ private slots:
             for (int i = 0; i < count; ++i)
             {
                 owned.push_back(std::make_unique<Workflow>());
-                WorkflowFields& fields = owned.back()->GetImp()->Fields();
+                WorkflowFields& fields = ImpOf(owned.back().get())->Fields();
                 fields.Id = QStringLiteral("Id_%1").arg(i);
                 fields.Name = names.at(int(random.bounded(names.size())));
                 fields.IsTemplate = random.bounded(2) == 0;
@@ -110,8 +111,8 @@ private slots:
                          qPrintable(QStringLiteral("seed %1, round %2: %3 before %4")
                                         .arg(seed)
                                         .arg(round)
-                                        .arg(sorted.at(i - 1)->GetImp()->Fields().Id,
-                                             sorted.at(i)->GetImp()->Fields().Id)));
+                                        .arg(ImpOf(sorted.at(i - 1))->Fields().Id,
+                                             ImpOf(sorted.at(i))->Fields().Id)));
             }
         }
     }
@@ -123,7 +124,7 @@ private slots:
         for (const char* name : {"c", "a", "b"})
         {
             owned.push_back(std::make_unique<Workflow>());
-            owned.back()->GetImp()->Fields().Name = QString::fromLatin1(name);
+            ImpOf(owned.back().get())->Fields().Name = QString::fromLatin1(name);
             list.append(owned.back().get());
         }
         for (const QString& text : {QString(), QStringLiteral(",,"), QStringLiteral("Colour:1")})

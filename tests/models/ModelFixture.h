@@ -8,6 +8,7 @@
 #include <VmWorkflowCore/WorkflowManager.h>
 
 #include "manager/WorkflowManagerImp.h"
+#include "util/FacadeAccess.h"
 #include "util/TextOut.h"
 #include "workflow/WorkflowImp.h"
 
@@ -100,7 +101,7 @@ inline QStringList Strings(std::initializer_list<const char*> items)
 
 inline QString IdOf(Workflow* workflow)
 {
-    return workflow ? workflow->GetImp()->Fields().Id : QString();
+    return workflow ? ImpOf(workflow)->Fields().Id : QString();
 }
 
 inline QStringList CatalogueIds()

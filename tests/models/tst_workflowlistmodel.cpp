@@ -9,6 +9,7 @@
 #include "manager/WorkflowManagerImp.h"
 #include "models/WorkflowListModel.h"
 #include "models/WorkflowListProxyModel.h"
+#include "util/FacadeAccess.h"
 #include "workflow/WorkflowImp.h"
 
 #include "ModelFixture.h"
@@ -241,7 +242,7 @@ private slots:
         auto* model = watched.proxy->sourceModel();
         QSignalSpy inserted(model, &QAbstractItemModel::rowsInserted);
         auto* added = new Workflow;
-        WorkflowFields& fields = added->GetImp()->Fields();
+        WorkflowFields& fields = ImpOf(added)->Fields();
         fields.Id = QStringLiteral("New");
         fields.Name = QStringLiteral("Budget");
         fields.IsTemplate = false;
@@ -285,8 +286,8 @@ private slots:
         QSignalSpy changed(model, &QAbstractItemModel::dataChanged);
         Workflow* target = Imp()->Catalogue().at(3); // W1
         Workflow source;
-        source.GetImp()->Fields() = target->GetImp()->Fields(); // a plain copy: no notice yet
-        source.GetImp()->Fields().Name = QStringLiteral("Zebra");
+        ImpOf(source)->Fields() = ImpOf(target)->Fields(); // a plain copy: no notice yet
+        ImpOf(source)->Fields().Name = QStringLiteral("Zebra");
         target->CopyFrom(&source);
         QCOMPARE(changed.count(), 1);
         QCOMPARE(changed.at(0).at(0).toModelIndex(), model->index(3, 0));

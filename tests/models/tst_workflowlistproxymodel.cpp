@@ -9,6 +9,7 @@
 #include "manager/WorkflowManagerImp.h"
 #include "models/WorkflowListModel.h"
 #include "models/WorkflowListProxyModel.h"
+#include "util/FacadeAccess.h"
 #include "workflow/WorkflowImp.h"
 
 #include "ModelFixture.h"
@@ -51,7 +52,7 @@ QStringList ProxyIds(const WorkflowListProxyModel& proxy)
 Workflow* AddTemplate(const QString& id, const QString& name, const QString& primaryProduct = QString())
 {
     auto* workflow = new Workflow;
-    WorkflowFields& fields = workflow->GetImp()->Fields();
+    WorkflowFields& fields = ImpOf(workflow)->Fields();
     fields.Id = id;
     fields.Name = name;
     fields.IsTemplate = true;
@@ -170,7 +171,7 @@ private slots:
         proxy.setSourceModel(&model);
         // A second template named like T1 that differs only outside the sort keys.
         Workflow* twin = AddTemplate(QStringLiteral("T1b"), QStringLiteral("Report"));
-        twin->GetImp()->Fields().TargetProduct = QStringLiteral("prodC");
+        ImpOf(twin)->Fields().TargetProduct = QStringLiteral("prodC");
         const QModelIndex t1 = model.index(0, 0);
         const QModelIndex t1b = model.index(6, 0);
         QCOMPARE(IdOf(model.WorkflowAt(6)), QStringLiteral("T1b"));

@@ -19,6 +19,7 @@
 #include "FileFixtures.h"
 #include "TestEnvironment.h"
 #include "WideText.h"
+#include "util/FacadeAccess.h"
 
 #include <QProcess>
 #include <QSignalSpy>
@@ -291,14 +292,14 @@ private Q_SLOTS:
 
     void thisProcessSendsNothingButReceives()
     {
-        QVERIFY(!WorkflowManagerImp::Instance()->NotificationManager()->GetImp()->IsHostProcess());
+        QVERIFY(!ImpOf(WorkflowManagerImp::Instance()->NotificationManager())->IsHostProcess());
         QStringList told;
         QVERIFY(StartHelper(QStringLiteral(VMWF_NOTIFY_HOST),
                             {QString::number(QCoreApplication::applicationPid())}, &told));
 
         // Even when told of a link to the helper that a listener here waits for, this process
         // neither tells the listener nor records the link: only the host keeps a list of links.
-        WorkflowNotificationManagerImp* imp = WorkflowManagerImp::Instance()->NotificationManager()->GetImp();
+        WorkflowNotificationManagerImp* imp = ImpOf(WorkflowManagerImp::Instance()->NotificationManager());
         CountingListener listener(int(m_helper->processId()));
         WorkflowPrivate::AddLinkStateListener(&listener);
         imp->ApplicationLinkStarted(m_application);

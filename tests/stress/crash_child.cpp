@@ -13,6 +13,7 @@
 #include <VmWorkflowCore/WorkflowManager.h>
 
 #include "manager/WorkflowManagerImp.h"
+#include "util/FacadeAccess.h"
 #include "workflow/WorkflowImp.h"
 #include "workflow/WorkflowSettings.h"
 
@@ -43,7 +44,7 @@ void Ready(unsigned long round)
 int Save(const QString& folder, unsigned long start)
 {
     Workflow workflow;
-    WorkflowFields& fields = workflow.GetImp()->Fields();
+    WorkflowFields& fields = ImpOf(workflow)->Fields();
     fields.IsTemplate = false;
     fields.Id = QStringLiteral("Id_Crash");
     fields.Name = QStringLiteral("Crash");
@@ -52,7 +53,7 @@ int Save(const QString& folder, unsigned long start)
     {
         fields.Tag = QString::number(version);
         fields.Description = QString(60000, LetterOf(version));
-        if (!workflow.GetImp()->Save())
+        if (!ImpOf(workflow)->Save())
             return 1;
         Ready(version - start);
     }

@@ -11,6 +11,7 @@
 
 #include "execution/ExecutingRegistry.h"
 #include "platform/SharedSegment.h"
+#include "util/FacadeAccess.h"
 #include "workflow/WorkflowImp.h"
 
 #include <QCoreApplication>
@@ -52,7 +53,7 @@ bool OwnEntriesIntact(const ExecutingRegistry& registry,
     for (size_t i = 0; i < workflows.size(); ++i)
     {
         const qint64 handle = qint64(reinterpret_cast<quintptr>(workflows[i].get()));
-        const QString id = workflows[i]->GetImp()->Fields().Id;
+        const QString id = ImpOf(workflows[i].get())->Fields().Id;
         int found = 0;
         for (const ExecutingWorkflowRecord& entry : entries)
         {
@@ -86,8 +87,8 @@ int Work(int index, int milliseconds)
     for (int i = 0; i < kEntries; ++i)
     {
         auto workflow = std::make_unique<Workflow>();
-        workflow->GetImp()->Fields().Id = QStringLiteral("Load-%1-%2").arg(index).arg(i);
-        workflow->GetImp()->Fields().SourceFile =
+        ImpOf(workflow.get())->Fields().Id = QStringLiteral("Load-%1-%2").arg(index).arg(i);
+        ImpOf(workflow.get())->Fields().SourceFile =
             QStringLiteral("/tmp/load-%1-%2.workflow").arg(index).arg(i);
         // A lock that cannot be had in time fails the change; it is tried again, never counted.
         while (!registry.Add(workflow.get(), int(::getpid()), int(::getpid())))

@@ -6,6 +6,7 @@
 
 #include <VmWorkflowCore/Workflow.h>
 
+#include "util/FacadeAccess.h"
 #include "util/XmlFiler.h"
 #include "workflow/WorkflowImp.h"
 #include "workflow/WorkflowSettings.h"
@@ -119,8 +120,8 @@ private slots:
         // The next save, once nothing can be writing them, leaves none behind.
         QTest::qWait(kStaleAfterMs);
         Workflow workflow;
-        QVERIFY(workflow.GetImp()->Load(folder + QStringLiteral("/Crash.workflow"), QString()));
-        QVERIFY(workflow.GetImp()->Save());
+        QVERIFY(ImpOf(workflow)->Load(folder + QStringLiteral("/Crash.workflow"), QString()));
+        QVERIFY(ImpOf(workflow)->Save());
         QCOMPARE(Entries(folder), QStringList{QStringLiteral("Crash.workflow")});
         qInfo("170 kills while saving: %d temporary files seen beside the file after a kill", leftBehind);
     }

@@ -6,6 +6,7 @@
 #include <VmWorkflowCore/Workflow.h>
 
 #include "execution/ExecutingRegistry.h"
+#include "util/FacadeAccess.h"
 #include "workflow/WorkflowImp.h"
 #include "workflow/WorkflowSettings.h"
 
@@ -125,7 +126,7 @@ private slots:
 
         // This user registers a run, listens on the hub and keeps a setting.
         Workflow workflow;
-        workflow.GetImp()->Fields().Id = QStringLiteral("Id_Victim");
+        ImpOf(workflow)->Fields().Id = QStringLiteral("Id_Victim");
         ExecutingRegistry registry(true);
         QVERIFY(registry.Add(&workflow, int(::getpid()), int(::getpid())));
         QVERIFY(ApplicationManager::Initialize(QStringLiteral("Victim")));

@@ -12,6 +12,7 @@
 
 #include "manager/ProductCatalog.h"
 #include "manager/WorkflowManagerImp.h"
+#include "util/FacadeAccess.h"
 #include "util/XlfCatalog.h"
 #include "util/XmlFiler.h"
 #include "workflow/WorkflowImp.h"
@@ -62,8 +63,8 @@ int main(int argc, char** argv)
         WorkflowManager::GetInstance()->SetWorkflowSearchPaths(
             reinterpret_cast<const WideChar*>(folder.c_str()));
         QStringList ids;
-        for (Workflow* workflow : WorkflowManager::GetInstance()->GetImp()->Catalogue())
-            ids << workflow->GetImp()->Fields().Id;
+        for (Workflow* workflow : ImpOf(WorkflowManager::GetInstance())->Catalogue())
+            ids << ImpOf(workflow)->Fields().Id;
         out << ids.join(QLatin1Char(',')) << Qt::endl;
         WorkflowManager::Uninitialize();
     }

@@ -5,6 +5,7 @@
 #include <VmWorkflowCore/Workflow.h>
 #include <VmWorkflowCore/WorkflowManager.h>
 
+#include "util/FacadeAccess.h"
 #include "workflow/WorkflowImp.h"
 
 #include <QCoreApplication>
@@ -22,7 +23,7 @@ int main(int argc, char** argv)
     const QString folder = QString::fromLocal8Bit(argv[1]);
     WorkflowManager::Initialize();
     Workflow workflow;
-    WorkflowFields& fields = workflow.GetImp()->Fields();
+    WorkflowFields& fields = ImpOf(workflow)->Fields();
     fields.IsTemplate = false;
     fields.Id = QStringLiteral("Id_Crash");
     fields.Name = QStringLiteral("Crash");

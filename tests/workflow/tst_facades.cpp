@@ -32,6 +32,19 @@ private slots:
         QVERIFY(IsPlainFacade<WorkflowManager>());
     }
 
+    // Only the library makes the facades that wrap its private types; a caller cannot.
+    void facadesOfPrivateTypesCannotBeMadeByCallers()
+    {
+        QVERIFY(!(std::is_constructible_v<WorkflowIterator, WorkflowIteratorImp*>));
+        QVERIFY(!(std::is_constructible_v<ExecutingWorkflowIterator, ExecutingWorkflowIteratorImp*>));
+        QVERIFY(!(std::is_constructible_v<ExecutingWorkflow, ExecutingWorkflowRecord*>));
+        QVERIFY(!(std::is_constructible_v<WorkflowNotificationManager, WorkflowNotificationManagerImp*>));
+        QVERIFY(!std::is_default_constructible_v<WorkflowManager>);
+        // What every caller may make stays makeable.
+        QVERIFY(std::is_default_constructible_v<Workflow>);
+        QVERIFY(std::is_default_constructible_v<WorkflowArguments>);
+    }
+
     void interfaceTextIsUtf16() { QCOMPARE(sizeof(WideChar), size_t(2)); }
 
     void enumeratorsHaveTheirFixedValues()

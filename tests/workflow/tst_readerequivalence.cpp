@@ -10,6 +10,7 @@
 #include <VmWorkflowCore/WorkflowManager.h>
 
 #include "manager/WorkflowManagerImp.h"
+#include "util/FacadeAccess.h"
 #include "util/XlfCatalog.h"
 #include "util/XmlStreamReading.h"
 #include "workflow/WorkflowFile.h"
@@ -34,7 +35,7 @@ const QString kLocale = QStringLiteral("en-US");
 
 WorkflowManagerImp* Imp()
 {
-    return WorkflowManager::GetInstance()->GetImp();
+    return ImpOf(WorkflowManager::GetInstance());
 }
 
 QString Shown(const QString& text)
@@ -157,7 +158,7 @@ QString FieldsDifference(const WorkflowFields& a, const WorkflowFields& b)
 struct QuietRecord
 {
     Workflow workflow;
-    WorkflowFields& Fields() { return workflow.GetImp()->Fields(); }
+    WorkflowFields& Fields() { return ImpOf(workflow)->Fields(); }
     ~QuietRecord() { Fields().IsTemplate = false; }
 };
 
@@ -688,8 +689,8 @@ private:
         {
             QuietRecord streamed;
             QuietRecord document;
-            const bool loaded = LoadWorkflow(*streamed.workflow.GetImp(), path, id);
-            const bool reference = LoadWorkflowFromDocument(*document.workflow.GetImp(), path, id);
+            const bool loaded = LoadWorkflow(*ImpOf(streamed.workflow), path, id);
+            const bool reference = LoadWorkflowFromDocument(*ImpOf(document.workflow), path, id);
             QVERIFY2(loaded == reference, qPrintable(QStringLiteral("%1 id %2").arg(path, id)));
             const QString difference = FieldsDifference(streamed.Fields(), document.Fields());
             QVERIFY2(difference.isEmpty(),
@@ -945,7 +946,7 @@ private slots:
             imp->ScanCatalogue();
             seen = emitted;
             for (Workflow* workflow : imp->Catalogue())
-                fields.append(workflow->GetImp()->Fields());
+                fields.append(ImpOf(workflow)->Fields());
         };
         QStringList streamedSignals;
         QStringList documentSignals;

@@ -8,6 +8,7 @@
 #include <VmWorkflowCore/WorkflowPrivate.h>
 
 #include "manager/WorkflowManagerImp.h"
+#include "util/FacadeAccess.h"
 #include "workflow/WorkflowImp.h"
 
 #include "FileFixtures.h"
@@ -25,7 +26,7 @@ namespace {
 
 WorkflowManagerImp* Imp()
 {
-    return WorkflowManager::GetInstance()->GetImp();
+    return ImpOf(WorkflowManager::GetInstance());
 }
 
 } // namespace

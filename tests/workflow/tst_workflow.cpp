@@ -6,6 +6,7 @@
 #include <VmWorkflowCore/WorkflowPrivate.h>
 
 #include "manager/WorkflowManagerImp.h"
+#include "util/FacadeAccess.h"
 #include "workflow/WorkflowImp.h"
 
 #include "TestEnvironment.h"
@@ -25,7 +26,7 @@ namespace {
 
 WorkflowFields& F(Workflow& workflow)
 {
-    return workflow.GetImp()->Fields();
+    return ImpOf(workflow)->Fields();
 }
 
 QString ImageOf(Workflow& workflow, WorkflowImage which, int size)
@@ -77,7 +78,7 @@ private slots:
     {
         QVERIFY(WorkflowManager::Initialize());
         // Loaded once, the catalogue keeps the workflows the tests add to it.
-        WorkflowManager::GetInstance()->GetImp()->EnsureCatalogueLoaded();
+        ImpOf(WorkflowManager::GetInstance())->EnsureCatalogueLoaded();
     }
     void cleanup() { QVERIFY(WorkflowManager::Uninitialize()); }
 
@@ -296,7 +297,7 @@ private slots:
     void absoluteImagePathIsReturnedUnchanged()
     {
         Workflow workflow;
-        QCOMPARE(workflow.GetImp()->ResolveImagePath(QStringLiteral("/no/such/image.png")),
+        QCOMPARE(ImpOf(workflow)->ResolveImagePath(QStringLiteral("/no/such/image.png")),
                  QStringLiteral("/no/such/image.png"));
     }
 
@@ -304,7 +305,7 @@ private slots:
     {
         Workflow workflow;
         F(workflow).SourceFile = Path(QStringLiteral("a.workflow"));
-        QCOMPARE(workflow.GetImp()->ResolveImagePath(QStringLiteral("none.png")), QStringLiteral("none.png"));
+        QCOMPARE(ImpOf(workflow)->ResolveImagePath(QStringLiteral("none.png")), QStringLiteral("none.png"));
     }
 
     void relativeImageFoundBesideTheTemplate()
@@ -321,7 +322,7 @@ private slots:
         Workflow otherTemplate;
         F(otherTemplate).TemplateId = QStringLiteral("TemplateA");
         F(otherTemplate).SourceFile = Path(QStringLiteral("b.workflow"));
-        QCOMPARE(otherTemplate.GetImp()->ResolveImagePath(QStringLiteral("t24.png")),
+        QCOMPARE(ImpOf(otherTemplate)->ResolveImagePath(QStringLiteral("t24.png")),
                  QStringLiteral("t24.png"));
     }
 
@@ -380,7 +381,7 @@ private slots:
 
     void copyFromSignalsTheCatalogueEntry()
     {
-        WorkflowManagerImp* manager = WorkflowManager::GetInstance()->GetImp();
+        WorkflowManagerImp* manager = ImpOf(WorkflowManager::GetInstance());
         auto* first = new Workflow;
         F(*first).Id = QStringLiteral("First");
         auto* second = new Workflow;
@@ -400,7 +401,7 @@ private slots:
 
     void copyFromOfUncataloguedRecordSignalsNothing()
     {
-        WorkflowManagerImp* manager = WorkflowManager::GetInstance()->GetImp();
+        WorkflowManagerImp* manager = ImpOf(WorkflowManager::GetInstance());
         QSignalSpy modified(manager, &WorkflowManagerImp::WorkflowModified);
         Workflow source;
         F(source).Id = QStringLiteral("Nowhere");
@@ -463,7 +464,7 @@ private slots:
         QFETCH(bool, complete);
         Workflow workflow;
         F(workflow).TargetProduct = targetProduct;
-        QCOMPARE(workflow.GetImp()->HasCompleteTargetProduct(), complete);
+        QCOMPARE(ImpOf(workflow)->HasCompleteTargetProduct(), complete);
     }
 
     void inheritProductsFromCompleteTemplate()
@@ -477,7 +478,7 @@ private slots:
         std::unique_ptr<Workflow> user(NewUserWorkflow(QStringLiteral("u"), QStringLiteral("Tpl")));
         F(*user).TargetProduct = QStringLiteral("alpha");
         F(*user).PrimaryProduct = QStringLiteral("old");
-        user->GetImp()->InheritProducts();
+        ImpOf(user.get())->InheritProducts();
         QCOMPARE(F(*user).PrimaryProduct, QStringLiteral("alpha"));
         QCOMPARE(F(*user).RequiredProducts, QStringLiteral("alpha & beta"));
         QCOMPARE(F(*user).TargetProduct, QStringLiteral("alpha:2016"));
@@ -493,7 +494,7 @@ private slots:
         WorkflowPrivate::AddWorkflow(templ);
         std::unique_ptr<Workflow> user(NewUserWorkflow(QStringLiteral("u"), QStringLiteral("Tpl")));
         F(*user).TargetProduct = QStringLiteral("beta:2017");
-        user->GetImp()->InheritProducts();
+        ImpOf(user.get())->InheritProducts();
         QCOMPARE(F(*user).TargetProduct, QStringLiteral("beta:2017"));
         QVERIFY(!F(*user).ProductsInherited);
     }
@@ -507,7 +508,7 @@ private slots:
         WorkflowPrivate::AddWorkflow(templ);
         std::unique_ptr<Workflow> user(NewUserWorkflow(QStringLiteral("u"), QStringLiteral("Tpl")));
         F(*user).TargetProduct = QStringLiteral("beta");
-        user->GetImp()->InheritProducts();
+        ImpOf(user.get())->InheritProducts();
         QCOMPARE(F(*user).TargetProduct, QStringLiteral("beta"));
         QVERIFY(F(*user).PrimaryProduct.isEmpty());
         QVERIFY(!F(*user).ProductsInherited);
@@ -522,7 +523,7 @@ private slots:
         Workflow templ;
         F(templ).TemplateId = QStringLiteral("Tpl");
         F(templ).TargetProduct = QStringLiteral("beta");
-        templ.GetImp()->InheritProducts();
+        ImpOf(templ)->InheritProducts();
         QCOMPARE(F(templ).TargetProduct, QStringLiteral("beta"));
     }
 

@@ -6,6 +6,7 @@
 #include <VmWorkflowCore/Workflow.h>
 #include <VmWorkflowCore/WorkflowManager.h>
 
+#include "util/FacadeAccess.h"
 #include "workflow/WorkflowImp.h"
 
 #include "FileFixtures.h"
@@ -89,7 +90,7 @@ private slots:
         QVERIFY(workflow.Load(Wide(path), Wide(QString())));
         QCOMPARE(qint64(workflow.GetCreatedDate()), seconds);
         QCOMPARE(qint64(workflow.GetLastModifiedDate()), seconds);
-        QCOMPARE(workflow.GetImp()->Fields().CreatedDate.toSecsSinceEpoch(), seconds);
+        QCOMPARE(ImpOf(workflow)->Fields().CreatedDate.toSecsSinceEpoch(), seconds);
 
         // Written back, the created date is the text that was read.
         QVERIFY(workflow.Save());

@@ -6,6 +6,7 @@
 #include <VmWorkflowCore/WorkflowPrivate.h>
 
 #include "manager/WorkflowManagerImp.h"
+#include "util/FacadeAccess.h"
 #include "util/XmlFiler.h"
 #include "workflow/WorkflowFile.h"
 #include "workflow/WorkflowImp.h"
@@ -29,7 +30,7 @@ namespace {
 
 WorkflowFields& F(Workflow& workflow)
 {
-    return workflow.GetImp()->Fields();
+    return ImpOf(workflow)->Fields();
 }
 
 QDomElement FirstWorkflowElement(const QString& path)
@@ -74,7 +75,7 @@ private slots:
     void init()
     {
         QVERIFY(WorkflowManager::Initialize());
-        WorkflowManager::GetInstance()->GetImp()->EnsureCatalogueLoaded();
+        ImpOf(WorkflowManager::GetInstance())->EnsureCatalogueLoaded();
     }
     void cleanup() { QVERIFY(WorkflowManager::Uninitialize()); }
 
@@ -324,7 +325,7 @@ private slots:
         f.Introduction = QStringLiteral("never written");
         f.Settings = QStringLiteral("<A x=\"1\"/><B>text</B>");
         const QDateTime before = QDateTime::currentDateTime().addSecs(-1);
-        QVERIFY(WriteWorkflow(*workflow.GetImp(), QStringLiteral("Given name"),
+        QVERIFY(WriteWorkflow(*ImpOf(workflow), QStringLiteral("Given name"),
                               Path(QStringLiteral("out.workflow")), QStringLiteral("Given_Id")));
         QVERIFY(f.LastModifiedDate >= before);
 
@@ -380,8 +381,8 @@ private slots:
                                       {16, QStringLiteral("w16.png")},
                                       {32, QStringLiteral("w32.png")}};
         F(workflow).ModifiedImages = {{0, QStringLiteral("broken.png")}, {24, QStringLiteral("m24.png")}};
-        QVERIFY(WriteWorkflow(*workflow.GetImp(), QStringLiteral("n"),
-                              Path(QStringLiteral("images.workflow")), QStringLiteral("i")));
+        QVERIFY(WriteWorkflow(*ImpOf(workflow), QStringLiteral("n"), Path(QStringLiteral("images.workflow")),
+                              QStringLiteral("i")));
         const QDomElement e = FirstWorkflowElement(Path(QStringLiteral("images.workflow")));
         QCOMPARE(e.attribute(QStringLiteral("TemplateImage")), QStringLiteral("w16.png|w32.png|w48.png"));
         QCOMPARE(e.attribute(QStringLiteral("ModifiedImage")), QStringLiteral("broken.png|m24.png"));
@@ -395,8 +396,8 @@ private slots:
         Workflow workflow;
         QVERIFY(workflow.Load(Wide(Path(QStringLiteral("template.workflow"))), Wide(QString())));
         QVERIFY(workflow.IsTemplate());
-        QVERIFY(WriteWorkflow(*workflow.GetImp(), QStringLiteral("Copy"),
-                              Path(QStringLiteral("copy.workflow")), QStringLiteral("Id_Copy")));
+        QVERIFY(WriteWorkflow(*ImpOf(workflow), QStringLiteral("Copy"), Path(QStringLiteral("copy.workflow")),
+                              QStringLiteral("Id_Copy")));
         QCOMPARE(FirstWorkflowElement(Path(QStringLiteral("copy.workflow")))
                      .attribute(QStringLiteral("IsTemplate")),
                  QStringLiteral("False"));
@@ -405,8 +406,8 @@ private slots:
     void nullDateIsWrittenEmpty()
     {
         Workflow workflow;
-        QVERIFY(WriteWorkflow(*workflow.GetImp(), QStringLiteral("n"),
-                              Path(QStringLiteral("nodate.workflow")), QStringLiteral("i")));
+        QVERIFY(WriteWorkflow(*ImpOf(workflow), QStringLiteral("n"), Path(QStringLiteral("nodate.workflow")),
+                              QStringLiteral("i")));
         const QDomElement e = FirstWorkflowElement(Path(QStringLiteral("nodate.workflow")));
         QVERIFY(e.hasAttribute(QStringLiteral("CreatedDate")));
         QCOMPARE(e.attribute(QStringLiteral("CreatedDate")), QString());
@@ -428,8 +429,8 @@ private slots:
         Workflow first;
         QVERIFY(first.Load(Wide(Path(QStringLiteral("source.workflow"))), Wide(QString())));
         F(first).XlfFile = QStringLiteral("Texts");
-        QVERIFY(WriteWorkflow(*first.GetImp(), F(first).Name, Path(QStringLiteral("again.workflow")),
-                              F(first).Id));
+        QVERIFY(
+            WriteWorkflow(*ImpOf(first), F(first).Name, Path(QStringLiteral("again.workflow")), F(first).Id));
         Workflow second;
         QVERIFY(second.Load(Wide(Path(QStringLiteral("again.workflow"))), Wide(QString())));
         const WorkflowFields& a = F(first);

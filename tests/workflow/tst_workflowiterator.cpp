@@ -7,6 +7,7 @@
 
 #include "execution/ExecutingWorkflowRecord.h"
 #include "manager/WorkflowManagerImp.h"
+#include "util/FacadeAccess.h"
 #include "workflow/WorkflowIteratorImp.h"
 
 #include "TestEnvironment.h"
@@ -33,7 +34,7 @@ ExecutingWorkflow* MakeRun(const QString& id)
 {
     auto* record = new ExecutingWorkflowRecord;
     record->WorkflowId = id;
-    return new ExecutingWorkflow(record);
+    return FacadeAccess::MakeExecutingWorkflow(record);
 }
 
 } // namespace
@@ -51,7 +52,7 @@ private slots:
     {
         QVERIFY(WorkflowManager::Initialize());
         // An empty search path and a user folder without files: the catalogue starts empty.
-        WorkflowManager::GetInstance()->GetImp()->EnsureCatalogueLoaded();
+        ImpOf(WorkflowManager::GetInstance())->EnsureCatalogueLoaded();
     }
     void cleanup() { QVERIFY(WorkflowManager::Uninitialize()); }
 
@@ -124,7 +125,7 @@ private slots:
     void executingIteratorWalksAndOwnsItsRuns()
     {
         QList<ExecutingWorkflow*> runs{MakeRun(QStringLiteral("one")), MakeRun(QStringLiteral("two"))};
-        auto* it = new ExecutingWorkflowIterator(new ExecutingWorkflowIteratorImp(runs));
+        auto* it = FacadeAccess::MakeIterator(new ExecutingWorkflowIteratorImp(runs));
         QVERIFY(it->MoveNext());
         QCOMPARE(it->GetCurrent(), runs.at(0));
         QVERIFY(it->MoveNext());
@@ -133,7 +134,7 @@ private slots:
         QVERIFY(!it->MoveNext());
         it->Reset();
         QVERIFY(it->MoveNext());
-        QCOMPARE(it->GetCurrent()->GetRecord()->WorkflowId, QStringLiteral("one"));
+        QCOMPARE(RecordOf(it->GetCurrent())->WorkflowId, QStringLiteral("one"));
         // The leak checker proves that the runs and their records go with the iterator.
         delete it;
     }

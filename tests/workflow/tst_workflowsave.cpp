@@ -6,6 +6,7 @@
 #include <VmWorkflowCore/WorkflowPrivate.h>
 
 #include "manager/WorkflowManagerImp.h"
+#include "util/FacadeAccess.h"
 #include "workflow/WorkflowImp.h"
 
 #include "FileFixtures.h"
@@ -30,12 +31,12 @@ namespace {
 
 WorkflowFields& F(Workflow& workflow)
 {
-    return workflow.GetImp()->Fields();
+    return ImpOf(workflow)->Fields();
 }
 
 QString UserFolder()
 {
-    return WorkflowManager::GetInstance()->GetImp()->UserWorkflowFolder();
+    return ImpOf(WorkflowManager::GetInstance())->UserWorkflowFolder();
 }
 
 QStringList FilesIn(const QString& folder)
@@ -74,7 +75,7 @@ private slots:
     {
         QDir(m_env.DataHome() + QStringLiteral("/Velmora")).removeRecursively();
         QVERIFY(WorkflowManager::Initialize());
-        WorkflowManager::GetInstance()->GetImp()->EnsureCatalogueLoaded();
+        ImpOf(WorkflowManager::GetInstance())->EnsureCatalogueLoaded();
     }
     void cleanup() { QVERIFY(WorkflowManager::Uninitialize()); }
 

@@ -5,6 +5,7 @@
 #include <VmWorkflowCore/WorkflowManager.h>
 #include <VmWorkflowCore/WorkflowPrivate.h>
 
+#include "util/FacadeAccess.h"
 #include "workflow/WorkflowImp.h"
 #include "workflow/WorkflowSettings.h"
 
@@ -35,8 +36,8 @@ QString SettingOf(Workflow& workflow, const QString& key)
 std::unique_ptr<Workflow> UserWorkflow(const QString& id)
 {
     auto workflow = std::make_unique<Workflow>();
-    workflow->GetImp()->Fields().IsTemplate = false;
-    workflow->GetImp()->Fields().Id = id;
+    ImpOf(workflow.get())->Fields().IsTemplate = false;
+    ImpOf(workflow.get())->Fields().Id = id;
     return workflow;
 }
 
@@ -149,7 +150,7 @@ private slots:
         // A template record writes on destruction: that write is dropped as well.
         {
             Workflow templ;
-            templ.GetImp()->Fields().Id = QStringLiteral("Id_D");
+            ImpOf(templ)->Fields().Id = QStringLiteral("Id_D");
         }
         QCOMPARE(ReadFile(WorkflowSettingsFile()), damaged);
     }
@@ -187,14 +188,14 @@ private slots:
     {
         {
             Workflow templ;
-            templ.GetImp()->Fields().Id = QStringLiteral("Id_T");
+            ImpOf(templ)->Fields().Id = QStringLiteral("Id_T");
             WorkflowPrivate::SetUIState(&templ, WorkflowUIState{false});
         }
         QCOMPARE(ReadWorkflowSetting(QStringLiteral("Id_T"), QStringLiteral("ShowIntroductionOnExecute")),
                  QStringLiteral("False"));
         {
             Workflow templ;
-            templ.GetImp()->Fields().Id = QStringLiteral("Id_T");
+            ImpOf(templ)->Fields().Id = QStringLiteral("Id_T");
         }
         QCOMPARE(ReadWorkflowSetting(QStringLiteral("Id_T"), QStringLiteral("ShowIntroductionOnExecute")),
                  QStringLiteral("True"));
@@ -216,7 +217,7 @@ private slots:
         QVERIFY(WorkflowManager::Initialize());
         {
             Workflow templ;
-            templ.GetImp()->Fields().ShowIntroductionOnExecute = false;
+            ImpOf(templ)->Fields().ShowIntroductionOnExecute = false;
             QVERIFY(templ.Load(Wide(file), Wide(QString())));
             QVERIFY(WorkflowPrivate::GetUIState(&templ).ShowIntroductionOnExecute);
         }
