@@ -16,7 +16,6 @@
 #include <QListView>
 #include <QLocale>
 #include <QPushButton>
-#include <QSet>
 #include <QSortFilterProxyModel>
 #include <QSplitter>
 #include <QStatusBar>
@@ -27,6 +26,7 @@
 
 using namespace Velmora::WorkflowCore;
 using VmWorkflowTool::ReadText;
+using VmWorkflowTool::RunsHere;
 using VmWorkflowTool::Wide;
 
 namespace VmWorkflowBrowser {
@@ -75,17 +75,6 @@ QString ProductNames(const QString& ids)
     const QString names =
         ReadText([&](WideChar* b, int s) { return Manager()->ProductIdsToNameList(wideIds, b, s); });
     return QStringLiteral("%1 (%2)").arg(names.toHtmlEscaped(), ids.toHtmlEscaped());
-}
-
-// The workflows the library's own executability filter lets through.
-QSet<Workflow*> ExecutableWorkflows()
-{
-    QSet<Workflow*> executable;
-    std::unique_ptr<WorkflowIterator> it(
-        Manager()->GetWorkflows(Wide(QStringLiteral("IsExecutable=true")), Wide(QString())));
-    while (it->MoveNext())
-        executable.insert(it->GetCurrent());
-    return executable;
 }
 
 } // namespace
@@ -307,7 +296,7 @@ void BrowserWindow::ShowDetails()
     row(tr("Required products:"), Text(workflow, &Workflow::GetRequiredProducts).toHtmlEscaped());
     row(tr("Requires:"), Text(workflow, &Workflow::GetRequiredProductsDisplayText).toHtmlEscaped());
     row(tr("Read-only:"), workflow->IsReadOnly() ? yes : no);
-    row(tr("Runs here:"), ExecutableWorkflows().contains(workflow) ? yes : no);
+    row(tr("Runs here:"), RunsHere(workflow) ? yes : no);
     html += QStringLiteral("</table>");
     m_details->setHtml(html);
 }

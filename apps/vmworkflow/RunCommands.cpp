@@ -87,18 +87,6 @@ bool HostInstalled()
     return hub && !hub->GetInstalledApplications(QStringLiteral("Id_VmWorkflowHost"), QString()).isEmpty();
 }
 
-bool IsExecutableHere(WorkflowManager* manager, Workflow* workflow)
-{
-    std::unique_ptr<WorkflowIterator> it(
-        manager->GetWorkflows(Wide(QStringLiteral("IsExecutable=true")), Wide(QString())));
-    while (it->MoveNext())
-    {
-        if (it->GetCurrent() == workflow)
-            return true;
-    }
-    return false;
-}
-
 int Refuse(QTextStream& err, const QString& sentence)
 {
     err << QCoreApplication::applicationName() << ": " << sentence << '\n';
@@ -291,7 +279,7 @@ int Run(WorkflowManager* manager, const RunRequest& request, QTextStream& out, Q
     Workflow* workflow = manager->GetWorkflow(Wide(request.id), Wide(QString()));
     if (!workflow)
         return Refuse(err, QStringLiteral("no workflow has the id \"%1\".").arg(request.id));
-    if (!IsExecutableHere(manager, workflow))
+    if (!RunsHere(workflow))
         return Refuse(
             err, QStringLiteral("the workflow \"%1\" cannot run here because a required product is missing.")
                      .arg(request.id));

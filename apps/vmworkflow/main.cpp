@@ -22,7 +22,6 @@
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QLocale>
-#include <QSet>
 #include <QTextStream>
 
 #include <cstdio>
@@ -32,6 +31,7 @@
 using namespace Velmora::WorkflowCore;
 using VmWorkflowTool::DefaultSearchPaths;
 using VmWorkflowTool::ReadText;
+using VmWorkflowTool::RunsHere;
 using VmWorkflowTool::Wide;
 
 namespace {
@@ -178,17 +178,6 @@ void PrintJson(const QJsonDocument& document)
     Out() << QString::fromUtf8(document.toJson(QJsonDocument::Indented));
 }
 
-// The workflows that can run here, asked of the library once through its own filter.
-QSet<Workflow*> ExecutableWorkflows(WorkflowManager* manager)
-{
-    QSet<Workflow*> executable;
-    std::unique_ptr<WorkflowIterator> it(
-        manager->GetWorkflows(Wide(QStringLiteral("IsExecutable=true")), Wide(QString())));
-    while (it->MoveNext())
-        executable.insert(it->GetCurrent());
-    return executable;
-}
-
 // Texts come from files anyone may write: in the line-based output a control character (a line
 // break, an escape sequence) is shown as an escape, so that no text can forge lines of its own.
 QString Printable(const QString& text)
@@ -217,13 +206,12 @@ QString Printable(const QString& text)
 
 int List(WorkflowManager* manager, const QString& filter, const QString& sort, bool json)
 {
-    const QSet<Workflow*> executable = ExecutableWorkflows(manager);
     std::unique_ptr<WorkflowIterator> it(manager->GetWorkflows(Wide(filter), Wide(sort)));
     QJsonArray rows;
     while (it->MoveNext())
     {
         QJsonObject row = Summary(it->GetCurrent());
-        row.insert(QStringLiteral("isExecutable"), executable.contains(it->GetCurrent()));
+        row.insert(QStringLiteral("isExecutable"), RunsHere(it->GetCurrent()));
         rows.append(row);
     }
     if (json)
@@ -249,7 +237,7 @@ int Show(WorkflowManager* manager, const QString& id, bool json)
     if (!workflow)
         return Fail(ActionFailed, QStringLiteral("no workflow has the id \"%1\".").arg(id));
     QJsonObject details = Details(workflow);
-    details.insert(QStringLiteral("isExecutable"), ExecutableWorkflows(manager).contains(workflow));
+    details.insert(QStringLiteral("isExecutable"), RunsHere(workflow));
     if (json)
     {
         PrintJson(QJsonDocument(details));

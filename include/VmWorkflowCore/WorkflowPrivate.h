@@ -46,6 +46,10 @@ public:
     /// False when the host context refuses workflow or this process still has an unfinished run; the plug-in
     /// is not asked.
     static bool CanExecuteWorkflow(Workflow* workflow);
+    /// Whether workflow passes filter, read as WorkflowManager::GetWorkflows(filter, sort) reads it, so a
+    /// caller can ask about one workflow (for example "IsExecutable=true") without a query over the whole
+    /// catalogue. An empty filter passes every workflow; a null workflow passes none.
+    static bool MatchesFilter(Workflow* workflow, const QString& filter);
     /// Deletes the workflow's file from disk; the catalogue keeps the workflow.
     static void DeleteSourceFile(Workflow* workflow);
     /// The first workflow whose name equals name ignoring case, or null.

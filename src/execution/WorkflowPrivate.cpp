@@ -85,6 +85,14 @@ bool WorkflowPrivate::CanExecuteWorkflow(Workflow* workflow)
     return manager->Registry()->Enumerate(true, false).isEmpty();
 }
 
+bool WorkflowPrivate::MatchesFilter(Workflow* workflow, const QString& filter)
+{
+    WorkflowManagerImp* manager = Manager();
+    if (!workflow || !manager)
+        return false;
+    return manager->PassesFilter(workflow, ParseFilterText(filter));
+}
+
 void WorkflowPrivate::DeleteSourceFile(Workflow* workflow)
 {
     if (!workflow)

@@ -529,16 +529,7 @@ QList<Workflow*> WorkflowManagerImp::QueryWorkflows(const QString& filter, const
     {
         const WorkflowFilterMap filters = ParseFilterText(filter);
         if (!filters.isEmpty())
-        {
-            snapshot.removeIf([&](Workflow* workflow) {
-                for (auto it = filters.cbegin(); it != filters.cend(); ++it)
-                {
-                    if (!PassesFilterEntry(workflow, it.key(), it.value()))
-                        return true;
-                }
-                return false;
-            });
-        }
+            snapshot.removeIf([&](Workflow* workflow) { return !PassesFilter(workflow, filters); });
     }
     if (!sort.isEmpty())
         SortWorkflows(snapshot, sort, [this](const QString& ids) { return ProductDisplayNames(ids); });
@@ -548,6 +539,16 @@ QList<Workflow*> WorkflowManagerImp::QueryWorkflows(const QString& filter, const
 bool WorkflowManagerImp::PassesFilterEntry(Workflow* workflow, const QString& key, const QString& value)
 {
     return WorkflowMatchesFilter(workflow, key, value);
+}
+
+bool WorkflowManagerImp::PassesFilter(Workflow* workflow, const WorkflowFilterMap& filters)
+{
+    for (auto it = filters.cbegin(); it != filters.cend(); ++it)
+    {
+        if (!PassesFilterEntry(workflow, it.key(), it.value()))
+            return false;
+    }
+    return true;
 }
 
 QString WorkflowManagerImp::ProductDisplayNames(const QString& productIds) const

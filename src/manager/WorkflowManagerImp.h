@@ -4,6 +4,7 @@
 #include <VmWorkflowCore/WorkflowManager.h>
 
 #include "manager/ProductCatalog.h"
+#include "manager/WorkflowQuery.h"
 
 #include <QHash>
 #include <QList>
@@ -81,6 +82,8 @@ public:
     QList<Workflow*> QueryWorkflows(const QString& filter, const QString& sort);
     // Whether the workflow passes one filter entry of the list models' keys.
     bool PassesFilterEntry(Workflow* workflow, const QString& key, const QString& value);
+    // Every entry of filters passes; an empty map passes every workflow.
+    bool PassesFilter(Workflow* workflow, const WorkflowFilterMap& filters);
     // The display names of a list of product ids, joined with ",".
     QString ProductDisplayNames(const QString& productIds) const;
 

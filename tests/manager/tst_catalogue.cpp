@@ -315,6 +315,17 @@ private slots:
         QCOMPARE(Ids(Manager()->GetWorkflows(Wide(filter), Wide(sort))), ids);
         if (filter.isEmpty() && sort.isEmpty())
             QCOMPARE(Ids(Manager()->GetWorkflows()), ids);
+        // Asked about one workflow at a time, the filter lets through exactly what the query kept.
+        std::unique_ptr<WorkflowIterator> all(Manager()->GetWorkflows());
+        int passed = 0;
+        while (all->MoveNext())
+        {
+            const QString id = ImpOf(all->GetCurrent())->Fields().Id;
+            QCOMPARE(WorkflowPrivate::MatchesFilter(all->GetCurrent(), filter), ids.contains(id));
+            passed += WorkflowPrivate::MatchesFilter(all->GetCurrent(), filter) ? 1 : 0;
+        }
+        QCOMPARE(passed, ids.size());
+        QVERIFY(!WorkflowPrivate::MatchesFilter(nullptr, filter));
     }
 
     void filterTextWithProductKeysIsAccepted()
