@@ -49,19 +49,21 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
     Check(!file.isEmpty());
     QDir().mkpath(WorkflowSettingsFolder());
     Check(PutFile(file, bytes));
+    // One store for the whole input, as a manager holds one: its cache and batches are exercised.
+    WorkflowSettingsStore store;
 
     const QStringList ids = IdsOf(bytes);
     QList<QPair<QString, QString>> before;
     for (const QString& id : ids)
     {
-        const QString show = ReadWorkflowSetting(id, kShow);
-        Check(ReadWorkflowSetting(id, kShow) == show); // reading twice reads the same
-        before.append({show, ReadWorkflowSetting(id, kOther)});
+        const QString show = store.Read(id, kShow);
+        Check(store.Read(id, kShow) == show); // reading twice reads the same
+        before.append({show, store.Read(id, kOther)});
     }
 
     const QString target = ids.value(2, ids.first());
     const QString value = QStringLiteral("new <value> & \"quoted\" \t text");
-    WriteWorkflowSetting(target, kOther, value);
+    store.Write(target, kOther, value);
 
     const QByteArray after = [&file] {
         QFile written(file);
@@ -70,27 +72,26 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
     if (after == bytes)
     {
         // Nothing was written: only a file that could not be read is left alone.
-        Check(ReadWorkflowSetting(target, kOther) != value ||
-              before.value(ids.indexOf(target)).second == value);
+        Check(store.Read(target, kOther) != value || before.value(ids.indexOf(target)).second == value);
         return 0;
     }
-    Check(ReadWorkflowSetting(target, kOther) == value);
+    Check(store.Read(target, kOther) == value);
     for (int i = 0; i < ids.size(); ++i)
     {
-        Check(ReadWorkflowSetting(ids.at(i), kShow) == before.at(i).first);
+        Check(store.Read(ids.at(i), kShow) == before.at(i).first);
         if (ids.at(i) != target)
-            Check(ReadWorkflowSetting(ids.at(i), kOther) == before.at(i).second);
+            Check(store.Read(ids.at(i), kOther) == before.at(i).second);
     }
 
     // A batch of writes lands as a whole.
     {
-        WorkflowSettingsBatch batch;
-        WriteWorkflowSetting(target, kShow, QStringLiteral("False"));
-        WriteWorkflowSetting(QStringLiteral("W1"), kOther, QStringLiteral("batched"));
-        Check(ReadWorkflowSetting(target, kShow) == QLatin1String("False"));
+        WorkflowSettingsStore::Batch batch(store);
+        store.Write(target, kShow, QStringLiteral("False"));
+        store.Write(QStringLiteral("W1"), kOther, QStringLiteral("batched"));
+        Check(store.Read(target, kShow) == QLatin1String("False"));
     }
-    Check(ReadWorkflowSetting(target, kShow) == QLatin1String("False"));
-    Check(ReadWorkflowSetting(QStringLiteral("W1"), kOther) == QLatin1String("batched"));
-    Check(ReadWorkflowSetting(target, kOther) == value || target == QLatin1String("W1"));
+    Check(store.Read(target, kShow) == QLatin1String("False"));
+    Check(store.Read(QStringLiteral("W1"), kOther) == QLatin1String("batched"));
+    Check(store.Read(target, kOther) == value || target == QLatin1String("W1"));
     return 0;
 }

@@ -12,6 +12,7 @@
 #include <VmWorkflowCore/WorkflowManager.h>
 
 #include "manager/ProductRules.h"
+#include "manager/WorkflowManagerImp.h"
 #include "util/FacadeAccess.h"
 #include "workflow/WorkflowImp.h"
 
@@ -116,8 +117,8 @@ int main(int argc, char** argv)
     // A product catalogue beside the program would win over the one written here.
     bool installed = false;
     bool missing = true;
-    ProductInstalledLeaf(QStringLiteral("p0"), installed);
-    ProductInstalledLeaf(QStringLiteral("p1"), missing);
+    ProductInstalledLeaf(&ImpOf(WorkflowManager::GetInstance())->Products(), QStringLiteral("p0"), installed);
+    ProductInstalledLeaf(&ImpOf(WorkflowManager::GetInstance())->Products(), QStringLiteral("p1"), missing);
     if (!installed || missing)
     {
         std::fprintf(stderr, "the benchmark's own products are not the ones in use\n");

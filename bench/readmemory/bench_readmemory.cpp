@@ -86,7 +86,7 @@ int Measure(const QString& kind, const QString& path)
     }
     else
     {
-        const QString value = ReadWorkflowSetting(QStringLiteral("Id_1"), QStringLiteral("Key"));
+        const QString value = WorkflowSettingsStore().Read(QStringLiteral("Id_1"), QStringLiteral("Key"));
         std::printf("  setting read: %s\n", qPrintable(value));
     }
     const qint64 ms = timer.elapsed();

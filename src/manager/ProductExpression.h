@@ -4,6 +4,8 @@
 #include <QString>
 #include <QStringList>
 
+#include <functional>
+
 // Required-products expressions: product ids (or ","-separated lists of them) joined by "&" (all
 // of) and "|" (any of) and grouped by parentheses, evaluated operand by operand by the caller's
 // leaf evaluator. Internal to the library.
@@ -11,7 +13,7 @@ namespace Velmora::WorkflowCore {
 
 // Receives one operand (trimmed) and a place for its truth value; returns whether it could
 // evaluate the operand at all.
-using LeafEvaluator = bool (*)(const QString& operand, bool& value);
+using LeafEvaluator = std::function<bool(const QString& operand, bool& value)>;
 
 // True when the expression is well formed and every leaf that was reached evaluated; value then
 // holds the result. On failure value is false. A null leaf, an empty or blank expression, and

@@ -3,7 +3,6 @@
 
 #include "manager/ProductCatalog.h"
 #include "manager/ProductExpression.h"
-#include "manager/WorkflowManagerImp.h"
 #include "util/FacadeAccess.h"
 #include "workflow/WorkflowImp.h"
 
@@ -31,10 +30,9 @@ bool ListHasMatchingId(const QString& storedIds, const QString& filterId)
 
 } // namespace
 
-bool ProductInstalledLeaf(const QString& operand, bool& value)
+bool ProductInstalledLeaf(const ProductCatalog* products, const QString& operand, bool& value)
 {
-    WorkflowManagerImp* manager = WorkflowManagerImp::Instance();
-    value = manager && !manager->Products().InstalledProducts(operand.trimmed()).isEmpty();
+    value = products && !products->InstalledProducts(operand.trimmed()).isEmpty();
     return true;
 }
 
@@ -63,8 +61,14 @@ bool WorkflowMatchesFilter(Workflow* workflow, const QString& key, const QString
     {
         if (fields.RequiredProducts.isEmpty())
             return false;
+        WorkflowCatalogue* catalogue = ImpOf(workflow)->Catalogue();
+        const ProductCatalog* products = catalogue ? &catalogue->Products() : nullptr;
         bool executable = false;
-        EvaluateExpression(&ProductInstalledLeaf, fields.RequiredProducts, executable);
+        EvaluateExpression(
+            [products](const QString& operand, bool& installed) {
+                return ProductInstalledLeaf(products, operand, installed);
+            },
+            fields.RequiredProducts, executable);
         if (value.compare(QLatin1String("false"), Qt::CaseInsensitive) == 0)
             return !executable;
         return executable;

@@ -149,6 +149,11 @@ WorkflowManagerImp* WorkflowManagerImp::Instance()
     return manager ? ImpOf(manager) : nullptr;
 }
 
+WorkflowCatalogue* CurrentWorkflowCatalogue()
+{
+    return WorkflowManagerImp::Instance();
+}
+
 void WorkflowManagerImp::SetWorkflowSearchPaths(const QString& paths)
 {
     if (m_searchPaths == paths)
@@ -198,11 +203,11 @@ void WorkflowManagerImp::EmptyCatalogue()
     m_byId.clear();
     m_byName.clear();
     m_indexedKeys.clear();
-    m_indexGeneration = WorkflowImp::KeysGeneration();
+    m_indexStale = false;
     for (Workflow* workflow : workflows)
         m_pluginFolders.remove(workflow);
     // Every template remembers its introduction choice as it goes: one rewrite of the file.
-    WorkflowSettingsBatch batch;
+    WorkflowSettingsStore::Batch batch(m_settings);
     qDeleteAll(workflows);
     if (announce)
         emit CatalogueEmptied();
@@ -308,6 +313,7 @@ void WorkflowManagerImp::AddWorkflowRecords(const QString& path, const WorkflowF
     for (const WorkflowElementData& element : std::as_const(data.elements))
     {
         auto* workflow = new Workflow;
+        ImpOf(workflow)->SetCatalogue(this);
         ImpOf(workflow)->Fields().XlfFile = data.xlfFile;
         ReadWorkflow(element, path, catalog, *ImpOf(workflow));
         AddWorkflow(workflow);
@@ -326,6 +332,7 @@ void WorkflowManagerImp::ReadWorkflowDocument(const QString& path)
     do
     {
         auto* workflow = new Workflow;
+        ImpOf(workflow)->SetCatalogue(this);
         ImpOf(workflow)->Fields().XlfFile = xlfFile;
         filer.PushPosition();
         ReadWorkflow(filer, *ImpOf(workflow));
@@ -376,6 +383,7 @@ bool WorkflowManagerImp::AddWorkflow(Workflow* workflow)
 {
     if (!workflow || m_indexedKeys.contains(workflow))
         return false;
+    ImpOf(workflow)->SetCatalogue(this);
     const int index = static_cast<int>(m_catalogue.size());
     emit WorkflowAboutToBeInserted(index);
     m_catalogue.append(workflow);
@@ -412,16 +420,23 @@ void WorkflowManagerImp::IndexRemove(Workflow* workflow)
     m_indexedKeys.erase(found);
 }
 
+void WorkflowManagerImp::KeysChanged(const Workflow* workflow)
+{
+    // A record outside the catalogue (one being read, or a caller's own) is in no index.
+    if (m_indexedKeys.contains(workflow))
+        m_indexStale = true;
+}
+
 void WorkflowManagerImp::EnsureIndexFresh()
 {
-    if (m_indexGeneration == WorkflowImp::KeysGeneration())
+    if (!m_indexStale)
         return;
     m_byId.clear();
     m_byName.clear();
     m_indexedKeys.clear();
     for (Workflow* workflow : std::as_const(m_catalogue))
         IndexAppend(workflow);
-    m_indexGeneration = WorkflowImp::KeysGeneration();
+    m_indexStale = false;
 }
 
 Workflow* WorkflowManagerImp::FindWorkflow(const QString& id, const QString& sourceFile)

@@ -5,6 +5,8 @@
 
 #include "manager/ProductCatalog.h"
 #include "manager/WorkflowQuery.h"
+#include "workflow/WorkflowCatalogue.h"
+#include "workflow/WorkflowSettings.h"
 
 #include <QHash>
 #include <QList>
@@ -24,7 +26,7 @@ class XlfCatalog;
 class XmlFiler;
 struct WorkflowFileData;
 
-class WorkflowManagerImp : public QObject
+class WorkflowManagerImp : public QObject, public WorkflowCatalogue
 {
     Q_OBJECT
 public:
@@ -36,7 +38,7 @@ public:
 
     void SetWorkflowSearchPaths(const QString& paths);
     QString WorkflowSearchPaths() const { return m_searchPaths; }
-    QString UserWorkflowFolder() const { return m_userWorkflowFolder; }
+    QString UserWorkflowFolder() const override { return m_userWorkflowFolder; }
     void SetWorkflowPluginSearchPaths(const QString& paths);
     QString WorkflowPluginSearchPaths() const { return m_pluginSearchPaths; }
     void SetCurrentLocale(const QString& locale);
@@ -56,7 +58,7 @@ public:
     void LoadProducts();
     // Starts the host application on a temporary copy of the workflow; true only when it started.
     bool ExecuteWorkflow(Workflow* workflow, WorkflowLaunchPoint launchPoint);
-    const ProductCatalog& Products() const { return m_products; }
+    const ProductCatalog& Products() const override { return m_products; }
 
     // The catalogue.
     bool IsCatalogueLoaded() const { return m_catalogueLoaded; }
@@ -73,10 +75,14 @@ public:
     // For a record asking about another workflow (its template) from inside one of its members:
     // like FindWorkflow, but never starts the scan while the asker is a catalogue record, since
     // the scan would destroy the asker under its own feet.
-    Workflow* FindWorkflowFor(const Workflow* asker, const QString& id, const QString& sourceFile);
+    Workflow* FindWorkflowFor(const Workflow* asker, const QString& id, const QString& sourceFile) override;
     int IndexOfWorkflow(const Workflow* workflow) const;
     // Tells the observers that the catalogue's entry for that id and file changed.
-    void NotifyWorkflowChanged(const QString& id, const QString& sourceFile);
+    void NotifyWorkflowChanged(const QString& id, const QString& sourceFile) override;
+    // A catalogue record's id or name changed: the key index is rebuilt before its next use.
+    void KeysChanged(const Workflow* workflow) override;
+    // The user's per-workflow settings; one store per manager.
+    WorkflowSettingsStore& Settings() override { return m_settings; }
     // A snapshot of the catalogue without the workflows the filter text rejects, sorted by the
     // sort text.
     QList<Workflow*> QueryWorkflows(const QString& filter, const QString& sort);
@@ -92,7 +98,7 @@ public:
 
     // The translations of the XLIFF file named xlfFile for the current locale, found on the
     // workflow search paths and kept for the life of the manager; null when there is none.
-    XlfCatalog* TranslationCatalog(const QString& xlfFile);
+    XlfCatalog* TranslationCatalog(const QString& xlfFile) override;
 
     // Scans read each file as a whole document instead of streaming it: the slower reader the
     // streaming one is checked against.
@@ -122,6 +128,8 @@ private:
     void EnsureIndexFresh();
     Workflow* LookUpLoaded(const QString& id, const QString& sourceFile);
 
+    // Declared first so that it outlives every record, which writes to it as it goes.
+    WorkflowSettingsStore m_settings;
     QString m_searchPaths;
     QString m_userWorkflowFolder;
     QString m_pluginSearchPaths;
@@ -141,7 +149,7 @@ private:
 
     // Case-folded id and name to the catalogue's workflows of that key, in catalogue order, so
     // that lookups answer in constant time what the walk over the catalogue would answer.
-    // Renames anywhere are noticed through the records' key generation and rebuild the index.
+    // A record of the catalogue whose key changes says so (KeysChanged), and the index is rebuilt.
     struct IndexedKeys
     {
         QString id;
@@ -150,7 +158,7 @@ private:
     QHash<QString, QList<Workflow*>> m_byId;
     QHash<QString, QList<Workflow*>> m_byName;
     QHash<const Workflow*, IndexedKeys> m_indexedKeys;
-    quint64 m_indexGeneration = 0;
+    bool m_indexStale = false;
 };
 
 } // namespace Velmora::WorkflowCore

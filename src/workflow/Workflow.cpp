@@ -57,7 +57,7 @@ int Workflow::GetName(WideChar* buffer, int size)
 void Workflow::SetName(const WideChar* value)
 {
     if (AssignIfDifferent(m_imp->Fields().Name, value))
-        WorkflowImp::KeysChanged();
+        m_imp->KeysChanged();
 }
 
 int Workflow::GetDescription(WideChar* buffer, int size)

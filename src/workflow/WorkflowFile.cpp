@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include "workflow/WorkflowFile.h"
 
-#include "manager/WorkflowManagerImp.h"
 #include "util/FileUtil.h"
 #include "util/XmlFiler.h"
 #include "util/XmlStreamReading.h"
@@ -40,15 +39,15 @@ QDateTime EpochInLocalTime()
 
 } // namespace
 
-bool ReadShowIntroductionOnExecute(const QString& id)
+bool ReadShowIntroductionOnExecute(WorkflowSettingsStore& settings, const QString& id)
 {
-    const QString show = ReadWorkflowSetting(id, kShowIntroductionOnExecute);
+    const QString show = settings.Read(id, kShowIntroductionOnExecute);
     return show.isEmpty() || show.compare(QLatin1String("true"), Qt::CaseInsensitive) == 0;
 }
 
-void WriteShowIntroductionOnExecute(const QString& id, bool show)
+void WriteShowIntroductionOnExecute(WorkflowSettingsStore& settings, const QString& id, bool show)
 {
-    WriteWorkflowSetting(id, kShowIntroductionOnExecute, BoolText(show));
+    settings.Write(id, kShowIntroductionOnExecute, BoolText(show));
 }
 
 QString TranslateThroughFileCatalog(XmlFiler& filer, const CatalogLookup& catalogFor)
@@ -95,7 +94,7 @@ void ReadWorkflow(XmlFiler& filer, WorkflowImp& record)
     m.RequiredProducts = filer.GetAttribute(QStringLiteral("RequiredProducts"), QString());
     m.RequiredProductsDisplayText =
         filer.GetAttribute(QStringLiteral("RequiredProductsDisplayText"), QString());
-    WorkflowImp::KeysChanged();
+    record.KeysChanged();
     m.CreatedDate = filer.GetDateTimeAttribute(QStringLiteral("CreatedDate"), EpochInLocalTime());
     m.LastModifiedDate = filer.GetDateTimeAttribute(QStringLiteral("LastModifiedDate"), m.CreatedDate);
     m.TemplateImage = filer.GetAttribute(QStringLiteral("TemplateImage"), QString());
@@ -113,7 +112,8 @@ void ReadWorkflow(XmlFiler& filer, WorkflowImp& record)
 
     if (m.IsTemplate)
     {
-        m.ShowIntroductionOnExecute = ReadShowIntroductionOnExecute(m.Id);
+        m.ShowIntroductionOnExecute = record.WithSettings(
+            [&m](WorkflowSettingsStore& settings) { return ReadShowIntroductionOnExecute(settings, m.Id); });
     }
     m.IsModified = false;
 
@@ -170,7 +170,7 @@ void ReadWorkflow(const WorkflowElementData& element, const QString& fileName, X
     m.TargetProduct = text(AttrTargetProduct);
     m.RequiredProducts = text(AttrRequiredProducts);
     m.RequiredProductsDisplayText = text(AttrRequiredProductsDisplayText);
-    WorkflowImp::KeysChanged();
+    record.KeysChanged();
     m.CreatedDate = date(AttrCreatedDate, EpochInLocalTime());
     m.LastModifiedDate = date(AttrLastModifiedDate, m.CreatedDate);
     m.TemplateImage = text(AttrTemplateImage);
@@ -187,7 +187,8 @@ void ReadWorkflow(const WorkflowElementData& element, const QString& fileName, X
 
     if (m.IsTemplate)
     {
-        m.ShowIntroductionOnExecute = ReadShowIntroductionOnExecute(m.Id);
+        m.ShowIntroductionOnExecute = record.WithSettings(
+            [&m](WorkflowSettingsStore& settings) { return ReadShowIntroductionOnExecute(settings, m.Id); });
     }
     m.IsModified = false;
 
@@ -203,8 +204,8 @@ bool LoadWorkflow(WorkflowImp& record, const QString& file, const QString& id)
     const auto catalogFor = [&](const QString& xlfFile) {
         if (!catalogKnown && !xlfFile.isEmpty())
         {
-            if (WorkflowManagerImp* manager = WorkflowManagerImp::Instance())
-                catalog = manager->TranslationCatalog(xlfFile);
+            if (WorkflowCatalogue* catalogue = record.Catalogue())
+                catalog = catalogue->TranslationCatalog(xlfFile);
         }
         catalogKnown = true;
         return catalog;
@@ -241,9 +242,9 @@ bool LoadWorkflowFromDocument(WorkflowImp& record, const QString& file, const QS
     XmlFiler filer;
     if (!filer.Open(file))
         return false;
-    TranslateThroughFileCatalog(filer, [](const QString& xlfFile) {
-        WorkflowManagerImp* manager = WorkflowManagerImp::Instance();
-        return manager ? manager->TranslationCatalog(xlfFile) : nullptr;
+    TranslateThroughFileCatalog(filer, [&record](const QString& xlfFile) {
+        WorkflowCatalogue* catalogue = record.Catalogue();
+        return catalogue ? catalogue->TranslationCatalog(xlfFile) : nullptr;
     });
     if (!filer.GoToPath(kWorkflowElement))
         return false;

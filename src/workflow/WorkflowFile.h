@@ -9,6 +9,7 @@ namespace Velmora::WorkflowCore {
 
 class WorkflowImp;
 class XlfCatalog;
+class WorkflowSettingsStore;
 class XmlFiler;
 struct WorkflowElementData;
 
@@ -27,8 +28,8 @@ bool GoToWorkflowWithId(XmlFiler& filer, const QString& id);
 
 // The user's choice whether the template with that id shows its introduction each time it runs,
 // kept in the per-user settings: shown unless turned off.
-bool ReadShowIntroductionOnExecute(const QString& id);
-void WriteShowIntroductionOnExecute(const QString& id, bool show);
+bool ReadShowIntroductionOnExecute(WorkflowSettingsStore& settings, const QString& id);
+void WriteShowIntroductionOnExecute(WorkflowSettingsStore& settings, const QString& id, bool show);
 
 // Reads the record from the "Workflow" element the filer's cursor is on.
 void ReadWorkflow(XmlFiler& filer, WorkflowImp& record);

@@ -1,9 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "workflow/WorkflowImp.h"
-#include "util/FacadeAccess.h"
 
 #include "execution/Analytics.h"
-#include "manager/WorkflowManagerImp.h"
+#include "util/FacadeAccess.h"
 #include "util/FileUtil.h"
 #include "workflow/WorkflowFile.h"
 #include "workflow/WorkflowSettings.h"
@@ -58,11 +57,6 @@ QString CamelCaseId(const QString& name)
     return result;
 }
 
-WorkflowManagerImp* Manager()
-{
-    return WorkflowManagerImp::Instance();
-}
-
 } // namespace
 
 QString SafeFileName(const QString& name)
@@ -85,18 +79,15 @@ QString SafeFileName(const QString& name)
     return result;
 }
 
-namespace {
-quint64 s_keysGeneration = 1;
-}
-
-quint64 WorkflowImp::KeysGeneration()
-{
-    return s_keysGeneration;
-}
-
 void WorkflowImp::KeysChanged()
 {
-    ++s_keysGeneration;
+    if (WorkflowCatalogue* catalogue = Catalogue())
+        catalogue->KeysChanged(m_facade);
+}
+
+WorkflowCatalogue* WorkflowImp::Catalogue() const
+{
+    return m_catalogue ? m_catalogue : CurrentWorkflowCatalogue();
 }
 
 WorkflowImp::WorkflowImp(Workflow* facade) : m_facade(facade) {}
@@ -104,7 +95,9 @@ WorkflowImp::WorkflowImp(Workflow* facade) : m_facade(facade) {}
 WorkflowImp::~WorkflowImp()
 {
     if (m.IsTemplate)
-        WriteShowIntroductionOnExecute(m.Id, m.ShowIntroductionOnExecute);
+        WithSettings([this](WorkflowSettingsStore& settings) {
+            WriteShowIntroductionOnExecute(settings, m.Id, m.ShowIntroductionOnExecute);
+        });
 }
 
 bool WorkflowImp::IsReadOnly() const
@@ -215,7 +208,8 @@ bool WorkflowImp::Save(const QString& path)
         name = pathInfo.completeBaseName();
     const QString idPart = CamelCaseId(name);
 
-    QString folder = Manager() ? Manager()->UserWorkflowFolder() : QString();
+    WorkflowCatalogue* catalogue = Catalogue();
+    QString folder = catalogue ? catalogue->UserWorkflowFolder() : QString();
     // A new user's folders are made on the first save; only when that fails does the workflow
     // stay beside its source.
     if (folder.isEmpty() || !MakePrivateFolders(folder))
@@ -241,8 +235,8 @@ bool WorkflowImp::Save(const QString& path)
 
 Workflow* WorkflowImp::FindTemplate() const
 {
-    WorkflowManagerImp* manager = Manager();
-    return manager ? manager->FindWorkflowFor(m_facade, m.TemplateId, QString()) : nullptr;
+    WorkflowCatalogue* catalogue = Catalogue();
+    return catalogue ? catalogue->FindWorkflowFor(m_facade, m.TemplateId, QString()) : nullptr;
 }
 
 void WorkflowImp::Reset()
@@ -266,18 +260,18 @@ void WorkflowImp::CopyFrom(const WorkflowImp& other)
     m = other.m;
     m.IsModified = isModified;
     KeysChanged();
-    if (WorkflowManagerImp* manager = Manager())
-        manager->NotifyWorkflowChanged(m.Id, m.SourceFile);
+    if (WorkflowCatalogue* catalogue = Catalogue())
+        catalogue->NotifyWorkflowChanged(m.Id, m.SourceFile);
 }
 
 QString WorkflowImp::GetUISetting(const QString& key) const
 {
-    return ReadWorkflowSetting(m.Id, key);
+    return WithSettings([&](WorkflowSettingsStore& settings) { return settings.Read(m.Id, key); });
 }
 
 void WorkflowImp::SetUISetting(const QString& key, const QString& value)
 {
-    WriteWorkflowSetting(m.Id, key, value);
+    WithSettings([&](WorkflowSettingsStore& settings) { settings.Write(m.Id, key, value); });
 }
 
 bool WorkflowImp::HasCompleteTargetProduct() const

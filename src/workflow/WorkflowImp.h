@@ -3,6 +3,9 @@
 
 #include <VmWorkflowCore/Workflow.h>
 
+#include "workflow/WorkflowCatalogue.h"
+#include "workflow/WorkflowSettings.h"
+
 #include <QDateTime>
 #include <QMap>
 #include <QString>
@@ -84,19 +87,31 @@ public:
 
     QString ResolveImagePath(const QString& path) const;
 
-    // Every change of a record's Id or Name anywhere moves this count on, so that indexes of
-    // those keys know when to rebuild.
-    static quint64 KeysGeneration();
-    static void KeysChanged();
-
-    // The template this workflow was made from, from the manager's catalogue; null without one.
+    // Called by whatever changed the record's Id or Name: its catalogue's lookups follow.
+    void KeysChanged();
+    // The template this workflow was made from, from its catalogue; null without one.
     Workflow* FindTemplate() const;
+
+    // The catalogue that holds this record, told by the catalogue when it takes the record in;
+    // for a record no catalogue holds, the library's current one (null before Initialize).
+    WorkflowCatalogue* Catalogue() const;
+    void SetCatalogue(WorkflowCatalogue* catalogue) { m_catalogue = catalogue; }
+    // Calls use with the catalogue's settings store, or with a store of its own when the record
+    // has no catalogue, and returns what use returns.
+    template <typename Use> auto WithSettings(Use use) const
+    {
+        if (WorkflowCatalogue* catalogue = Catalogue())
+            return use(catalogue->Settings());
+        WorkflowSettingsStore own;
+        return use(own);
+    }
 
 private:
     void BuildImageTables();
     QMap<int, QString>& TableFor(int kind);
 
     Workflow* m_facade;
+    WorkflowCatalogue* m_catalogue = nullptr;
     WorkflowFields m;
 };
 

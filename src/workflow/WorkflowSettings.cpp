@@ -126,74 +126,6 @@ bool ReadPacked(const QString& file, PackedSettings& settings)
     return true;
 }
 
-// What the settings file held when it was last read. Valid while the file keeps the identity
-// it had then.
-struct ReadCache
-{
-    QString file;
-    Platform::FileIdentity identity;
-    PackedSettings settings;
-};
-ReadCache s_cache;
-
-bool LoadCache(const QString& file)
-{
-    const Platform::FileIdentity identity = Platform::IdentifyFile(file);
-    if (!identity.exists)
-        return false;
-    if (s_cache.file == file && s_cache.identity == identity)
-        return true;
-    s_cache = ReadCache();
-    if (!ReadPacked(file, s_cache.settings))
-        return false;
-    s_cache.file = file;
-    s_cache.identity = identity;
-    return true;
-}
-
-// The document that gathers the writes of the running batches.
-struct PendingWrites
-{
-    int depth = 0;
-    QString file;
-    std::unique_ptr<XmlFiler> filer;
-    bool blocked = false; // the file exists but cannot be read: nothing may be written
-    // The first element of each Id, so that a batch of thousands of writes stays linear.
-    QHash<QString, QDomElement> elements;
-};
-PendingWrites s_pending;
-
-void IndexPendingElements()
-{
-    XmlFiler& filer = *s_pending.filer;
-    filer.PushPosition();
-    if (filer.GoToPath(kWorkflowPath))
-    {
-        do
-        {
-            const QDomElement element = filer.GetCurrentElement();
-            const QString id = element.attribute(kId);
-            if (!s_pending.elements.contains(id))
-                s_pending.elements.insert(id, element);
-        } while (filer.GoToNextSibling());
-    }
-    filer.PopPosition();
-}
-
-void StorePending(const QString& workflowId, const QString& key, const QString& value)
-{
-    QDomElement element = s_pending.elements.value(workflowId);
-    if (element.isNull())
-    {
-        XmlFiler& filer = *s_pending.filer;
-        filer.GoToOrCreatePath(kWorkflowPath, true, true);
-        filer.SetAttribute(kId, workflowId);
-        element = filer.GetCurrentElement();
-        s_pending.elements.insert(workflowId, element);
-    }
-    element.setAttribute(key, value);
-}
-
 void Store(XmlFiler& filer, const QString& workflowId, const QString& key, const QString& value)
 {
     if (!GoToWorkflowElement(filer, workflowId))
@@ -228,23 +160,6 @@ QString WorkflowSettingsFile()
     return folder + QStringLiteral("/WorkflowSettings.xml");
 }
 
-QString ReadWorkflowSetting(const QString& workflowId, const QString& key)
-{
-    if (key.isEmpty())
-        return QString();
-    const QString file = WorkflowSettingsFile();
-    if (file.isEmpty())
-        return QString();
-    if (s_pending.depth > 0 && s_pending.filer && s_pending.file == file)
-    {
-        return s_pending.elements.value(workflowId).attribute(key);
-    }
-    if (!LoadCache(file))
-        return QString();
-    const auto found = s_cache.settings.constFind(workflowId);
-    return found == s_cache.settings.constEnd() ? QString() : Unpack(*found, key);
-}
-
 bool ReadWorkflowSettingsFile(const QString& file, QHash<QString, QHash<QString, QString>>& settings,
                               bool fromDocument)
 {
@@ -262,7 +177,95 @@ bool ReadWorkflowSettingsFile(const QString& file, QHash<QString, QHash<QString,
     return true;
 }
 
-void WriteWorkflowSetting(const QString& workflowId, const QString& key, const QString& value)
+// What the settings file held when it was last read. Valid while the file keeps the identity
+// it had then.
+struct WorkflowSettingsStore::ReadCache
+{
+    QString file;
+    Platform::FileIdentity identity;
+    PackedSettings settings;
+};
+
+// The document that gathers the writes of the running batches.
+struct WorkflowSettingsStore::PendingWrites
+{
+    int depth = 0;
+    QString file;
+    std::unique_ptr<XmlFiler> filer;
+    bool blocked = false; // the file exists but cannot be read: nothing may be written
+    // The first element of each Id, so that a batch of thousands of writes stays linear.
+    QHash<QString, QDomElement> elements;
+};
+
+WorkflowSettingsStore::WorkflowSettingsStore()
+    : m_cache(std::make_unique<ReadCache>()), m_pending(std::make_unique<PendingWrites>())
+{
+}
+
+WorkflowSettingsStore::~WorkflowSettingsStore() = default;
+
+bool WorkflowSettingsStore::LoadCache(const QString& file)
+{
+    const Platform::FileIdentity identity = Platform::IdentifyFile(file);
+    if (!identity.exists)
+        return false;
+    if (m_cache->file == file && m_cache->identity == identity)
+        return true;
+    *m_cache = ReadCache();
+    if (!ReadPacked(file, m_cache->settings))
+        return false;
+    m_cache->file = file;
+    m_cache->identity = identity;
+    return true;
+}
+
+void WorkflowSettingsStore::IndexPendingElements()
+{
+    XmlFiler& filer = *m_pending->filer;
+    filer.PushPosition();
+    if (filer.GoToPath(kWorkflowPath))
+    {
+        do
+        {
+            const QDomElement element = filer.GetCurrentElement();
+            const QString id = element.attribute(kId);
+            if (!m_pending->elements.contains(id))
+                m_pending->elements.insert(id, element);
+        } while (filer.GoToNextSibling());
+    }
+    filer.PopPosition();
+}
+
+void WorkflowSettingsStore::StorePending(const QString& workflowId, const QString& key, const QString& value)
+{
+    QDomElement element = m_pending->elements.value(workflowId);
+    if (element.isNull())
+    {
+        XmlFiler& filer = *m_pending->filer;
+        filer.GoToOrCreatePath(kWorkflowPath, true, true);
+        filer.SetAttribute(kId, workflowId);
+        element = filer.GetCurrentElement();
+        m_pending->elements.insert(workflowId, element);
+    }
+    element.setAttribute(key, value);
+}
+
+QString WorkflowSettingsStore::Read(const QString& workflowId, const QString& key)
+{
+    if (key.isEmpty())
+        return QString();
+    const QString file = WorkflowSettingsFile();
+    if (file.isEmpty())
+        return QString();
+    if (m_pending->depth > 0 && m_pending->filer && m_pending->file == file)
+        return m_pending->elements.value(workflowId).attribute(key);
+    if (!LoadCache(file))
+        return QString();
+    const auto found = m_cache->settings.constFind(workflowId);
+    return found == m_cache->settings.constEnd() ? QString() : Unpack(*found, key);
+}
+
+void WorkflowSettingsStore::Write(const QString& workflowId, const QString& key, const QString& value)
 {
     if (key.isEmpty())
         return;
@@ -270,19 +273,19 @@ void WriteWorkflowSetting(const QString& workflowId, const QString& key, const Q
     if (folder.isEmpty() || !MakePrivateFolders(folder))
         return;
     const QString file = WorkflowSettingsFile();
-    if (s_pending.depth > 0)
+    if (m_pending->depth > 0)
     {
-        if (!s_pending.filer || s_pending.file != file)
+        if (!m_pending->filer || m_pending->file != file)
         {
-            s_pending.file = file;
-            s_pending.filer = std::make_unique<XmlFiler>(false);
+            m_pending->file = file;
+            m_pending->filer = std::make_unique<XmlFiler>(false);
             // A file that is there but cannot be read is the user's data all the same.
-            s_pending.blocked = QFileInfo::exists(file) && !s_pending.filer->Open(file);
-            s_pending.elements.clear();
-            if (!s_pending.blocked)
+            m_pending->blocked = QFileInfo::exists(file) && !m_pending->filer->Open(file);
+            m_pending->elements.clear();
+            if (!m_pending->blocked)
                 IndexPendingElements();
         }
-        if (!s_pending.blocked)
+        if (!m_pending->blocked)
             StorePending(workflowId, key, value);
         return;
     }
@@ -294,18 +297,19 @@ void WriteWorkflowSetting(const QString& workflowId, const QString& key, const Q
     Commit(filer, file);
 }
 
-WorkflowSettingsBatch::WorkflowSettingsBatch()
+WorkflowSettingsStore::Batch::Batch(WorkflowSettingsStore& store) : m_store(store)
 {
-    ++s_pending.depth;
+    ++m_store.m_pending->depth;
 }
 
-WorkflowSettingsBatch::~WorkflowSettingsBatch()
+WorkflowSettingsStore::Batch::~Batch()
 {
-    if (--s_pending.depth > 0)
+    PendingWrites& pending = *m_store.m_pending;
+    if (--pending.depth > 0)
         return;
-    if (s_pending.filer && !s_pending.blocked)
-        Commit(*s_pending.filer, s_pending.file);
-    s_pending = PendingWrites();
+    if (pending.filer && !pending.blocked)
+        Commit(*pending.filer, pending.file);
+    pending = PendingWrites();
 }
 
 } // namespace Velmora::WorkflowCore

@@ -4,6 +4,8 @@
 #include <QHash>
 #include <QString>
 
+#include <memory>
+
 namespace Velmora::WorkflowCore {
 
 // The per-user settings of workflows, one element per workflow Id (exact case), one attribute
@@ -11,28 +13,54 @@ namespace Velmora::WorkflowCore {
 QString WorkflowSettingsFolder();
 QString WorkflowSettingsFile();
 
-// Empty when anything is missing.
-QString ReadWorkflowSetting(const QString& workflowId, const QString& key);
-// Creates the folder, the file and the workflow's element as needed; a damaged file is never
-// overwritten.
-void WriteWorkflowSetting(const QString& workflowId, const QString& key, const QString& value);
-
 // The settings file at file as reads see it: for each Id, the attributes of the first element
 // that carries it. False when the file cannot be read. fromDocument reads it as a whole document,
 // the slower way the streaming read is checked against.
 bool ReadWorkflowSettingsFile(const QString& file, QHash<QString, QHash<QString, QString>>& settings,
                               bool fromDocument = false);
 
-// While one lives, writes of settings gather in memory and reach the file once, when the last
-// batch ends: destroying a catalogue of thousands of templates rewrites the file once, not once
-// per template. The file ends up exactly as the single writes would have left it.
-class WorkflowSettingsBatch
+// The user's settings file as one owner sees it: what was last read (kept while the file keeps
+// its identity, so repeated reads cost a stat) and the writes of running batches. The manager
+// owns one; a record that belongs to no manager uses a short-lived one of its own. The folder
+// and file are looked up on every use, so a change of the user's data folder is followed.
+class WorkflowSettingsStore
 {
 public:
-    WorkflowSettingsBatch();
-    ~WorkflowSettingsBatch();
-    WorkflowSettingsBatch(const WorkflowSettingsBatch&) = delete;
-    WorkflowSettingsBatch& operator=(const WorkflowSettingsBatch&) = delete;
+    WorkflowSettingsStore();
+    ~WorkflowSettingsStore();
+    WorkflowSettingsStore(const WorkflowSettingsStore&) = delete;
+    WorkflowSettingsStore& operator=(const WorkflowSettingsStore&) = delete;
+
+    // Empty when anything is missing.
+    QString Read(const QString& workflowId, const QString& key);
+    // Creates the folder, the file and the workflow's element as needed; a damaged file is never
+    // overwritten.
+    void Write(const QString& workflowId, const QString& key, const QString& value);
+
+    // While one lives, writes gather in memory and reach the file once, when the last batch of
+    // the store ends: destroying a catalogue of thousands of templates rewrites the file once,
+    // not once per template. The file ends up exactly as the single writes would have left it.
+    class Batch
+    {
+    public:
+        explicit Batch(WorkflowSettingsStore& store);
+        ~Batch();
+        Batch(const Batch&) = delete;
+        Batch& operator=(const Batch&) = delete;
+
+    private:
+        WorkflowSettingsStore& m_store;
+    };
+
+private:
+    struct ReadCache;
+    struct PendingWrites;
+    bool LoadCache(const QString& file);
+    void IndexPendingElements();
+    void StorePending(const QString& workflowId, const QString& key, const QString& value);
+
+    std::unique_ptr<ReadCache> m_cache;
+    std::unique_ptr<PendingWrites> m_pending;
 };
 
 } // namespace Velmora::WorkflowCore

@@ -71,17 +71,23 @@ private slots:
     void leafIsAlwaysEvaluable()
     {
         bool value = true;
-        QVERIFY(ProductInstalledLeaf(QStringLiteral("b"), value));
+        QVERIFY(ProductInstalledLeaf(&ImpOf(WorkflowManager::GetInstance())->Products(), QStringLiteral("b"),
+                                     value));
         QVERIFY(!value);
-        QVERIFY(ProductInstalledLeaf(QStringLiteral("  a  "), value));
+        QVERIFY(ProductInstalledLeaf(&ImpOf(WorkflowManager::GetInstance())->Products(),
+                                     QStringLiteral("  a  "), value));
         QVERIFY(value);
-        QVERIFY(ProductInstalledLeaf(QStringLiteral("b,d"), value)); // a list: any installed
+        QVERIFY(ProductInstalledLeaf(&ImpOf(WorkflowManager::GetInstance())->Products(),
+                                     QStringLiteral("b,d"), value)); // a list: any installed
         QVERIFY(value);
-        QVERIFY(ProductInstalledLeaf(QStringLiteral("a:2017"), value));
+        QVERIFY(ProductInstalledLeaf(&ImpOf(WorkflowManager::GetInstance())->Products(),
+                                     QStringLiteral("a:2017"), value));
         QVERIFY(!value);
-        QVERIFY(ProductInstalledLeaf(QStringLiteral("a:2016"), value));
+        QVERIFY(ProductInstalledLeaf(&ImpOf(WorkflowManager::GetInstance())->Products(),
+                                     QStringLiteral("a:2016"), value));
         QVERIFY(value);
-        QVERIFY(ProductInstalledLeaf(QStringLiteral("unknown"), value));
+        QVERIFY(ProductInstalledLeaf(&ImpOf(WorkflowManager::GetInstance())->Products(),
+                                     QStringLiteral("unknown"), value));
         QVERIFY(!value);
     }
 

@@ -97,8 +97,9 @@ int Settings(unsigned long start)
 {
     for (unsigned long version = start;; ++version)
     {
-        WriteWorkflowSetting(QStringLiteral("Id_Crash"), QStringLiteral("Big"),
-                             QString::number(version) + QLatin1Char(':') + QString(60000, LetterOf(version)));
+        WorkflowSettingsStore().Write(QStringLiteral("Id_Crash"), QStringLiteral("Big"),
+                                      QString::number(version) + QLatin1Char(':') +
+                                          QString(60000, LetterOf(version)));
         Ready(version - start);
     }
 }

@@ -198,8 +198,9 @@ private slots:
                      qPrintable(Entries(folder).join(u' ')));
         }
         QTest::qWait(kStaleAfterMs);
-        WriteWorkflowSetting(QStringLiteral("Id_Crash"), QStringLiteral("After"), QStringLiteral("1"));
-        QCOMPARE(ReadWorkflowSetting(QStringLiteral("Id_Crash"), QStringLiteral("After")),
+        WorkflowSettingsStore().Write(QStringLiteral("Id_Crash"), QStringLiteral("After"),
+                                      QStringLiteral("1"));
+        QCOMPARE(WorkflowSettingsStore().Read(QStringLiteral("Id_Crash"), QStringLiteral("After")),
                  QStringLiteral("1"));
         QCOMPARE(Entries(folder), QStringList{QStringLiteral("WorkflowSettings.xml")});
         qInfo("165 kills while writing settings: %d temporary files seen beside the file after a kill",

@@ -131,9 +131,10 @@ private slots:
         QVERIFY(registry.Add(&workflow, int(::getpid()), int(::getpid())));
         QVERIFY(ApplicationManager::Initialize(QStringLiteral("Victim")));
         const QString endpoint = ApplicationManager::GetInstance()->GetEndpoint();
-        WriteWorkflowSetting(QStringLiteral("Id_Victim"), QStringLiteral("Secret"), QStringLiteral("kept"));
+        WorkflowSettingsStore().Write(QStringLiteral("Id_Victim"), QStringLiteral("Secret"),
+                                      QStringLiteral("kept"));
         const QString settings = WorkflowSettingsFile();
-        QCOMPARE(ReadWorkflowSetting(QStringLiteral("Id_Victim"), QStringLiteral("Secret")),
+        QCOMPARE(WorkflowSettingsStore().Read(QStringLiteral("Id_Victim"), QStringLiteral("Secret")),
                  QStringLiteral("kept"));
 
         // None of it went where the other user planted; all of it is in folders of ours alone.
@@ -157,7 +158,7 @@ private slots:
             QVERIFY2(line.startsWith("denied "), line.constData());
 
         // And ours is as it was.
-        QCOMPARE(ReadWorkflowSetting(QStringLiteral("Id_Victim"), QStringLiteral("Secret")),
+        QCOMPARE(WorkflowSettingsStore().Read(QStringLiteral("Id_Victim"), QStringLiteral("Secret")),
                  QStringLiteral("kept"));
         const QList<ExecutingWorkflowRecord> entries = registry.ReadAll();
         QCOMPARE(entries.size(), 1);

@@ -1001,7 +1001,7 @@ private slots:
                       QStringLiteral("Id"), QStringLiteral("p:q"), QStringLiteral("xmlns:p")})
                 {
                     const QString expected = readable ? reference.value(id).value(key) : QString();
-                    QCOMPARE(ReadWorkflowSetting(id, key), expected);
+                    QCOMPARE(WorkflowSettingsStore().Read(id, key), expected);
                     answered += expected.isEmpty() ? 0 : 1;
                 }
             }

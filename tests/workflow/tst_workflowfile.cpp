@@ -278,8 +278,8 @@ private slots:
 
     void templateReadsShowIntroductionFromUserSettings()
     {
-        WriteWorkflowSetting(QStringLiteral("Id_Quiet"), QStringLiteral("ShowIntroductionOnExecute"),
-                             QStringLiteral("FALSE"));
+        WorkflowSettingsStore().Write(QStringLiteral("Id_Quiet"), QStringLiteral("ShowIntroductionOnExecute"),
+                                      QStringLiteral("FALSE"));
         Workflow quiet;
         QVERIFY(LoadFrom(quiet, WorkflowDocument(WorkflowElement(R"(Id="Id_Quiet")"))));
         QVERIFY(!F(quiet).ShowIntroductionOnExecute);
@@ -292,8 +292,8 @@ private slots:
 
     void nonTemplateKeepsItsShowIntroduction()
     {
-        WriteWorkflowSetting(QStringLiteral("Id_User"), QStringLiteral("ShowIntroductionOnExecute"),
-                             QStringLiteral("True"));
+        WorkflowSettingsStore().Write(QStringLiteral("Id_User"), QStringLiteral("ShowIntroductionOnExecute"),
+                                      QStringLiteral("True"));
         Workflow user;
         F(user).ShowIntroductionOnExecute = false;
         QVERIFY(LoadFrom(user, WorkflowDocument(WorkflowElement(R"(Id="Id_User" IsTemplate="false")"))));

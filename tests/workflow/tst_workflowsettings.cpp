@@ -163,12 +163,15 @@ private slots:
             WorkflowSettingsFile(),
             "<?xm0l version=\"1.0\"?>\n<!-- by hand -->\n<WorkflowSettings><Workflows>"
             "<Workflow Id=\"W1\" ShowIntroductionOnExecute=\"False\"/></Workflows></WorkflowSettings>\n"));
-        QCOMPARE(ReadWorkflowSetting(QStringLiteral("W1"), QStringLiteral("ShowIntroductionOnExecute")),
-                 QStringLiteral("False"));
-        WriteWorkflowSetting(QStringLiteral("W2"), QStringLiteral("LastPage"), QStringLiteral("3"));
-        QCOMPARE(ReadWorkflowSetting(QStringLiteral("W2"), QStringLiteral("LastPage")), QStringLiteral("3"));
-        QCOMPARE(ReadWorkflowSetting(QStringLiteral("W1"), QStringLiteral("ShowIntroductionOnExecute")),
-                 QStringLiteral("False"));
+        QCOMPARE(
+            WorkflowSettingsStore().Read(QStringLiteral("W1"), QStringLiteral("ShowIntroductionOnExecute")),
+            QStringLiteral("False"));
+        WorkflowSettingsStore().Write(QStringLiteral("W2"), QStringLiteral("LastPage"), QStringLiteral("3"));
+        QCOMPARE(WorkflowSettingsStore().Read(QStringLiteral("W2"), QStringLiteral("LastPage")),
+                 QStringLiteral("3"));
+        QCOMPARE(
+            WorkflowSettingsStore().Read(QStringLiteral("W1"), QStringLiteral("ShowIntroductionOnExecute")),
+            QStringLiteral("False"));
         QVERIFY(!SettingsRoot().isNull());
     }
 
@@ -191,14 +194,16 @@ private slots:
             ImpOf(templ)->Fields().Id = QStringLiteral("Id_T");
             WorkflowPrivate::SetUIState(&templ, WorkflowUIState{false});
         }
-        QCOMPARE(ReadWorkflowSetting(QStringLiteral("Id_T"), QStringLiteral("ShowIntroductionOnExecute")),
-                 QStringLiteral("False"));
+        QCOMPARE(
+            WorkflowSettingsStore().Read(QStringLiteral("Id_T"), QStringLiteral("ShowIntroductionOnExecute")),
+            QStringLiteral("False"));
         {
             Workflow templ;
             ImpOf(templ)->Fields().Id = QStringLiteral("Id_T");
         }
-        QCOMPARE(ReadWorkflowSetting(QStringLiteral("Id_T"), QStringLiteral("ShowIntroductionOnExecute")),
-                 QStringLiteral("True"));
+        QCOMPARE(
+            WorkflowSettingsStore().Read(QStringLiteral("Id_T"), QStringLiteral("ShowIntroductionOnExecute")),
+            QStringLiteral("True"));
     }
 
     void nonTemplateNeverWritesShowIntroduction()
