@@ -8,6 +8,8 @@
 #include <OstrelAdapter/ApplicationMessage.h>
 #include <OstrelAdapter/ApplicationMessageHandler.h>
 
+#include "XdgSandbox.h"
+
 #include <QCoreApplication>
 #include <QDataStream>
 #include <QDir>
@@ -20,29 +22,27 @@
 
 namespace HubTest {
 
+// The private home every test shares (XdgSandbox.h), plus a folder named by the hub's own
+// variable for manifests found outside the data folders.
 class Environment
 {
 public:
     bool Setup()
     {
-        if (!m_root.isValid())
+        if (!m_sandbox.Setup())
             return false;
-        for (const char* sub : {"data", "datadirs", "runtime", "extra"})
-            QDir(m_root.path()).mkpath(QString::fromLatin1(sub));
-        qputenv("XDG_DATA_HOME", QFile::encodeName(Path(QStringLiteral("data"))));
-        qputenv("XDG_DATA_DIRS", QFile::encodeName(Path(QStringLiteral("datadirs"))));
-        qputenv("XDG_RUNTIME_DIR", QFile::encodeName(Path(QStringLiteral("runtime"))));
-        qputenv("VELMORA_APPLICATIONS_PATH", QFile::encodeName(Path(QStringLiteral("extra"))));
-        return QFile::setPermissions(Path(QStringLiteral("runtime")),
-                                     QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
+        QDir(Root()).mkpath(QStringLiteral("extra"));
+        qputenv("VELMORA_APPLICATIONS_PATH", QFile::encodeName(ExtraFolder()));
+        return true;
     }
-    QString Path(const QString& sub) const { return m_root.path() + QLatin1Char('/') + sub; }
+    QString Root() const { return m_sandbox.Root(); }
+    QString Path(const QString& sub) const { return Root() + QLatin1Char('/') + sub; }
     QString ExtraFolder() const { return Path(QStringLiteral("extra")); }
-    QString DataDirsFolder() const { return Path(QStringLiteral("datadirs/Velmora/Applications")); }
-    QString DataHomeFolder() const { return Path(QStringLiteral("data/Velmora/Applications")); }
+    QString DataDirsFolder() const { return m_sandbox.DataDirs() + QStringLiteral("/Velmora/Applications"); }
+    QString DataHomeFolder() const { return m_sandbox.DataHome() + QStringLiteral("/Velmora/Applications"); }
 
 private:
-    QTemporaryDir m_root;
+    TestSupport::XdgSandbox m_sandbox;
 };
 
 inline bool WriteManifest(const QString& path, const QByteArray& content)

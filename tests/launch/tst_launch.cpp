@@ -133,7 +133,6 @@ void LaunchTest::initTestCase()
 {
     QVERIFY(m_environment.Setup());
     QVERIFY(m_workflows.isValid());
-    QStandardPaths::setTestModeEnabled(true);
     const QByteArray workflows = VmWorkflowTest::WorkflowDocument(
         VmWorkflowTest::WorkflowElement(R"(Id="Id_Plain" Name="Plain launch")") +
         VmWorkflowTest::WorkflowElement(R"(Id="Id_Other" Name="Other launch")") +

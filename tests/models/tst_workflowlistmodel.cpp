@@ -66,7 +66,6 @@ private:
 private slots:
     void initTestCase()
     {
-        QStandardPaths::setTestModeEnabled(true);
         QVERIFY(m_env.Setup());
         QVERIFY(WriteProductsAndManifests(m_env));
     }

@@ -77,7 +77,6 @@ private:
 private slots:
     void initTestCase()
     {
-        QStandardPaths::setTestModeEnabled(true);
         QVERIFY(m_env.Setup());
         QVERIFY(WriteProductsAndManifests(m_env));
     }

@@ -120,7 +120,6 @@ private:
 void tst_HostFailures::initTestCase()
 {
     QVERIFY(m_environment.Setup());
-    QStandardPaths::setTestModeEnabled(true);
     QVERIFY(m_workflows.isValid());
     QVERIFY(WriteFile(m_workflows.path() + QStringLiteral("/sample.workflow"),
                       VmWorkflowTest::WorkflowDocument(VmWorkflowTest::WorkflowElement(

@@ -13,10 +13,10 @@
 #include <OstrelAdapter/ApplicationManager.h>
 
 #include "FileFixtures.h"
+#include "XdgSandbox.h"
 
 #include <QProcess>
 #include <QStandardPaths>
-#include <QTemporaryDir>
 #include <QtTest>
 
 #include <sys/stat.h>
@@ -56,7 +56,8 @@ class tst_Isolation : public QObject
 private:
     QString m_user;
     bool m_createdUser = false;
-    QTemporaryDir m_root{QStringLiteral("/tmp/vmwf-isolation-XXXXXX")};
+    // Under /tmp, where the other user can reach what is opened to it.
+    TestSupport::XdgSandbox m_sandbox{QStringLiteral("/tmp/vmwf-isolation-XXXXXX")};
 
 private slots:
     void initTestCase()
@@ -65,7 +66,7 @@ private slots:
             QSKIP("needs root: it makes and uses a second user");
         if (QStandardPaths::findExecutable(QStringLiteral("runuser")).isEmpty())
             QSKIP("runuser is not installed");
-        QVERIFY(m_root.isValid());
+        QVERIFY(m_sandbox.Setup());
         m_user = QStringLiteral("vmwf-test");
         if (!Run({QStringLiteral("-u"), m_user, QStringLiteral("--"), QStringLiteral("true")}))
         {
@@ -96,19 +97,15 @@ private slots:
 
     void secondUserReachesNothingOfOurs()
     {
-        const QString root = m_root.path();
+        const QString root = m_sandbox.Root();
         const QString shared = root + QStringLiteral("/shared");
-        const QString data = root + QStringLiteral("/data");
-        QVERIFY(QDir().mkpath(shared) && QDir().mkpath(data) &&
-                QDir().mkpath(root + QStringLiteral("/home")));
+        const QString data = m_sandbox.DataHome();
+        QVERIFY(QDir().mkpath(shared));
         // Everything is open to look at; the shared folder is open to all, like the temporary one.
         QVERIFY(::chmod(QFile::encodeName(root).constData(), 0755) == 0);
         QVERIFY(::chmod(QFile::encodeName(shared).constData(), 01777) == 0);
         QVERIFY(::chmod(QFile::encodeName(data).constData(), 0755) == 0);
-        qputenv("HOME", QFile::encodeName(root + QStringLiteral("/home")));
-        qputenv("XDG_DATA_HOME", QFile::encodeName(data));
-        qputenv("XDG_CONFIG_DIRS", QFile::encodeName(root + QStringLiteral("/configdirs")));
-        qputenv("XDG_DATA_DIRS", QFile::encodeName(root + QStringLiteral("/datadirs")));
+        // Unlike a session's runtime folder, this one is open to all, as the temporary one is.
         qputenv("XDG_RUNTIME_DIR", QFile::encodeName(shared));
         qputenv("TMPDIR", QFile::encodeName(shared));
         qunsetenv("VELMORA_PRIVATE_RUNTIME_DIR");

@@ -189,11 +189,11 @@ private slots:
 
     void missingApplicationDataFolderIsCreated()
     {
-        const QByteArray saved = qgetenv("XDG_DATA_HOME");
-        const QString fresh = m_env.Root() + QStringLiteral("/fresh/data");
-        qputenv("XDG_DATA_HOME", QFile::encodeName(fresh));
+        QVERIFY(m_env.MoveHome(m_env.Root() + QStringLiteral("/fresh")));
+        const QString fresh = m_env.DataHome();
+        QVERIFY(!QFileInfo::exists(fresh));
         const QString folder = ApplicationDataFolder();
-        qputenv("XDG_DATA_HOME", saved);
+        QVERIFY(m_env.MoveHome(m_env.StartHome()));
         QCOMPARE(folder, fresh);
         QVERIFY(QFileInfo(fresh).isDir());
     }

@@ -109,10 +109,9 @@ private slots:
         const QString userFolder = Imp()->UserWorkflowFolder();
         QVERIFY(Uninitialize());
         QVERIFY(WriteFile(Path(QStringLiteral("blocked")), "a file, not a folder"));
-        const QByteArray saved = qgetenv("XDG_DATA_HOME");
-        qputenv("XDG_DATA_HOME", QFile::encodeName(Path(QStringLiteral("blocked/data"))));
+        QVERIFY(m_env.MoveHome(Path(QStringLiteral("blocked"))));
         QVERIFY(WorkflowManager::Initialize());
-        qputenv("XDG_DATA_HOME", saved);
+        QVERIFY(m_env.MoveHome(m_env.StartHome()));
         QVERIFY(Imp()->UserWorkflowFolder().isEmpty());
         Imp()->EnsureCatalogueLoaded();
         for (int member = 0; member < 3; ++member)

@@ -62,8 +62,8 @@ private slots:
     void initTestCase() { QVERIFY(m_env.Setup()); }
     void init()
     {
+        QVERIFY(m_env.MoveHome(m_env.StartHome()));
         QDir(m_env.DataHome() + QStringLiteral("/Velmora")).removeRecursively();
-        qputenv("XDG_DATA_HOME", QFile::encodeName(m_env.DataHome()));
     }
 
     void settingsFileIsUnderApplicationData()
@@ -234,11 +234,11 @@ private slots:
         // A data folder that cannot be created stands for a platform that gives none.
         const QString blocker = m_env.Root() + QStringLiteral("/not-a-folder");
         QVERIFY(WriteFile(blocker, "x"));
-        qputenv("XDG_DATA_HOME", QFile::encodeName(blocker + QStringLiteral("/data")));
+        QVERIFY(m_env.MoveHome(blocker));
         auto workflow = UserWorkflow(QStringLiteral("Id_X"));
         workflow->SetUISetting(Wide(QStringLiteral("K")), Wide(QStringLiteral("v")));
         QCOMPARE(SettingOf(*workflow, QStringLiteral("K")), QString());
-        qputenv("XDG_DATA_HOME", QFile::encodeName(m_env.DataHome()));
+        QVERIFY(m_env.MoveHome(m_env.StartHome()));
     }
 
     void choicesPersistBetweenTwoRunsOfAProgram()
