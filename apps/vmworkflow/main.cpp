@@ -178,6 +178,19 @@ void PrintJson(const QJsonDocument& document)
     Out() << QString::fromUtf8(document.toJson(QJsonDocument::Indented));
 }
 
+// Prints rows as one JSON array, or one line per row as printLine writes it; true for the lines.
+template <typename PrintLine> bool PrintRows(const QJsonArray& rows, bool json, PrintLine printLine)
+{
+    if (json)
+    {
+        PrintJson(QJsonDocument(rows));
+        return false;
+    }
+    for (const QJsonValue& value : rows)
+        printLine(value.toObject());
+    return true;
+}
+
 // Texts come from files anyone may write: in the line-based output a control character (a line
 // break, an escape sequence) is shown as an escape, so that no text can forge lines of its own.
 QString Printable(const QString& text)
@@ -214,20 +227,14 @@ int List(WorkflowManager* manager, const QString& filter, const QString& sort, b
         row.insert(QStringLiteral("isExecutable"), RunsHere(it->GetCurrent()));
         rows.append(row);
     }
-    if (json)
-    {
-        PrintJson(QJsonDocument(rows));
-        return Success;
-    }
-    for (const QJsonValue& value : std::as_const(rows))
-    {
-        const QJsonObject row = value.toObject();
-        Out() << (row.value(QStringLiteral("isTemplate")).toBool() ? "template  " : "workflow  ")
-              << (row.value(QStringLiteral("isExecutable")).toBool() ? "runs here      " : "cannot run here")
-              << "  " << Printable(row.value(QStringLiteral("id")).toString()) << "  "
-              << Printable(row.value(QStringLiteral("name")).toString()) << '\n';
-    }
-    Out() << rows.size() << (rows.size() == 1 ? " workflow\n" : " workflows\n");
+    if (PrintRows(rows, json, [](const QJsonObject& row) {
+            Out() << (row.value(QStringLiteral("isTemplate")).toBool() ? "template  " : "workflow  ")
+                  << (row.value(QStringLiteral("isExecutable")).toBool() ? "runs here      "
+                                                                         : "cannot run here")
+                  << "  " << Printable(row.value(QStringLiteral("id")).toString()) << "  "
+                  << Printable(row.value(QStringLiteral("name")).toString()) << '\n';
+        }))
+        Out() << rows.size() << (rows.size() == 1 ? " workflow\n" : " workflows\n");
     return Success;
 }
 
@@ -301,14 +308,7 @@ int Products(WorkflowManager* manager, const QString& ids, bool json)
         row.insert(QStringLiteral("infoIds"), installed);
         rows.append(row);
     }
-    if (json)
-    {
-        PrintJson(QJsonDocument(rows));
-        return Success;
-    }
-    for (const QJsonValue& value : std::as_const(rows))
-    {
-        const QJsonObject row = value.toObject();
+    PrintRows(rows, json, [](const QJsonObject& row) {
         const QString name = row.value(QStringLiteral("name")).toString();
         Out() << row.value(QStringLiteral("id")).toString() << "  "
               << (name.isEmpty() ? QStringLiteral("(unknown product)") : name) << "  hub name "
@@ -318,7 +318,7 @@ int Products(WorkflowManager* manager, const QString& ids, bool json)
                       : row.value(QStringLiteral("version")).toString())
               << "  " << (row.value(QStringLiteral("installed")).toBool() ? "installed" : "not installed")
               << '\n';
-    }
+    });
     return Success;
 }
 
