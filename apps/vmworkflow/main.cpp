@@ -178,17 +178,16 @@ void PrintJson(const QJsonDocument& document)
     Out() << QString::fromUtf8(document.toJson(QJsonDocument::Indented));
 }
 
-// Prints rows as one JSON array, or one line per row as printLine writes it; true for the lines.
-template <typename PrintLine> bool PrintRows(const QJsonArray& rows, bool json, PrintLine printLine)
+// Prints rows as one JSON array, or one line per row as printLine writes it.
+template <typename PrintLine> void PrintRows(const QJsonArray& rows, bool json, PrintLine printLine)
 {
     if (json)
     {
         PrintJson(QJsonDocument(rows));
-        return false;
+        return;
     }
     for (const QJsonValue& value : rows)
         printLine(value.toObject());
-    return true;
 }
 
 // Texts come from files anyone may write: in the line-based output a control character (a line
@@ -227,13 +226,13 @@ int List(WorkflowManager* manager, const QString& filter, const QString& sort, b
         row.insert(QStringLiteral("isExecutable"), RunsHere(it->GetCurrent()));
         rows.append(row);
     }
-    if (PrintRows(rows, json, [](const QJsonObject& row) {
-            Out() << (row.value(QStringLiteral("isTemplate")).toBool() ? "template  " : "workflow  ")
-                  << (row.value(QStringLiteral("isExecutable")).toBool() ? "runs here      "
-                                                                         : "cannot run here")
-                  << "  " << Printable(row.value(QStringLiteral("id")).toString()) << "  "
-                  << Printable(row.value(QStringLiteral("name")).toString()) << '\n';
-        }))
+    PrintRows(rows, json, [](const QJsonObject& row) {
+        Out() << (row.value(QStringLiteral("isTemplate")).toBool() ? "template  " : "workflow  ")
+              << (row.value(QStringLiteral("isExecutable")).toBool() ? "runs here      " : "cannot run here")
+              << "  " << Printable(row.value(QStringLiteral("id")).toString()) << "  "
+              << Printable(row.value(QStringLiteral("name")).toString()) << '\n';
+    });
+    if (!json)
         Out() << rows.size() << (rows.size() == 1 ? " workflow\n" : " workflows\n");
     return Success;
 }

@@ -90,12 +90,7 @@ bool WorkflowListProxyModel::filterAcceptsRow(int sourceRow, const QModelIndex& 
     const QString currentProduct = CurrentProductId(context);
     if (m_filters.isEmpty())
         return manager->PassesFilterEntry(workflow, QStringLiteral("PrimaryProduct"), currentProduct);
-    for (auto it = m_filters.cbegin(); it != m_filters.cend(); ++it)
-    {
-        if (!manager->PassesFilterEntry(workflow, it.key(), it.value()))
-            return false;
-    }
-    return true;
+    return manager->PassesFilter(workflow, m_filters);
 }
 
 bool WorkflowListProxyModel::lessThan(const QModelIndex& left, const QModelIndex& right) const
