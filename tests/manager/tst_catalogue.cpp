@@ -419,6 +419,27 @@ private slots:
                  QStringLiteral("New name (1)"));
     }
 
+    void workflowRenamedOutsideTheCatalogueIsFoundByItsNameOnceAdded()
+    {
+        Write(QStringLiteral("t.workflow"), WorkflowElement(R"(Id="Tpl" Name="Kept")"));
+        SetSearchPaths(m_dir->path());
+        QVERIFY(WorkflowPrivate::FindWorkflow(QStringLiteral("kept")));
+        auto* own = new Workflow;
+        ImpOf(own)->Fields().Id = QStringLiteral("Own");
+        own->SetName(Wide(QStringLiteral("First")));
+        // Renamed while the catalogue does not hold it: the catalogue's lookups are untouched.
+        own->SetName(Wide(QStringLiteral("Second")));
+        QVERIFY(!WorkflowPrivate::FindWorkflow(QStringLiteral("second")));
+        QVERIFY(WorkflowPrivate::FindWorkflow(QStringLiteral("kept")));
+        WorkflowPrivate::AddWorkflow(own);
+        QCOMPARE(WorkflowPrivate::FindWorkflow(QStringLiteral("second")), own);
+        QVERIFY(!WorkflowPrivate::FindWorkflow(QStringLiteral("first")));
+        // Once held, a rename reaches the catalogue's index from the record itself.
+        own->SetName(Wide(QStringLiteral("Third")));
+        QCOMPARE(WorkflowPrivate::FindWorkflow(QStringLiteral("third")), own);
+        QVERIFY(!WorkflowPrivate::FindWorkflow(QStringLiteral("second")));
+    }
+
     void modifiedInPluginAlwaysTrue()
     {
         QVERIFY(Manager()->WorkflowModifiedInPlugin(Wide(QStringLiteral("Any")),
