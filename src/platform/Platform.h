@@ -64,6 +64,23 @@ struct FileIdentity
 };
 FileIdentity IdentifyFile(const QString& path);
 
+// One entry of a folder as a listing sees it: its name and the identity of what it leads to
+// (a link is followed). regularFile is false for folders, devices, pipes and broken links.
+struct ListedFile
+{
+    QString name;
+    FileIdentity identity;
+    bool regularFile = false;
+    bool hidden = false;
+};
+// Every entry of the folder but "." and "..", in the order the system gives them, each with its
+// identity from one status call; empty when the folder cannot be read. A catalogue of thousands
+// of files is listed at the cost of the system calls alone.
+QList<ListedFile> ListFolder(const QString& folder);
+
+// The user's folder for data that may be thrown away and made again; empty when there is none.
+QString CacheFolder();
+
 // A per-user folder for runtime objects (sockets, segments), private to the user (mode 0700).
 // Empty when none can be had.
 QString RuntimeFolder();

@@ -11,6 +11,7 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <dirent.h>
 #include <dlfcn.h>
 #include <fcntl.h>
 #include <limits>
@@ -109,18 +110,61 @@ qint64 CurrentProcessId()
     return static_cast<qint64>(::getpid());
 }
 
-FileIdentity IdentifyFile(const QString& path)
+namespace {
+
+FileIdentity IdentityOf(const struct stat& info)
 {
     FileIdentity identity;
-    struct stat info;
-    if (::stat(QFile::encodeName(path).constData(), &info) != 0)
-        return identity;
     identity.exists = true;
     identity.device = static_cast<quint64>(info.st_dev);
     identity.inode = static_cast<quint64>(info.st_ino);
     identity.size = static_cast<qint64>(info.st_size);
     identity.modifiedNs = static_cast<qint64>(info.st_mtim.tv_sec) * 1000000000LL + info.st_mtim.tv_nsec;
     return identity;
+}
+
+} // namespace
+
+FileIdentity IdentifyFile(const QString& path)
+{
+    struct stat info;
+    if (::stat(QFile::encodeName(path).constData(), &info) != 0)
+        return FileIdentity();
+    return IdentityOf(info);
+}
+
+QList<ListedFile> ListFolder(const QString& folder)
+{
+    QList<ListedFile> listed;
+    DIR* dir = ::opendir(QFile::encodeName(folder).constData());
+    if (!dir)
+        return listed;
+    const int dirFd = ::dirfd(dir);
+    while (const dirent* entry = ::readdir(dir))
+    {
+        const char* name = entry->d_name;
+        if (name[0] == '.' && (name[1] == '\0' || (name[1] == '.' && name[2] == '\0')))
+            continue;
+        ListedFile file;
+        file.name = QFile::decodeName(name);
+        file.hidden = name[0] == '.';
+        struct stat info;
+        // Followed like any open would follow it; a broken link has no identity.
+        if (::fstatat(dirFd, name, &info, 0) == 0)
+        {
+            file.identity = IdentityOf(info);
+            file.regularFile = S_ISREG(info.st_mode);
+        }
+        listed.append(std::move(file));
+    }
+    ::closedir(dir);
+    return listed;
+}
+
+QString CacheFolder()
+{
+    const QString folder = QStandardPaths::writableLocation(QStandardPaths::GenericCacheLocation);
+    return folder.isEmpty() ? QString() : QDir::cleanPath(folder);
 }
 
 QString RuntimeFolder()

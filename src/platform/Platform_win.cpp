@@ -65,6 +65,32 @@ FileIdentity IdentifyFile(const QString& path)
     return identity;
 }
 
+QList<ListedFile> ListFolder(const QString& folder)
+{
+    QList<ListedFile> listed;
+    const QDir dir(folder);
+    if (!dir.exists())
+        return listed;
+    const QFileInfoList entries = dir.entryInfoList(
+        QDir::AllEntries | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot, QDir::Unsorted);
+    for (const QFileInfo& entry : entries)
+    {
+        ListedFile file;
+        file.name = entry.fileName();
+        file.hidden = entry.isHidden();
+        file.regularFile = entry.isFile();
+        file.identity = IdentifyFile(entry.absoluteFilePath());
+        listed.append(std::move(file));
+    }
+    return listed;
+}
+
+QString CacheFolder()
+{
+    const QString folder = QStandardPaths::writableLocation(QStandardPaths::GenericCacheLocation);
+    return folder.isEmpty() ? QString() : QDir::cleanPath(folder);
+}
+
 QString RuntimeFolder()
 {
     // Named objects on this platform are private to the session already; a per-user folder
