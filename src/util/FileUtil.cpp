@@ -134,7 +134,41 @@ QDateTime DateFromUtcText(const QString& text)
         value = QDateTime::fromString(trimmed + QLatin1Char('Z'), Qt::ISODate);
     else if (value.isValid())
         value = QDateTime(value.date(), value.time(), QTimeZone::utc());
-    return value.isValid() ? value.toLocalTime() : QDateTime();
+    return value.isValid() ? ToLocalTime(value) : QDateTime();
+}
+
+namespace {
+
+thread_local LocalTimeConversions* t_conversions = nullptr;
+// Enough for the distinct dates of a large catalogue; past it the table starts afresh.
+constexpr qsizetype kMostKnownConversions = 65536;
+
+} // namespace
+
+LocalTimeConversions::LocalTimeConversions() : m_outer(t_conversions)
+{
+    t_conversions = this;
+}
+
+LocalTimeConversions::~LocalTimeConversions()
+{
+    t_conversions = m_outer;
+}
+
+QDateTime ToLocalTime(const QDateTime& date)
+{
+    if (!t_conversions || !date.isValid())
+        return date.toLocalTime();
+    const qint64 instant = date.toMSecsSinceEpoch();
+    QHash<qint64, QDateTime>& known = t_conversions->m_known;
+    const auto found = known.constFind(instant);
+    if (found != known.constEnd())
+        return *found;
+    if (known.size() >= kMostKnownConversions)
+        known.clear();
+    const QDateTime local = date.toLocalTime();
+    known.insert(instant, local);
+    return local;
 }
 
 QString UtcTextFromDate(const QDateTime& date)

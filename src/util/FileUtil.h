@@ -3,6 +3,7 @@
 
 #include <QDateTime>
 #include <QDir>
+#include <QHash>
 #include <QString>
 #include <QStringList>
 
@@ -43,6 +44,25 @@ QString DigestText(const QString& text);
 // time; an empty or malformed text gives a null date-time. A text that carries a zone is taken
 // as the UTC time its digits spell.
 QDateTime DateFromUtcText(const QString& text);
+
+// The local time of a date-time. Each conversion asks the system whether its time zone changed,
+// which costs file-system calls; while a LocalTimeConversions lives on the calling thread, the
+// conversions made there are kept and a date seen again costs a table lookup. A scan of a
+// catalogue holds one: within one scan the zone is taken as fixed.
+QDateTime ToLocalTime(const QDateTime& date);
+class LocalTimeConversions
+{
+public:
+    LocalTimeConversions();
+    ~LocalTimeConversions();
+    LocalTimeConversions(const LocalTimeConversions&) = delete;
+    LocalTimeConversions& operator=(const LocalTimeConversions&) = delete;
+
+private:
+    friend QDateTime ToLocalTime(const QDateTime& date);
+    QHash<qint64, QDateTime> m_known;
+    LocalTimeConversions* m_outer;
+};
 // The text of a date for a file: UTC, ISO 8601 without a zone; a local time is converted, a value
 // in UTC or with an offset is written as it stands; a null date-time gives an empty text.
 QString UtcTextFromDate(const QDateTime& date);

@@ -34,7 +34,7 @@ QString ImageListText(const QMap<int, QString>& table, const QString& asRead)
 
 QDateTime EpochInLocalTime()
 {
-    return QDateTime(QDate(1970, 1, 1), QTime(0, 0, 0), Qt::UTC).toLocalTime();
+    return ToLocalTime(QDateTime(QDate(1970, 1, 1), QTime(0, 0, 0), Qt::UTC));
 }
 
 } // namespace
