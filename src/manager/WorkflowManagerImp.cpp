@@ -3,6 +3,7 @@
 
 #include "execution/ExecutingRegistry.h"
 #include "execution/Plugin.h"
+#include "manager/CatalogueIndex.h"
 #include "manager/Constants.h"
 #include "manager/ProductRules.h"
 #include "manager/WorkflowQuery.h"
@@ -19,12 +20,14 @@
 
 #include <OstrelAdapter/ApplicationManager.h>
 
+#include <QDateTime>
 #include <QDir>
 #include <QFileInfo>
 #include <QSettings>
 #include <QThread>
 #include <QThreadPool>
 
+#include <algorithm>
 #include <future>
 #include <memory>
 #include <vector>
@@ -226,41 +229,95 @@ void WorkflowManagerImp::ScanCatalogue()
     QStringList folders = SplitSearchPaths(m_searchPaths);
     if (!m_userWorkflowFolder.isEmpty())
         folders.append(m_userWorkflowFolder);
+
+    // Taken before anything is listed: a file changed after this moment is never trusted from
+    // the index this scan writes.
+    const qint64 scanStartedNs = QDateTime::currentMSecsSinceEpoch() * 1000000LL;
+    // One scan is one moment: the dates of its files are read in one time zone.
+    const LocalTimeConversions conversions;
+    CatalogueIndex index(m_scanReadsDocuments || !m_useScanIndex
+                             ? QString()
+                             : CatalogueIndex::FileFor(folders, m_currentLocale),
+                         CatalogueIndex::KeyFor(folders, m_currentLocale));
+    index.Load();
+    m_lastScanFilesRead = 0;
     for (const QString& folder : std::as_const(folders))
-    {
-        if (!QFileInfo(folder).isDir())
-            continue;
-        QStringList files = FindFiles(folder, QStringLiteral("*.workflow"), QDir::Files, QDir::Name, false);
-        for (QString& file : files)
-            file = QFileInfo(file).absoluteFilePath();
-        ReadWorkflowFiles(files);
-    }
+        ReadWorkflowFiles(ListWorkflowFiles(folder), index);
+    index.Save(scanStartedNs);
+
     m_catalogueLoaded = true;
     RemoveOrphans();
     InheritTemplateProducts();
 }
 
-void WorkflowManagerImp::ReadWorkflowFile(const QString& path)
+QList<WorkflowManagerImp::FoundFile> WorkflowManagerImp::ListWorkflowFiles(const QString& folder)
 {
-    if (m_scanReadsDocuments)
+    QList<FoundFile> found;
+    const QString base = QDir::cleanPath(QDir(folder).absolutePath());
+    const QString prefix = base.endsWith(QLatin1Char('/')) ? base : base + QLatin1Char('/');
+    // Regular files and links to them, not hidden, named "*.workflow" in any case, in the
+    // order of their names: what a listing of the folder for that pattern gives.
+    const QLatin1String suffix(".workflow");
+    for (Platform::ListedFile& file : Platform::ListFolder(folder))
     {
-        ReadWorkflowDocument(path);
-        return;
+        if (!file.regularFile || file.hidden || !file.name.endsWith(suffix, Qt::CaseInsensitive))
+            continue;
+        found.append({std::move(file.name), file.identity});
     }
-    // The file is parsed whole before any record is made: a damaged file contributes nothing.
-    WorkflowFileData data;
-    if (ReadWorkflowFileData(path, QString(), data) == StreamReadResult::Read)
-        AddWorkflowRecords(path, data);
+    std::sort(found.begin(), found.end(),
+              [](const FoundFile& a, const FoundFile& b) { return a.path < b.path; });
+    for (FoundFile& file : found)
+        file.path.prepend(prefix);
+    return found;
 }
 
-void WorkflowManagerImp::ReadWorkflowFiles(const QStringList& paths)
+namespace {
+
+// The bytes of one file turned into plain data; on any thread.
+ScannedFilePtr ScanFile(const QString& path)
 {
-    // A few files are read at once on this thread; a pool would only add its start-up.
-    const qsizetype count = paths.size();
-    if (m_scanReadsDocuments || count < kParallelScanMinimum)
+    auto file = std::make_shared<ScannedFile>();
+    file->result = ReadWorkflowFileData(path, QString(), file->data);
+    return file;
+}
+
+} // namespace
+
+void WorkflowManagerImp::ReadWorkflowFiles(const QList<FoundFile>& files, CatalogueIndex& index)
+{
+    // Files the index answers for need no reading; the others are parsed, on workers when
+    // there are enough of them to be worth a pool's start-up.
+    const qsizetype count = files.size();
+    std::vector<ScannedFilePtr> scanned(static_cast<size_t>(count));
+    qsizetype toRead = 0;
+    for (qsizetype i = 0; i < count; ++i)
     {
-        for (const QString& path : paths)
-            ReadWorkflowFile(path);
+        const FoundFile& file = files.at(i);
+        scanned[static_cast<size_t>(i)] = index.Find(file.path, file.identity);
+        toRead += scanned[static_cast<size_t>(i)] ? 0 : 1;
+    }
+    m_lastScanFilesRead += m_scanReadsDocuments ? count : toRead;
+    const auto addRecords = [&](qsizetype i, const ScannedFilePtr& file) {
+        if (file->result == StreamReadResult::Read)
+            AddWorkflowRecords(files.at(i).path, file->data);
+        index.Enter(files.at(i).path, files.at(i).identity, file);
+    };
+    if (m_scanReadsDocuments)
+    {
+        // The reference reading: each file through the XML filer, record by record.
+        for (const FoundFile& file : files)
+            ReadWorkflowDocument(file.path);
+        return;
+    }
+    if (toRead < kParallelScanMinimum)
+    {
+        for (qsizetype i = 0; i < count; ++i)
+        {
+            ScannedFilePtr file = scanned[static_cast<size_t>(i)];
+            if (!file)
+                file = ScanFile(files.at(i).path);
+            addRecords(i, file);
+        }
         return;
     }
     if (!m_scanPool)
@@ -272,38 +329,44 @@ void WorkflowManagerImp::ReadWorkflowFiles(const QStringList& paths)
     // Workers only parse; records, translations and signals stay on this thread, file by file
     // in the listed order, as a scan on this thread alone would give them. A window of files in
     // flight keeps the plain data of a huge folder from piling up ahead of its records.
-    struct ParsedFile
-    {
-        StreamReadResult result = StreamReadResult::Unreadable;
-        WorkflowFileData data;
-    };
-    std::vector<std::future<ParsedFile>> parsed(static_cast<size_t>(count));
-    const auto submit = [&](qsizetype index) {
-        auto promise = std::make_shared<std::promise<ParsedFile>>();
-        parsed[static_cast<size_t>(index)] = promise->get_future();
-        m_scanPool->start([promise, path = paths.at(index)] {
-            ParsedFile file;
-            try
-            {
-                file.result = ReadWorkflowFileData(path, QString(), file.data);
-            }
-            catch (...)
-            {
-                // A file that could not be parsed for want of memory contributes nothing.
-                file = ParsedFile();
-            }
-            promise->set_value(std::move(file));
-        });
-    };
+    std::vector<std::future<ScannedFilePtr>> parsing(static_cast<size_t>(count));
     const qsizetype window = 4 * m_scanPool->maxThreadCount();
-    qsizetype submitted = 0;
-    for (qsizetype index = 0; index < count; ++index)
+    qsizetype next = 0;
+    qsizetype inFlight = 0;
+    const auto submitAhead = [&] {
+        for (; next < count && (scanned[static_cast<size_t>(next)] || inFlight < window); ++next)
+        {
+            if (scanned[static_cast<size_t>(next)])
+                continue;
+            auto promise = std::make_shared<std::promise<ScannedFilePtr>>();
+            parsing[static_cast<size_t>(next)] = promise->get_future();
+            ++inFlight;
+            m_scanPool->start([promise, path = files.at(next).path] {
+                try
+                {
+                    promise->set_value(ScanFile(path));
+                }
+                catch (...)
+                {
+                    // A file that could not be parsed for want of memory contributes nothing
+                    // this time, and is not remembered as unreadable.
+                    promise->set_value(nullptr);
+                }
+            });
+        }
+    };
+    for (qsizetype i = 0; i < count; ++i)
     {
-        for (; submitted < count && submitted < index + window; ++submitted)
-            submit(submitted);
-        ParsedFile file = parsed[static_cast<size_t>(index)].get();
-        if (file.result == StreamReadResult::Read)
-            AddWorkflowRecords(paths.at(index), file.data);
+        submitAhead();
+        ScannedFilePtr file = scanned[static_cast<size_t>(i)];
+        if (!file)
+        {
+            file = parsing[static_cast<size_t>(i)].get();
+            --inFlight;
+            if (!file)
+                continue;
+        }
+        addRecords(i, file);
     }
 }
 

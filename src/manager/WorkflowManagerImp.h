@@ -5,6 +5,7 @@
 
 #include "manager/ProductCatalog.h"
 #include "manager/WorkflowQuery.h"
+#include "platform/Platform.h"
 #include "workflow/WorkflowCatalogue.h"
 #include "workflow/WorkflowSettings.h"
 
@@ -20,6 +21,7 @@
 
 namespace Velmora::WorkflowCore {
 
+class CatalogueIndex;
 class ExecutingRegistry;
 class Plugin;
 class XlfCatalog;
@@ -103,6 +105,20 @@ public:
     // Scans read each file as a whole document instead of streaming it: the slower reader the
     // streaming one is checked against.
     void SetScanReadsDocuments(bool documents) { m_scanReadsDocuments = documents; }
+    // Whether scans keep and use the per-user index of what the files held. Off, every file is
+    // read: the catalogue the index is checked against.
+    void SetScanUsesIndex(bool use) { m_useScanIndex = use; }
+    // A workflow file of a folder, with its identity when it was listed.
+    struct FoundFile
+    {
+        QString path;
+        Platform::FileIdentity identity;
+    };
+    // The workflow files of one folder in the order a scan reads them: regular files and links
+    // to them, not hidden, named "*.workflow" in any case, by name; with absolute paths.
+    static QList<FoundFile> ListWorkflowFiles(const QString& folder);
+    // How many files the last scan read, the others being answered by the index.
+    qsizetype LastScanFilesRead() const { return m_lastScanFilesRead; }
 
 Q_SIGNALS:
     void WorkflowAboutToBeInserted(int index);
@@ -116,9 +132,8 @@ Q_SIGNALS:
     void CatalogueEmptied();
 
 private:
-    void ReadWorkflowFile(const QString& path);
+    void ReadWorkflowFiles(const QList<FoundFile>& files, CatalogueIndex& index);
     void ReadWorkflowDocument(const QString& path);
-    void ReadWorkflowFiles(const QStringList& paths);
     void AddWorkflowRecords(const QString& path, const WorkflowFileData& data);
     void RemoveOrphans();
     void InheritTemplateProducts();
@@ -139,6 +154,8 @@ private:
     QHash<Workflow*, QString> m_pluginFolders;
     bool m_catalogueLoaded = false;
     bool m_scanReadsDocuments = false;
+    bool m_useScanIndex = true;
+    qsizetype m_lastScanFilesRead = 0;
     HostApplicationContext* m_context = nullptr;
     std::unique_ptr<ExecutingRegistry> m_registry;
     ProductCatalog m_products;

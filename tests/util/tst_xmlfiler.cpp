@@ -731,6 +731,7 @@ private slots:
         QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
         environment.insert(QStringLiteral("XDG_CONFIG_DIRS"), home.filePath(QStringLiteral("config")));
         environment.insert(QStringLiteral("XDG_DATA_HOME"), home.filePath(QStringLiteral("data")));
+        environment.insert(QStringLiteral("XDG_CACHE_HOME"), home.filePath(QStringLiteral("cache")));
         QProcess process;
         process.setProcessEnvironment(environment);
         process.start(child, {QStringLiteral("locate")});
@@ -766,6 +767,7 @@ private slots:
         environment.insert(QStringLiteral("XDG_CONFIG_DIRS"), home.filePath(QStringLiteral("config")));
         environment.insert(QStringLiteral("XDG_RUNTIME_DIR"), home.filePath(QStringLiteral("runtime")));
         environment.insert(QStringLiteral("XDG_DATA_DIRS"), home.filePath(QStringLiteral("datadirs")));
+        environment.insert(QStringLiteral("XDG_CACHE_HOME"), home.filePath(QStringLiteral("cache")));
         QDir().mkpath(home.filePath(QStringLiteral("runtime")));
         QFile::setPermissions(home.filePath(QStringLiteral("runtime")),
                               QFileDevice::ReadOwner | QFileDevice::WriteOwner | QFileDevice::ExeOwner);

@@ -1,0 +1,81 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include "platform/Platform.h"
+#include "util/XmlStreamReading.h"
+
+#include <QHash>
+#include <QString>
+#include <QStringList>
+
+#include <memory>
+
+namespace Velmora::WorkflowCore {
+
+// What one workflow file gave the scan that read it: the plain, untranslated data of its
+// elements. It depends on the file's bytes alone, so it can be kept from one start to the next.
+struct ScannedFile
+{
+    StreamReadResult result = StreamReadResult::Unreadable;
+    WorkflowFileData data;
+};
+using ScannedFilePtr = std::shared_ptr<const ScannedFile>;
+
+// The per-user index of a catalogue: for each workflow file of the last scan, its identity
+// (size, modification time, inode) and what was read from it, so that a later start with
+// unchanged files reads one index instead of thousands of files. Translations and per-user
+// settings are not kept: they are applied afresh at every start, so a changed translation file
+// or a changed choice is never answered from here.
+//
+// The index is a cache and nothing else: one that is missing, damaged, truncated, written for
+// another catalogue or by another format is ignored and written again; one that cannot be
+// written only costs the next start its speed.
+class CatalogueIndex
+{
+public:
+    // An index kept in file for the catalogue that key describes (its folders and locale).
+    CatalogueIndex(QString file, QString key);
+
+    // The index file of a catalogue read from these folders in that locale: in the user's cache
+    // folder, named by a digest of both. Empty when the user has no cache folder.
+    static QString FileFor(const QStringList& folders, const QString& locale);
+    // The text that tells catalogues apart; kept whole in the index, so that two catalogues
+    // whose names collide never read each other's entries.
+    static QString KeyFor(const QStringList& folders, const QString& locale);
+
+    // Reads the index an earlier scan wrote. False, with nothing loaded, for anything that is
+    // not an intact index of this catalogue in this format.
+    bool Load();
+    // What path gave the last scan, when the file still has the identity it had then and was
+    // last changed well before that scan began: a change made within the same tick of the
+    // file system's clock as the read could not be told from the file read. Null otherwise.
+    ScannedFilePtr Find(const QString& path, const Platform::FileIdentity& identity) const;
+    // Enters what this scan took for path; the index written at the end holds exactly the
+    // files entered.
+    void Enter(const QString& path, const Platform::FileIdentity& identity, const ScannedFilePtr& file);
+    // Writes the entered files when they differ from what was loaded, atomically and under a
+    // lock file; scanStartedNs is the wall-clock time the scan began. False when nothing could
+    // be written (the reason does not matter: the next start reads the files again).
+    bool Save(qint64 scanStartedNs);
+
+    // The layout of the file's fixed start, for tests that damage an index on purpose: eight
+    // bytes of magic, then the format version as a 32-bit number.
+    static constexpr int kVersionOffset = 8;
+    static constexpr quint32 kFormatVersion = 1;
+
+private:
+    struct Entry
+    {
+        Platform::FileIdentity identity;
+        ScannedFilePtr file;
+    };
+
+    QString m_file;
+    QString m_key;
+    qint64 m_loadedScanStartedNs = 0;
+    QHash<QString, Entry> m_loaded;
+    QList<std::pair<QString, Entry>> m_entered;
+    bool m_changed = false;
+};
+
+} // namespace Velmora::WorkflowCore

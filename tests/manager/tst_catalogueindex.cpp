@@ -1,0 +1,644 @@
+// SPDX-License-Identifier: MIT
+// The per-user index of the catalogue is a cache and nothing more: a catalogue scanned with it
+// must equal the catalogue scanned without it, field for field and signal for signal, whatever
+// happened to the files, their translations, the locale or the user's settings in between; and
+// an index that is damaged, truncated, written for another catalogue or by a later format, or
+// that cannot be written at all, only costs speed. The seed of the random files and mutations
+// is printed; set VMWF_INDEX_SEED to repeat a run.
+
+#include <VmWorkflowCore/Workflow.h>
+#include <VmWorkflowCore/WorkflowManager.h>
+
+#include "manager/CatalogueIndex.h"
+#include "manager/WorkflowManagerImp.h"
+#include "util/FacadeAccess.h"
+#include "util/FileUtil.h"
+#include "util/XlfCatalog.h"
+#include "workflow/WorkflowImp.h"
+#include "workflow/WorkflowSettings.h"
+
+#include "FileFixtures.h"
+#include "TestEnvironment.h"
+
+#include <QDirIterator>
+#include <QRandomGenerator>
+#include <QtTest>
+
+#include <cstdio>
+#include <cstring>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+using namespace Velmora::WorkflowCore;
+using namespace VmWorkflowTest;
+
+namespace {
+
+WorkflowManagerImp* Imp()
+{
+    return ImpOf(WorkflowManager::GetInstance());
+}
+
+quint32 Seed()
+{
+    static const quint32 seed = qEnvironmentVariableIsSet("VMWF_INDEX_SEED")
+                                    ? qEnvironmentVariable("VMWF_INDEX_SEED").toUInt()
+                                    : QRandomGenerator::global()->generate();
+    return seed;
+}
+
+// A time well in the past: files of that age are trusted from the index.
+QDateTime Old(int seconds = 0)
+{
+    return QDateTime(QDate(2021, 6, 1), QTime(8, 0, 0), Qt::UTC).addSecs(seconds);
+}
+
+bool SetModified(const QString& path, const QDateTime& when)
+{
+    QFile file(path);
+    if (!file.open(QIODevice::ReadWrite))
+        return false;
+    return file.setFileTime(when, QFileDevice::FileModificationTime);
+}
+
+// Sets the modification time to the nanosecond.
+bool SetModifiedNs(const QString& path, qint64 seconds, long nanoseconds)
+{
+    const timespec times[2] = {{0, UTIME_OMIT}, {static_cast<time_t>(seconds), nanoseconds}};
+    return ::utimensat(AT_FDCWD, QFile::encodeName(path).constData(), times, 0) == 0;
+}
+
+// Every field of a record as text, in one line per field.
+QStringList Described(const WorkflowFields& m)
+{
+    const auto date = [](const QDateTime& d) {
+        return d.isValid() ? d.toString(Qt::ISODateWithMs) + QLatin1Char('/') + QString::number(d.timeSpec())
+                           : QStringLiteral("invalid");
+    };
+    const auto text = [](const QString& t) {
+        return t.isNull() ? QStringLiteral("<null>") : QLatin1Char('[') + t + QLatin1Char(']');
+    };
+    return {QStringLiteral("TemplateId ") + text(m.TemplateId),
+            QStringLiteral("IsTemplate %1").arg(m.IsTemplate),
+            QStringLiteral("Id ") + text(m.Id),
+            QStringLiteral("HelpId ") + text(m.HelpId),
+            QStringLiteral("Name ") + text(m.Name),
+            QStringLiteral("Description ") + text(m.Description),
+            QStringLiteral("TemplateImage ") + text(m.TemplateImage),
+            QStringLiteral("ModifiedImage ") + text(m.ModifiedImage),
+            QStringLiteral("Tooltip ") + text(m.Tooltip),
+            QStringLiteral("Keywords ") + text(m.Keywords),
+            QStringLiteral("Tag ") + text(m.Tag),
+            QStringLiteral("UIFile ") + text(m.UIFile),
+            QStringLiteral("Settings ") + text(m.Settings),
+            QStringLiteral("SourceFile ") + text(m.SourceFile),
+            QStringLiteral("Plugin ") + text(m.Plugin),
+            QStringLiteral("PrimaryProduct ") + text(m.PrimaryProduct),
+            QStringLiteral("RequiredProducts ") + text(m.RequiredProducts),
+            QStringLiteral("TargetProduct ") + text(m.TargetProduct),
+            QStringLiteral("RequiredProductsDisplayText ") + text(m.RequiredProductsDisplayText),
+            QStringLiteral("CreatedDate ") + date(m.CreatedDate),
+            QStringLiteral("LastModifiedDate ") + date(m.LastModifiedDate),
+            QStringLiteral("Introduction ") + text(m.Introduction),
+            QStringLiteral("IsReadOnly %1").arg(m.IsReadOnly),
+            QStringLiteral("XlfFile ") + text(m.XlfFile),
+            QStringLiteral("ShowIntroductionOnExecute %1").arg(m.ShowIntroductionOnExecute),
+            QStringLiteral("UIStateChanged %1").arg(m.UIStateChanged),
+            QStringLiteral("IsModified %1").arg(m.IsModified),
+            QStringLiteral("ProductsInherited %1").arg(m.ProductsInherited),
+            QStringLiteral("ImageTablesBuilt %1").arg(m.ImageTablesBuilt)};
+}
+
+// Random workflow files with the constructs a reader can get wrong.
+class Generator
+{
+public:
+    explicit Generator(quint32 seed) : m_random(seed) {}
+
+    int Below(int n) { return static_cast<int>(m_random.bounded(n)); }
+
+    QByteArray Text(int serial)
+    {
+        switch (Below(8))
+        {
+        case 0:
+            return "tr(Name " + QByteArray::number(serial % 7) + ")";
+        case 1:
+            return "Caf\xc3\xa9 &amp; &#x41;&#66; &lt;x&gt; \xe6\x97\xa5\xe6\x9c\xac";
+        case 2:
+            return "  spaced\tout \n text  ";
+        case 3:
+            return QByteArray();
+        case 4:
+            return "&quot;quoted&quot; &apos;too&apos;";
+        default:
+            return "Plain text " + QByteArray::number(Below(1000));
+        }
+    }
+
+    QByteArray Element(int serial)
+    {
+        QByteArray attributes;
+        const QByteArray id = "Id_" + QByteArray::number(serial);
+        const bool isTemplate = Below(3) != 0;
+        attributes += "Id=\"" + id + "\" ";
+        attributes += isTemplate ? "IsTemplate=\"True\" " : "IsTemplate=\"false\" TemplateId=\"Id_0\" ";
+        if (Below(4) != 0)
+            attributes += "Name=\"" + Text(serial) + "\" ";
+        if (Below(2) == 0)
+            attributes += "Description=\"" + Text(serial + 1) + "\" ";
+        if (Below(3) == 0)
+            attributes += "Plugin=\"Sample.so\" PrimaryProduct=\"alpha\" TargetProduct=\"alpha:2016\" ";
+        if (Below(3) == 0)
+            attributes += "CreatedDate=\"2016-0" + QByteArray::number(1 + Below(9)) + "-01T10:00:00\" ";
+        if (Below(4) == 0)
+            attributes += "LastModifiedDate=\"bad date\" ";
+        if (Below(4) == 0)
+            attributes += "Unknown=\"x\" TemplateImage=\"a.png|b.png\" ";
+        if (Below(5) == 0)
+            attributes += "IsReadOnly=\"1\" ";
+        QByteArray children;
+        if (Below(2) == 0)
+            children += Below(2) == 0 ? "<Introduction><![CDATA[Read <this> & go]]></Introduction>"
+                                      : "<Introduction>" + Text(serial + 2) + "</Introduction>";
+        if (Below(4) == 0)
+            children += "<!-- a comment --><Unknown a=\"b\"/>";
+        if (Below(3) != 0)
+            children += "<Settings>\n  <Step Order=\"1\" Action=\"" + Text(serial + 3) +
+                        "\"/><Note>text &amp; more</Note>\n</Settings>";
+        return WorkflowElement(attributes, children);
+    }
+
+    QByteArray Document(int& serial)
+    {
+        QByteArray elements;
+        for (int i = 1 + Below(3); i > 0; --i)
+            elements += Element(serial++);
+        QByteArray document = WorkflowDocument(elements, Below(2) == 0 ? QByteArray("Texts") : QByteArray());
+        if (Below(12) == 0)
+            document.chop(5 + Below(20)); // damaged: it ends too soon
+        return document;
+    }
+
+private:
+    QRandomGenerator m_random;
+};
+
+// A translation file for "Texts" in the locale, translating the generator's tr(...) texts for
+// every workflow file name given.
+QByteArray TranslationDocument(const QStringList& fileNames, const QString& flavour)
+{
+    QByteArray xlf = "<?xml version=\"1.0\" encoding=\"utf-8\"?>\n<xliff version=\"1.2\">\n";
+    for (const QString& name : fileNames)
+    {
+        xlf += "<file original=\"" + name.toUtf8() + "\"><body>\n";
+        for (int i = 0; i < 7; ++i)
+        {
+            const QString source = QStringLiteral("tr(Name %1)").arg(i);
+            xlf += "<trans-unit id=\"" + TranslationUnitId(source).toUtf8() + "\"><source>" +
+                   source.toUtf8() + "</source><target>" + flavour.toUtf8() + " " + QByteArray::number(i) +
+                   "</target></trans-unit>\n";
+        }
+        xlf += "</body></file>\n";
+    }
+    return xlf + "</xliff>\n";
+}
+
+struct Scan
+{
+    QStringList signalsSeen;
+    QList<QStringList> records;
+    qsizetype filesRead = 0;
+};
+
+} // namespace
+
+class tst_CatalogueIndex : public QObject
+{
+    Q_OBJECT
+
+    TestEnvironment m_env;
+    QTemporaryDir m_dir;
+    QString m_folder;
+    QStringList m_names;
+    int m_serial = 0;
+
+    // A fresh start of the catalogue: a new manager, the search path set, one scan.
+    Scan ScanOnce(bool useIndex, const QString& locale = QStringLiteral("en-US"))
+    {
+        Scan scan;
+        WorkflowManager::Uninitialize();
+        if (!WorkflowManager::Initialize())
+            return scan;
+        WorkflowManagerImp* imp = Imp();
+        imp->SetScanUsesIndex(useIndex);
+        imp->SetCurrentLocale(locale);
+        const auto record = [&scan](const char* name) {
+            return [&scan, name](int value) {
+                scan.signalsSeen.append(QStringLiteral("%1(%2)").arg(QLatin1String(name)).arg(value));
+            };
+        };
+        QObject context;
+        connect(imp, &WorkflowManagerImp::WorkflowAboutToBeInserted, &context, record("AboutToBeInserted"));
+        connect(imp, &WorkflowManagerImp::WorkflowInserted, &context, record("Inserted"));
+        connect(imp, &WorkflowManagerImp::WorkflowAboutToBeRemoved, &context, record("AboutToBeRemoved"));
+        connect(imp, &WorkflowManagerImp::WorkflowRemoved, &context, record("Removed"));
+        connect(imp, &WorkflowManagerImp::WorkflowModified, &context, record("Modified"));
+        // The folder twice: a file listed twice is entered once and read the same both times.
+        imp->SetWorkflowSearchPaths(m_folder + QLatin1Char(';') + m_folder);
+        scan.filesRead = imp->LastScanFilesRead();
+        for (Workflow* workflow : imp->Catalogue())
+            scan.records.append(Described(ImpOf(workflow)->Fields()));
+        return scan;
+    }
+
+    // The catalogue with the index equals the catalogue without it; returns how many files the
+    // scan with the index read.
+    qsizetype CompareWithAndWithout(const char* step, const QString& locale = QStringLiteral("en-US"))
+    {
+        const Scan indexed = ScanOnce(true, locale);
+        const Scan plain = ScanOnce(false, locale);
+        const QByteArray where = QByteArray(step) + " (seed " + QByteArray::number(Seed()) + ")";
+        if (indexed.signalsSeen != plain.signalsSeen)
+        {
+            QTest::qFail(where + ": the signals differ", __FILE__, __LINE__);
+            return -1;
+        }
+        if (indexed.records.size() != plain.records.size())
+        {
+            QTest::qFail(where + ": the record counts differ", __FILE__, __LINE__);
+            return -1;
+        }
+        for (qsizetype i = 0; i < indexed.records.size(); ++i)
+        {
+            for (qsizetype f = 0; f < indexed.records.at(i).size(); ++f)
+            {
+                if (indexed.records.at(i).at(f) != plain.records.at(i).at(f))
+                {
+                    const QByteArray what = where + ": record " + QByteArray::number(i) + ": " +
+                                            indexed.records.at(i).at(f).toUtf8() + " against " +
+                                            plain.records.at(i).at(f).toUtf8();
+                    QTest::qFail(what.constData(), __FILE__, __LINE__);
+                    return -1;
+                }
+            }
+        }
+        return indexed.filesRead;
+    }
+
+    QString PathOf(const QString& name) const { return m_folder + QLatin1Char('/') + name; }
+
+    bool WriteTranslations(const QString& locale, const QString& flavour)
+    {
+        return WriteFile(m_folder + QLatin1Char('/') + locale + QStringLiteral("/Texts.xlf"),
+                         TranslationDocument(m_names, flavour));
+    }
+
+    QString IndexFile(const QString& locale = QStringLiteral("en-US")) const
+    {
+        return CatalogueIndex::FileFor({m_folder, m_folder, Imp()->UserWorkflowFolder()}, locale);
+    }
+
+    // A folder of generated files, all of them old, and an index of them.
+    void MakeCatalogue(Generator& generator, int files)
+    {
+        QDir(m_folder).removeRecursively();
+        QDir(QFileInfo(IndexFile()).absolutePath()).removeRecursively();
+        m_names.clear();
+        for (int i = 0; i < files; ++i)
+        {
+            const QString name = QStringLiteral("flow_%1.workflow").arg(i, 3, 10, QLatin1Char('0'));
+            QVERIFY(WriteFile(PathOf(name), generator.Document(m_serial)));
+            QVERIFY(SetModified(PathOf(name), Old(i)));
+            m_names.append(name);
+        }
+        QVERIFY(WriteTranslations(QStringLiteral("en-US"), QStringLiteral("English")));
+        QVERIFY(WriteTranslations(QStringLiteral("de-DE"), QStringLiteral("Deutsch")));
+    }
+
+private slots:
+    void initTestCase()
+    {
+        QVERIFY(m_env.Setup());
+        QVERIFY(m_dir.isValid());
+        m_folder = m_dir.filePath(QStringLiteral("workflows"));
+        std::printf("seed %u (set VMWF_INDEX_SEED to repeat it)\n", Seed());
+        std::fflush(stdout);
+        QVERIFY(WorkflowManager::Initialize());
+    }
+
+    void cleanupTestCase() { WorkflowManager::Uninitialize(); }
+
+    // The listing the scan makes itself gives the files, order and paths a folder listing for
+    // "*.workflow" gives: names in any case, no hidden files, links to files but no broken
+    // links, folders or pipes.
+    void listingMatchesTheFolderListing()
+    {
+        const QString folder = m_dir.filePath(QStringLiteral("listing"));
+        QVERIFY(QDir().mkpath(folder + QStringLiteral("/sub.workflow")));
+        for (const char* name :
+             {"b.workflow", "A.workflow", "a.WORKFLOW", "_x.Workflow", ".hidden.workflow", "z.workflow.bak",
+              "\xc3\xa9t\xc3\xa9.workflow", "10.workflow", "9.workflow", "space name.workflow"})
+            QVERIFY(WriteFile(folder + QLatin1Char('/') + QString::fromUtf8(name), "<Workflows/>"));
+        QVERIFY(
+            QFile::link(folder + QStringLiteral("/b.workflow"), folder + QStringLiteral("/link.workflow")));
+        QVERIFY(
+            QFile::link(folder + QStringLiteral("/missing"), folder + QStringLiteral("/broken.workflow")));
+        QCOMPARE(::mkfifo(QFile::encodeName(folder + QStringLiteral("/pipe.workflow")).constData(), 0600), 0);
+
+        QStringList expected =
+            FindFiles(folder, QStringLiteral("*.workflow"), QDir::Files, QDir::Name, false);
+        for (QString& file : expected)
+            file = QFileInfo(file).absoluteFilePath();
+        QStringList listed;
+        for (const auto& file : WorkflowManagerImp::ListWorkflowFiles(folder))
+        {
+            listed.append(file.path);
+            QVERIFY(file.identity.exists);
+            QCOMPARE(file.identity, Platform::IdentifyFile(file.path));
+        }
+        QCOMPARE(listed, expected);
+        QCOMPARE(listed.size(), 9);
+        // A relative folder is listed by its absolute path.
+        const QString current = QDir::currentPath();
+        QVERIFY(QDir::setCurrent(m_dir.path()));
+        QStringList relative;
+        for (const auto& file : WorkflowManagerImp::ListWorkflowFiles(QStringLiteral("./listing/../listing")))
+            relative.append(file.path);
+        QVERIFY(QDir::setCurrent(current));
+        QCOMPARE(relative, expected);
+    }
+
+    // A later start with nothing changed reads no file at all; each change is read again, and
+    // the catalogue always equals the one read without the index.
+    void mutationsBetweenScans()
+    {
+        Generator generator(Seed());
+        MakeCatalogue(generator, 40);
+        QCOMPARE(CompareWithAndWithout("first scan"), qsizetype(80));
+        QVERIFY(QFileInfo::exists(IndexFile()));
+        QCOMPARE(CompareWithAndWithout("unchanged"), qsizetype(0));
+
+        int mutations = 0;
+        for (int round = 0; round < 60; ++round)
+        {
+            const int victim = generator.Below(static_cast<int>(m_names.size()));
+            const QString name = m_names.at(victim);
+            const QString path = PathOf(name);
+            const QByteArray before = ReadFile(path);
+            const QFileInfo info(path);
+            qsizetype expectedReads = 1;
+            QByteArray step;
+            switch (generator.Below(9))
+            {
+            case 0: // an edit, then the file left alone for long
+                step = "edit";
+                QVERIFY(WriteFile(path, generator.Document(m_serial)));
+                QVERIFY(SetModified(path, Old(1000 + round)));
+                break;
+            case 1:
+            {
+                // Touched within the same second as before, to another fraction of it, with the
+                // same size and the same file.
+                step = "same-second edit";
+                QByteArray changed = before;
+                const qsizetype at = changed.indexOf("Id_");
+                if (at < 0)
+                {
+                    expectedReads = 0;
+                    break;
+                }
+                changed[at + 1] = changed[at + 1] == 'd' ? 'D' : 'd';
+                const qint64 seconds = info.lastModified().toSecsSinceEpoch();
+                QVERIFY(WriteFile(path, changed));
+                QVERIFY(SetModifiedNs(path, seconds, 123456789 + round));
+                break;
+            }
+            case 2: // renamed
+            {
+                step = "rename";
+                const QString renamed = QStringLiteral("renamed_%1.workflow").arg(round);
+                QVERIFY(QFile::rename(path, PathOf(renamed)));
+                m_names[victim] = renamed;
+                break;
+            }
+            case 3:
+                step = "delete";
+                QVERIFY(QFile::remove(path));
+                m_names.removeAt(victim);
+                expectedReads = 0;
+                break;
+            case 4:
+            {
+                step = "add";
+                const QString added = QStringLiteral("added_%1.workflow").arg(round);
+                QVERIFY(WriteFile(PathOf(added), generator.Document(m_serial)));
+                QVERIFY(SetModified(PathOf(added), Old(2000 + round)));
+                m_names.append(added);
+                break;
+            }
+            case 5:
+            {
+                // Replaced by another file of the same size and the same modification time: only
+                // the file's identity tells.
+                step = "replace by a file of the same size";
+                QByteArray other = before;
+                const qsizetype at = other.indexOf("Id_");
+                if (at >= 0)
+                    other[at + 1] = other[at + 1] == 'd' ? 'D' : 'd';
+                const QString temporary = PathOf(QStringLiteral("replacement.tmp"));
+                QVERIFY(WriteFile(temporary, other));
+                struct stat status;
+                QCOMPARE(::stat(QFile::encodeName(path).constData(), &status), 0);
+                QVERIFY(SetModifiedNs(temporary, status.st_mtim.tv_sec, status.st_mtim.tv_nsec));
+                QCOMPARE(
+                    ::rename(QFile::encodeName(temporary).constData(), QFile::encodeName(path).constData()),
+                    0);
+                break;
+            }
+            case 6: // a translation changed
+                step = "translation";
+                QVERIFY(WriteTranslations(QStringLiteral("en-US"), QStringLiteral("English %1").arg(round)));
+                expectedReads = 0;
+                break;
+            case 7:
+            {
+                // The user's choices: every template's introduction turned off or on.
+                step = "settings";
+                // With no catalogue alive, whose templates would write their own choices back.
+                WorkflowManager::Uninitialize();
+                WorkflowSettingsStore store;
+                for (int i = 0; i < m_serial; ++i)
+                    store.Write(QStringLiteral("Id_%1").arg(i), QStringLiteral("ShowIntroductionOnExecute"),
+                                (i + round) % 2 ? QStringLiteral("False") : QStringLiteral("True"));
+                expectedReads = 0;
+                break;
+            }
+            default:
+                step = "another locale";
+                QCOMPARE(CompareWithAndWithout("another locale", QStringLiteral("de-DE")) >= 0, true);
+                expectedReads = 0;
+                break;
+            }
+            ++mutations;
+            const qsizetype read = CompareWithAndWithout(step.constData());
+            QVERIFY2(read >= 0, step.constData());
+            // Each mutated file is read once more (twice: the folder is listed twice); nothing
+            // else is.
+            QVERIFY2(read == 2 * expectedReads, qPrintable(QStringLiteral("%1: %2 files read, %3 expected")
+                                                               .arg(QString::fromLatin1(step))
+                                                               .arg(read)
+                                                               .arg(2 * expectedReads)));
+            QCOMPARE(CompareWithAndWithout("after a mutation, again"), qsizetype(0));
+        }
+        QCOMPARE(mutations, 60);
+    }
+
+    // A file changed a moment ago may change again within the same tick of the clock after it
+    // was read: it is read again at every start until it is older.
+    void recentlyChangedFilesAreReadAgain()
+    {
+        Generator generator(Seed() + 1);
+        MakeCatalogue(generator, 10);
+        QCOMPARE(CompareWithAndWithout("first scan"), qsizetype(20));
+        QVERIFY(WriteFile(PathOf(m_names.at(3)), generator.Document(m_serial)));
+        QCOMPARE(CompareWithAndWithout("just changed"), qsizetype(2));
+        QCOMPARE(CompareWithAndWithout("still young"), qsizetype(2));
+        QVERIFY(SetModified(PathOf(m_names.at(3)), Old(77)));
+        QCOMPARE(CompareWithAndWithout("old now"), qsizetype(2));
+        QCOMPARE(CompareWithAndWithout("settled"), qsizetype(0));
+    }
+
+    // An index that is not an intact index of this catalogue in this format is never trusted:
+    // every file is read, and the index is written anew.
+    void damagedIndexesAreIgnoredAndRebuilt_data()
+    {
+        QTest::addColumn<QString>("damage");
+        for (const char* damage :
+             {"truncated to nothing", "truncated in the header", "truncated in a file",
+              "truncated by one byte", "one byte flipped", "a byte appended", "a later format",
+              "foreign bytes", "another catalogue's index", "a folder"})
+            QTest::newRow(damage) << QString::fromLatin1(damage);
+    }
+    void damagedIndexesAreIgnoredAndRebuilt()
+    {
+        QFETCH(QString, damage);
+        Generator generator(Seed() + 2);
+        MakeCatalogue(generator, 12);
+        QCOMPARE(CompareWithAndWithout("first scan"), qsizetype(24));
+        QCOMPARE(CompareWithAndWithout("unchanged"), qsizetype(0));
+        const QString index = IndexFile();
+        QByteArray bytes = ReadFile(index);
+        QVERIFY(bytes.size() > 200);
+        if (damage == QLatin1String("truncated to nothing"))
+            bytes.clear();
+        else if (damage == QLatin1String("truncated in the header"))
+            bytes.truncate(10);
+        else if (damage == QLatin1String("truncated in a file"))
+            bytes.truncate(bytes.size() / 2);
+        else if (damage == QLatin1String("truncated by one byte"))
+            bytes.chop(1);
+        else if (damage == QLatin1String("one byte flipped"))
+            bytes[bytes.size() * 2 / 3] = static_cast<char>(bytes.at(bytes.size() * 2 / 3) ^ 0x10);
+        else if (damage == QLatin1String("a byte appended"))
+            bytes.append('\0');
+        else if (damage == QLatin1String("a later format"))
+        {
+            const quint32 later = CatalogueIndex::kFormatVersion + 1;
+            std::memcpy(bytes.data() + CatalogueIndex::kVersionOffset, &later, sizeof later);
+        }
+        else if (damage == QLatin1String("foreign bytes"))
+            bytes = QByteArray("<?xml version=\"1.0\"?><Workflows/>\n").repeated(40);
+        else if (damage == QLatin1String("another catalogue's index"))
+        {
+            // Written for another folder, then put in this catalogue's place.
+            const QString other = m_dir.filePath(QStringLiteral("other"));
+            QVERIFY(WriteFile(other + QStringLiteral("/o.workflow"),
+                              WorkflowDocument(WorkflowElement(R"(Id="Other" Name="Other")"))));
+            QVERIFY(SetModified(other + QStringLiteral("/o.workflow"), Old()));
+            WorkflowManagerImp* imp = Imp();
+            imp->SetScanUsesIndex(true);
+            imp->SetWorkflowSearchPaths(other);
+            const QString otherIndex =
+                CatalogueIndex::FileFor({other, imp->UserWorkflowFolder()}, imp->CurrentLocale());
+            bytes = ReadFile(otherIndex);
+            QVERIFY(!bytes.isEmpty());
+        }
+        if (damage == QLatin1String("a folder"))
+        {
+            QVERIFY(QFile::remove(index));
+            QVERIFY(QDir().mkpath(index));
+        }
+        else
+        {
+            QVERIFY(WriteFile(index, bytes));
+        }
+        // Every file is read again, and the catalogue is the one the files hold.
+        QCOMPARE(CompareWithAndWithout("damaged"), qsizetype(24));
+        if (damage == QLatin1String("a folder"))
+        {
+            // Nothing can be written in the folder's place; every start reads the files.
+            QCOMPARE(CompareWithAndWithout("still a folder"), qsizetype(24));
+            QVERIFY(QDir(index).removeRecursively());
+        }
+        // The index was written anew: the next start reads nothing.
+        QCOMPARE(CompareWithAndWithout("rebuilt"), qsizetype(damage == QLatin1String("a folder") ? 24 : 0));
+        QCOMPARE(CompareWithAndWithout("rebuilt, again"), qsizetype(0));
+    }
+
+    // A cache folder that cannot be made costs speed and nothing else.
+    void unwritableCacheOnlyCostsSpeed()
+    {
+        Generator generator(Seed() + 3);
+        MakeCatalogue(generator, 9);
+        const QString blocker = m_dir.filePath(QStringLiteral("home-is-a-file"));
+        QVERIFY(WriteFile(blocker, "not a folder"));
+        QVERIFY(m_env.MoveHome(blocker));
+        QCOMPARE(CompareWithAndWithout("no cache folder"), qsizetype(18));
+        QCOMPARE(CompareWithAndWithout("no cache folder, again"), qsizetype(18));
+        QVERIFY(m_env.MoveHome(m_env.StartHome()));
+        QCOMPARE(CompareWithAndWithout("cache back"), qsizetype(18));
+        QCOMPARE(CompareWithAndWithout("cache back, again"), qsizetype(0));
+    }
+
+    // While another program holds the index's lock, a scan leaves the writing to it.
+    void aHeldLockLeavesTheIndexAlone()
+    {
+        Generator generator(Seed() + 4);
+        MakeCatalogue(generator, 9);
+        QVERIFY(QDir().mkpath(QFileInfo(IndexFile()).absolutePath()));
+        QLockFile lock(IndexFile() + QStringLiteral(".lock"));
+        QVERIFY(lock.tryLock(0));
+        QCOMPARE(CompareWithAndWithout("locked"), qsizetype(18));
+        QVERIFY(!QFileInfo::exists(IndexFile()));
+        lock.unlock();
+        QCOMPARE(CompareWithAndWithout("unlocked"), qsizetype(18));
+        QCOMPARE(CompareWithAndWithout("unlocked, again"), qsizetype(0));
+    }
+
+    // The sample workflows shipped with the library, with their translations in every locale.
+    void sampleWorkflows()
+    {
+        const QString samples = QStringLiteral(VMWF_SOURCE_DIR "/share/workflows/templates");
+        QVERIFY(QFileInfo(samples).isDir());
+        QDir(m_folder).removeRecursively();
+        QDirIterator it(samples, QDir::Files, QDirIterator::Subdirectories);
+        while (it.hasNext())
+        {
+            const QString from = it.next();
+            const QString to = m_folder + from.mid(samples.size());
+            QVERIFY(WriteFile(to, ReadFile(from)));
+            QVERIFY(SetModified(to, Old()));
+        }
+        for (const QString& locale :
+             {QStringLiteral("en-US"), QStringLiteral("de-DE"), QStringLiteral("fr-FR")})
+        {
+            QVERIFY(CompareWithAndWithout("samples, first", locale) > 0);
+            QCOMPARE(CompareWithAndWithout("samples, again", locale), qsizetype(0));
+        }
+    }
+};
+
+QTEST_GUILESS_MAIN(tst_CatalogueIndex)
+#include "tst_catalogueindex.moc"
