@@ -16,6 +16,7 @@ cmake --build "$build_dir" --parallel "$(nproc)" --target vmworkflow VmWorkflowH
 tool="$build_dir/bin/vmworkflow"
 # Per-user folders of the demo stay inside the build folder.
 export XDG_DATA_HOME="$PWD/$build_dir/demo-home"
+export XDG_CACHE_HOME="$PWD/$build_dir/demo-home/cache"
 result_file="$PWD/$build_dir/demo-home/QuarterlyExport-result.txt"
 mkdir -p "$XDG_DATA_HOME"
 rm -f "$result_file"

@@ -43,7 +43,8 @@ fresh_user()
     home=$(mktemp -d "$work/user.XXXXXX")
     mkdir -m 0700 "$home/runtime"
     unset VELMORA_APPLICATIONS_PATH XDG_CONFIG_DIRS XDG_DATA_DIRS KV7_LOG_FILE
-    export XDG_DATA_HOME="$home/data" XDG_RUNTIME_DIR="$home/runtime" XDG_CONFIG_HOME="$home/config"
+    export XDG_DATA_HOME="$home/data" XDG_RUNTIME_DIR="$home/runtime" XDG_CONFIG_HOME="$home/config" \
+        XDG_CACHE_HOME="$home/cache"
     export QT_QPA_PLATFORM=offscreen
 }
 

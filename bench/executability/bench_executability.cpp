@@ -83,6 +83,7 @@ int main(int argc, char** argv)
     const int count = argc > 1 ? std::atoi(argv[1]) : 10000;
     QTemporaryDir root;
     qputenv("XDG_DATA_HOME", QFile::encodeName(root.path() + QStringLiteral("/data")));
+    qputenv("XDG_CACHE_HOME", QFile::encodeName(root.path() + QStringLiteral("/cache")));
     qputenv("XDG_DATA_DIRS", QFile::encodeName(root.path() + QStringLiteral("/datadirs")));
     qputenv("XDG_CONFIG_DIRS", QFile::encodeName(root.path() + QStringLiteral("/config")));
 

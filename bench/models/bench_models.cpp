@@ -58,6 +58,7 @@ bool Write(const QString& path, const QByteArray& content)
 bool SetUpEnvironment(const QString& root)
 {
     qputenv("XDG_DATA_HOME", QFile::encodeName(root + QStringLiteral("/data")));
+    qputenv("XDG_CACHE_HOME", QFile::encodeName(root + QStringLiteral("/cache")));
     qputenv("XDG_CONFIG_DIRS", QFile::encodeName(root + QStringLiteral("/configdirs")));
     qputenv("XDG_DATA_DIRS", QFile::encodeName(root + QStringLiteral("/datadirs")));
     qputenv("XDG_RUNTIME_DIR", QFile::encodeName(root + QStringLiteral("/runtime")));

@@ -80,6 +80,7 @@ int main(int argc, char** argv)
     // The workflows made here are templates, which keep their per-user choices when destroyed:
     // those go to the temporary folder, never to the user's own settings file.
     qputenv("XDG_DATA_HOME", QFile::encodeName(runtime.path() + QStringLiteral("/data")));
+    qputenv("XDG_CACHE_HOME", QFile::encodeName(runtime.path() + QStringLiteral("/cache")));
     const int self = static_cast<int>(::getpid());
 
     std::printf("registry segment of %d bytes, %d iterations each\n", ExecutingRegistry::SegmentSize,
