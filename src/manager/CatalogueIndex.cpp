@@ -247,7 +247,10 @@ private:
 
 } // namespace
 
-CatalogueIndex::CatalogueIndex(QString file, QString key) : m_file(std::move(file)), m_key(std::move(key)) {}
+CatalogueIndex::CatalogueIndex(QString file, QString key, qint64 scanStartedNs)
+    : m_file(std::move(file)), m_key(std::move(key)), m_scanStartedNs(scanStartedNs)
+{
+}
 
 QString CatalogueIndex::KeyFor(const QStringList& folders, const QString& locale)
 {
@@ -269,12 +272,17 @@ QString CatalogueIndex::FileFor(const QStringList& folders, const QString& local
 
 namespace {
 
+constexpr quint8 kEntryBlock = 'E';
+constexpr quint8 kEndBlock = 'Z';
+
 // The blocks of an index file, read in order through a buffer that is reused.
 class BlockReader
 {
 public:
     explicit BlockReader(QIODevice& device) : m_device(device) {}
 
+    // Where in the file the next block starts.
+    qint64 Offset() const { return m_base + m_at; }
     // The next block's bytes when they are all there and match their digest; null otherwise.
     const char* Next(qsizetype& size)
     {
@@ -284,11 +292,10 @@ public:
         quint64 digest;
         std::memcpy(&length, m_buffer.constData() + m_at, 4);
         std::memcpy(&digest, m_buffer.constData() + m_at + 4, 8);
-        m_at += kBlockHeaderSize;
-        if (length > kLargestBlock || !Fill(length))
+        if (length > kLargestBlock || !Fill(kBlockHeaderSize + length))
             return nullptr;
-        const char* block = m_buffer.constData() + m_at;
-        m_at += length;
+        const char* block = m_buffer.constData() + m_at + kBlockHeaderSize;
+        m_at += kBlockHeaderSize + length;
         if (Digest(block, length) != digest)
             return nullptr;
         size = length;
@@ -304,6 +311,7 @@ private:
             return true;
         const qsizetype kept = m_end - m_at;
         std::memmove(m_buffer.data(), m_buffer.constData() + m_at, static_cast<size_t>(kept));
+        m_base += m_at;
         m_at = 0;
         m_end = kept;
         if (m_buffer.size() < count)
@@ -320,6 +328,7 @@ private:
 
     QIODevice& m_device;
     QByteArray m_buffer = QByteArray(1 << 20, Qt::Uninitialized);
+    qint64 m_base = 0;
     qsizetype m_at = 0;
     qsizetype m_end = 0;
 };
@@ -335,17 +344,47 @@ void AppendBlock(QByteArray& out, const QByteArray& block)
 
 } // namespace
 
+// The new index while it is written: under the lock, into a file that replaces the old one
+// only when it is complete.
+struct CatalogueIndex::Writing
+{
+    explicit Writing(const QString& file) : lock(file + QStringLiteral(".lock")), output(file) {}
+
+    // Sends what gathered to the file once there is more than above.
+    void Flush(qsizetype above)
+    {
+        if (out.size() <= above)
+            return;
+        written = written && output.write(out) == out.size();
+        out.resize(0);
+    }
+
+    QLockFile lock;
+    QSaveFile output;
+    QByteArray out;
+    Writer block;
+    quint32 count = 0;
+    bool written = true;
+};
+
+CatalogueIndex::~CatalogueIndex()
+{
+    if (m_writing)
+        m_writing->output.cancelWriting();
+}
+
 bool CatalogueIndex::Load()
 {
     m_loaded.clear();
+    m_source.reset();
     m_loadedScanStartedNs = 0;
     if (m_file.isEmpty() || !IsRegularFile(m_file))
         return false;
-    QFile file(m_file);
-    if (!file.open(QIODevice::ReadOnly | QIODevice::Unbuffered))
+    auto source = std::make_unique<QFile>(m_file);
+    if (!source->open(QIODevice::ReadOnly | QIODevice::Unbuffered))
         return false;
     char header[kHeaderSize];
-    if (file.read(header, kHeaderSize) != kHeaderSize)
+    if (source->read(header, kHeaderSize) != kHeaderSize)
         return false;
     Reader fixed(header, kHeaderSize);
     char magic[sizeof kMagic];
@@ -357,7 +396,7 @@ bool CatalogueIndex::Load()
         byteOrder != kByteOrderMark)
         return false;
 
-    BlockReader blocks(file);
+    BlockReader blocks(*source);
     qsizetype size = 0;
     const char* block = blocks.Next(size);
     if (!block)
@@ -366,124 +405,181 @@ bool CatalogueIndex::Load()
     if (head.Text() != m_key)
         return false;
     const auto scanStarted = head.Number<qint64>();
-    const auto count = head.Number<quint32>();
     if (head.Failed() || !head.AtEnd())
         return false;
     QHash<QString, Entry> loaded;
-    loaded.reserve(qMin<qsizetype>(count, file.size() / 64));
-    for (quint32 i = 0; i < count; ++i)
+    for (;;)
     {
+        const qint64 offset = kHeaderSize + blocks.Offset();
         block = blocks.Next(size);
         if (!block)
             return false;
-        Reader entry(block, size);
-        const QString path = entry.Text();
-        Entry value;
-        value.identity = entry.Identity();
-        value.file = entry.File();
-        if (entry.Failed() || !entry.AtEnd())
+        Reader reader(block, size);
+        const auto kind = reader.Number<quint8>();
+        if (kind == kEndBlock)
+        {
+            const auto count = reader.Number<quint32>();
+            if (reader.Failed() || !reader.AtEnd() || count != quint64(loaded.size()) || !blocks.AtEnd())
+                return false;
+            break;
+        }
+        if (kind != kEntryBlock)
             return false;
-        loaded.insert(path, std::move(value));
+        const QString path = reader.Text();
+        Entry entry;
+        entry.identity = reader.Identity();
+        entry.file = reader.File();
+        if (reader.Failed() || !reader.AtEnd() || loaded.contains(path))
+            return false;
+        entry.offset = offset;
+        entry.length = kHeaderSize + blocks.Offset() - offset;
+        loaded.insert(path, std::move(entry));
     }
-    if (!blocks.AtEnd())
-        return false;
     m_loaded = std::move(loaded);
     m_loadedScanStartedNs = scanStarted;
+    m_source = std::move(source);
     return true;
 }
 
-ScannedFilePtr CatalogueIndex::Find(const QString& path, const Platform::FileIdentity& identity) const
+QByteArray CatalogueIndex::LoadedBlock(const Entry& entry) const
 {
-    const auto found = m_loaded.constFind(path);
-    if (found == m_loaded.constEnd() || found->identity != identity)
+    QByteArray bytes;
+    if (!m_source || !m_source->seek(entry.offset))
+        return bytes;
+    bytes.resize(entry.length);
+    if (m_source->read(bytes.data(), entry.length) != entry.length)
+        bytes.clear();
+    return bytes;
+}
+
+ScannedFilePtr CatalogueIndex::Take(const QString& path, const Platform::FileIdentity& identity)
+{
+    const auto found = m_loaded.find(path);
+    if (found == m_loaded.end() || found->identity != identity)
         return nullptr;
     if (identity.modifiedNs > m_loadedScanStartedNs - kRacyWindowNs)
         return nullptr;
-    return found->file;
-}
-
-void CatalogueIndex::Enter(const QString& path, const Platform::FileIdentity& identity,
-                           const ScannedFilePtr& file)
-{
-    if (!file)
-        return;
-    const auto loaded = m_loaded.constFind(path);
-    if (loaded == m_loaded.constEnd() || loaded->file != file || loaded->identity != identity)
-        m_changed = true;
-    m_entered.append({path, Entry{identity, file}});
-}
-
-bool CatalogueIndex::Save(qint64 scanStartedNs)
-{
-    // A file entered twice (a folder named twice) counts once.
-    QSet<QString> seen;
-    qsizetype unique = 0;
-    for (const auto& [path, entry] : std::as_const(m_entered))
+    if (found->file)
     {
-        if (!seen.contains(path))
-        {
-            seen.insert(path);
-            ++unique;
-        }
+        ScannedFilePtr file = std::move(found->file);
+        found->taken = file;
+        return file;
     }
-    if (!m_changed && unique == m_loaded.size())
-        return true;
-    if (m_file.isEmpty() || !MakePrivateFolders(QFileInfo(m_file).absolutePath()))
-        return false;
+    // Taken before (a folder listed twice): the same data while it lives, else read again
+    // from its block.
+    if (ScannedFilePtr file = found->taken.lock())
+        return file;
+    const QByteArray block = LoadedBlock(*found);
+    if (block.size() < kBlockHeaderSize)
+        return nullptr;
+    Reader reader(block.constData() + kBlockHeaderSize, block.size() - kBlockHeaderSize);
+    reader.Number<quint8>();
+    reader.Text();
+    reader.Identity();
+    ScannedFilePtr file = reader.File();
+    if (reader.Failed())
+        return nullptr;
+    found->taken = file;
+    return file;
+}
 
+bool CatalogueIndex::StartWriting()
+{
+    if (m_writing)
+        return true;
+    if (m_writeFailed || m_file.isEmpty() || !MakePrivateFolders(QFileInfo(m_file).absolutePath()))
+    {
+        m_writeFailed = true;
+        return false;
+    }
+    auto writing = std::make_unique<Writing>(m_file);
     // Two programs that scan the same catalogue at once write one after the other; one that
     // finds the lock taken leaves the writing to the other.
-    QLockFile lock(m_file + QStringLiteral(".lock"));
-    lock.setStaleLockTime(30000);
-    if (!lock.tryLock(0))
+    writing->lock.setStaleLockTime(30000);
+    if (!writing->lock.tryLock(0) || !writing->output.open(QIODevice::WriteOnly))
+    {
+        m_writeFailed = true;
         return false;
-    QSaveFile file(m_file);
-    if (!file.open(QIODevice::WriteOnly))
-        return false;
-    file.setPermissions(QFileDevice::ReadOwner | QFileDevice::WriteOwner);
-
-    // Blocks go out through one buffer, so that writing a large index never holds all of it.
-    QByteArray out;
-    out.reserve(2 << 20);
-    bool written = true;
-    const auto flush = [&](qsizetype above) {
-        if (out.size() > above)
-        {
-            written = written && file.write(out) == out.size();
-            out.resize(0);
-        }
-    };
-    Writer block;
+    }
+    writing->output.setPermissions(QFileDevice::ReadOwner | QFileDevice::WriteOwner);
+    writing->out.reserve(2 << 20);
+    Writer& block = writing->block;
     for (char c : kMagic)
         block.Number<quint8>(static_cast<quint8>(c));
     block.Number<quint32>(kFormatVersion);
     block.Number<quint32>(kByteOrderMark);
-    out.append(block.Bytes());
+    writing->out.append(block.Bytes());
     block.Clear();
     block.Text(m_key);
-    block.Number<qint64>(scanStartedNs);
-    block.Number<quint32>(static_cast<quint32>(unique));
-    AppendBlock(out, block.Bytes());
-    seen.clear();
-    for (const auto& [path, entry] : std::as_const(m_entered))
+    block.Number<qint64>(m_scanStartedNs);
+    AppendBlock(writing->out, block.Bytes());
+    m_writing = std::move(writing);
+    // What was entered unchanged so far goes in as it stood in the old index.
+    for (const QString& path : std::as_const(m_unchangedEntered))
     {
-        if (seen.contains(path))
-            continue;
-        seen.insert(path);
-        block.Clear();
-        block.Text(path);
-        block.Identity(entry.identity);
-        block.File(*entry.file);
-        AppendBlock(out, block.Bytes());
-        flush(1 << 20);
+        const QByteArray copied = LoadedBlock(m_loaded.value(path));
+        m_writing->written = m_writing->written && !copied.isEmpty();
+        m_writing->out.append(copied);
+        ++m_writing->count;
+        m_writing->Flush(1 << 20);
     }
-    flush(0);
-    if (!written)
+    m_unchangedEntered.clear();
+    return true;
+}
+
+void CatalogueIndex::Enter(const QString& path, const Platform::FileIdentity& identity,
+                           const ScannedFilePtr& file, bool fromIndex)
+{
+    if (!file || m_entered.contains(path))
+        return;
+    m_entered.insert(path);
+    if (fromIndex && !m_writing)
     {
-        file.cancelWriting();
+        m_unchangedEntered.append(path);
+        return;
+    }
+    if (!StartWriting())
+        return;
+    if (fromIndex)
+    {
+        const QByteArray copied = LoadedBlock(m_loaded.value(path));
+        m_writing->written = m_writing->written && !copied.isEmpty();
+        m_writing->out.append(copied);
+    }
+    else
+    {
+        Writer& block = m_writing->block;
+        block.Clear();
+        block.Number<quint8>(kEntryBlock);
+        block.Text(path);
+        block.Identity(identity);
+        block.File(*file);
+        AppendBlock(m_writing->out, block.Bytes());
+    }
+    ++m_writing->count;
+    m_writing->Flush(1 << 20);
+}
+
+bool CatalogueIndex::Finish()
+{
+    // Nothing differed and nothing is gone: the old index stands.
+    if (!m_writing && !m_writeFailed && m_source && m_entered.size() == m_loaded.size())
+        return true;
+    if (!StartWriting())
+        return false;
+    std::unique_ptr<Writing> writing = std::move(m_writing);
+    Writer& block = writing->block;
+    block.Clear();
+    block.Number<quint8>(kEndBlock);
+    block.Number<quint32>(writing->count);
+    AppendBlock(writing->out, block.Bytes());
+    writing->Flush(0);
+    if (!writing->written)
+    {
+        writing->output.cancelWriting();
         return false;
     }
-    return file.commit();
+    return writing->output.commit();
 }
 
 } // namespace Velmora::WorkflowCore

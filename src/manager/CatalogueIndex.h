@@ -4,7 +4,9 @@
 #include "platform/Platform.h"
 #include "util/XmlStreamReading.h"
 
+#include <QFile>
 #include <QHash>
+#include <QSet>
 #include <QString>
 #include <QStringList>
 
@@ -33,8 +35,13 @@ using ScannedFilePtr = std::shared_ptr<const ScannedFile>;
 class CatalogueIndex
 {
 public:
-    // An index kept in file for the catalogue that key describes (its folders and locale).
-    CatalogueIndex(QString file, QString key);
+    // An index kept in file for the catalogue that key describes (its folders and locale), for
+    // a scan that began at scanStartedNs on the wall clock.
+    CatalogueIndex(QString file, QString key, qint64 scanStartedNs);
+    // An index that was being written and not finished is dropped: the old one stays.
+    ~CatalogueIndex();
+    CatalogueIndex(const CatalogueIndex&) = delete;
+    CatalogueIndex& operator=(const CatalogueIndex&) = delete;
 
     // The index file of a catalogue read from these folders in that locale: in the user's cache
     // folder, named by a digest of both. Empty when the user has no cache folder.
@@ -49,14 +56,19 @@ public:
     // What path gave the last scan, when the file still has the identity it had then and was
     // last changed well before that scan began: a change made within the same tick of the
     // file system's clock as the read could not be told from the file read. Null otherwise.
-    ScannedFilePtr Find(const QString& path, const Platform::FileIdentity& identity) const;
-    // Enters what this scan took for path; the index written at the end holds exactly the
-    // files entered.
-    void Enter(const QString& path, const Platform::FileIdentity& identity, const ScannedFilePtr& file);
-    // Writes the entered files when they differ from what was loaded, atomically and under a
-    // lock file; scanStartedNs is the wall-clock time the scan began. False when nothing could
-    // be written (the reason does not matter: the next start reads the files again).
-    bool Save(qint64 scanStartedNs);
+    // The index keeps no hold of what it hands out, so that the catalogue's records are the
+    // only holders of their texts.
+    ScannedFilePtr Take(const QString& path, const Platform::FileIdentity& identity);
+    // Enters what this scan took for path, read from the file or taken from the index
+    // (fromIndex). The new index is written as files are entered, from the first one that
+    // differs from what was loaded on: a scan of unchanged files writes nothing, and a first
+    // scan keeps nothing of its files but the records made from them.
+    void Enter(const QString& path, const Platform::FileIdentity& identity, const ScannedFilePtr& file,
+               bool fromIndex);
+    // Ends the scan: when anything differed from the loaded index, the new one replaces it,
+    // atomically and under a lock file. False when nothing could be written (the reason does
+    // not matter: the next start reads the files again).
+    bool Finish();
 
     // The layout of the file's fixed start, for tests that damage an index on purpose: eight
     // bytes of magic, then the format version as a 32-bit number.
@@ -67,15 +79,29 @@ private:
     struct Entry
     {
         Platform::FileIdentity identity;
+        // What was loaded, until it is taken; then only the block it came from.
         ScannedFilePtr file;
+        std::weak_ptr<const ScannedFile> taken;
+        qint64 offset = 0;
+        qint64 length = 0;
     };
+    struct Writing;
+
+    bool StartWriting();
+    QByteArray LoadedBlock(const Entry& entry) const;
 
     QString m_file;
     QString m_key;
+    qint64 m_scanStartedNs = 0;
     qint64 m_loadedScanStartedNs = 0;
     QHash<QString, Entry> m_loaded;
-    QList<std::pair<QString, Entry>> m_entered;
-    bool m_changed = false;
+    // The loaded index stays open: its blocks are copied into the new one as they stand.
+    std::unique_ptr<QFile> m_source;
+    QSet<QString> m_entered;
+    // Files entered unchanged before anything differed: copied once writing starts.
+    QStringList m_unchangedEntered;
+    std::unique_ptr<Writing> m_writing;
+    bool m_writeFailed = false;
 };
 
 } // namespace Velmora::WorkflowCore

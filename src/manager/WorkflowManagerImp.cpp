@@ -238,12 +238,12 @@ void WorkflowManagerImp::ScanCatalogue()
     CatalogueIndex index(m_scanReadsDocuments || !m_useScanIndex
                              ? QString()
                              : CatalogueIndex::FileFor(folders, m_currentLocale),
-                         CatalogueIndex::KeyFor(folders, m_currentLocale));
+                         CatalogueIndex::KeyFor(folders, m_currentLocale), scanStartedNs);
     index.Load();
     m_lastScanFilesRead = 0;
     for (const QString& folder : std::as_const(folders))
         ReadWorkflowFiles(ListWorkflowFiles(folder), index);
-    index.Save(scanStartedNs);
+    index.Finish();
 
     m_catalogueLoaded = true;
     RemoveOrphans();
@@ -293,14 +293,16 @@ void WorkflowManagerImp::ReadWorkflowFiles(const QList<FoundFile>& files, Catalo
     for (qsizetype i = 0; i < count; ++i)
     {
         const FoundFile& file = files.at(i);
-        scanned[static_cast<size_t>(i)] = index.Find(file.path, file.identity);
+        if (!m_scanReadsDocuments)
+            scanned[static_cast<size_t>(i)] = index.Take(file.path, file.identity);
         toRead += scanned[static_cast<size_t>(i)] ? 0 : 1;
     }
-    m_lastScanFilesRead += m_scanReadsDocuments ? count : toRead;
-    const auto addRecords = [&](qsizetype i, const ScannedFilePtr& file) {
+    m_lastScanFilesRead += toRead;
+    // Each file's plain data is let go once its records are made: they hold its texts.
+    const auto addRecords = [&](qsizetype i, ScannedFilePtr file, bool fromIndex) {
         if (file->result == StreamReadResult::Read)
             AddWorkflowRecords(files.at(i).path, file->data);
-        index.Enter(files.at(i).path, files.at(i).identity, file);
+        index.Enter(files.at(i).path, files.at(i).identity, file, fromIndex);
     };
     if (m_scanReadsDocuments)
     {
@@ -313,10 +315,9 @@ void WorkflowManagerImp::ReadWorkflowFiles(const QList<FoundFile>& files, Catalo
     {
         for (qsizetype i = 0; i < count; ++i)
         {
-            ScannedFilePtr file = scanned[static_cast<size_t>(i)];
-            if (!file)
-                file = ScanFile(files.at(i).path);
-            addRecords(i, file);
+            ScannedFilePtr file = std::move(scanned[static_cast<size_t>(i)]);
+            const bool fromIndex = file != nullptr;
+            addRecords(i, fromIndex ? std::move(file) : ScanFile(files.at(i).path), fromIndex);
         }
         return;
     }
@@ -358,15 +359,16 @@ void WorkflowManagerImp::ReadWorkflowFiles(const QList<FoundFile>& files, Catalo
     for (qsizetype i = 0; i < count; ++i)
     {
         submitAhead();
-        ScannedFilePtr file = scanned[static_cast<size_t>(i)];
-        if (!file)
+        ScannedFilePtr file = std::move(scanned[static_cast<size_t>(i)]);
+        const bool fromIndex = file != nullptr;
+        if (!fromIndex)
         {
             file = parsing[static_cast<size_t>(i)].get();
             --inFlight;
             if (!file)
                 continue;
         }
-        addRecords(i, file);
+        addRecords(i, std::move(file), fromIndex);
     }
 }
 
