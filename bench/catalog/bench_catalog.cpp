@@ -16,6 +16,7 @@
 
 #include "manager/WorkflowManagerImp.h"
 #include "util/FacadeAccess.h"
+#include "workflow/WorkflowImp.h"
 
 #include <QCoreApplication>
 #include <QDateTime>
@@ -74,6 +75,32 @@ void WriteCatalogue(const QString& folder, int count)
     }
 }
 
+// The UTF-16 size of every text the catalogue's records hold.
+qint64 TextBytes(const WorkflowManagerImp& manager)
+{
+    qint64 units = 0;
+    for (Workflow* workflow : manager.Catalogue())
+    {
+        const WorkflowFields& m = ImpOf(workflow)->Fields();
+        for (const QString* text : {&m.TemplateId,     &m.Id,
+                                    &m.HelpId,         &m.Name,
+                                    &m.Description,    &m.TemplateImage,
+                                    &m.ModifiedImage,  &m.Tooltip,
+                                    &m.Keywords,       &m.Tag,
+                                    &m.UIFile,         &m.Settings,
+                                    &m.SourceFile,     &m.Plugin,
+                                    &m.PrimaryProduct, &m.RequiredProducts,
+                                    &m.TargetProduct,  &m.RequiredProductsDisplayText,
+                                    &m.Introduction,   &m.XlfFile})
+            units += text->size();
+        for (const QString& image : m.TemplateImages)
+            units += image.size();
+        for (const QString& image : m.ModifiedImages)
+            units += image.size();
+    }
+    return units * 2;
+}
+
 template <typename Call> double NanosecondsPerCall(int calls, Call call)
 {
     QElapsedTimer timer;
@@ -96,6 +123,7 @@ void Measure(const QString& root, int count, bool reportScan)
     manager->SetWorkflowSearchPaths(folder); // first scan warms the page cache
     const qint64 coldMs = timer.elapsed();
     const long after = PeakResidentKilobytes();
+    const double textKilobytes = double(TextBytes(*manager)) / 1024.0;
     // A rescan empties the catalogue first (templates write their settings as they go), then
     // reads everything again; a fresh manager reads into an empty catalogue.
     timer.restart();
@@ -115,10 +143,12 @@ void Measure(const QString& root, int count, bool reportScan)
     {
         std::printf(
             "scan of %d files: first %lld ms; later start %lld ms = %.1f ms per 1,000 files; rescan with "
-            "teardown %lld ms; teardown alone %lld ms; peak memory growth %.2f KB per workflow\n",
+            "teardown %lld ms; teardown alone %lld ms; peak memory growth %.2f KB per workflow\n"
+            "memory: peak growth %.2f KB per workflow for %.2f KB of UTF-16 text held = %.2fx the text\n",
             count, static_cast<long long>(coldMs), static_cast<long long>(warmMs), warmMs * 1000.0 / count,
             static_cast<long long>(rescanMs), static_cast<long long>(teardownMs),
-            double(after - before) / catalogued);
+            double(after - before) / catalogued, double(after - before) / catalogued,
+            textKilobytes / catalogued, double(after - before) / textKilobytes);
     }
     const int calls = 20000;
     volatile int sink = 0;
