@@ -6,8 +6,6 @@
 #include "util/XmlFiler.h"
 #include "util/XmlStreamReading.h"
 
-#include <QDir>
-#include <QFileInfo>
 #include <QHash>
 #include <QScopeGuard>
 #include <QXmlStreamReader>
