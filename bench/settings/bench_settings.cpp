@@ -7,7 +7,8 @@
 // - the teardown when the file already holds every value (every teardown after the first),
 // - the teardown of a fresh profile, with no file yet,
 // - the teardown when one template's choice changed,
-// - the first lookup of a store on a file of that many entries (the whole file is read).
+// - the first lookup of a store on a file of that many entries (the whole file is read),
+// - then every template's lookup in the file read, outside and inside a read session.
 // Before each teardown the store has looked every template up, as the catalogue scan does.
 // Everything happens below a temporary folder: the user's own files are never touched.
 // Usage: bench_settings [templates, default 10000]
@@ -169,6 +170,22 @@ int main(int argc, char** argv)
             changeLanded = changeLanded && !value.isEmpty();
         }
     }
+    // What a scan pays per template lookup once the file is read, without and with a session.
+    std::vector<double> lookups, sessionLookups;
+    for (int run = 0; run < runs; ++run)
+    {
+        Restore(file, full);
+        WorkflowSettingsStore store;
+        store.Read(TemplateId(0), kShow);
+        QElapsedTimer timer;
+        timer.start();
+        LookEveryTemplateUp(store, count);
+        lookups.push_back(Ms(timer));
+        WorkflowSettingsStore::ReadSession session(store);
+        timer.restart();
+        LookEveryTemplateUp(store, count);
+        sessionLookups.push_back(Ms(timer));
+    }
     std::printf("checks: unchanged file left byte for byte %s; fresh file complete %s; changed value and "
                 "first read right %s\n",
                 leftAsItWas ? "yes" : "no", freshComplete ? "yes" : "no", changeLanded ? "yes" : "no");
@@ -176,5 +193,7 @@ int main(int argc, char** argv)
     std::printf("settings teardown of %d templates, no file yet: %.1f ms\n", count, Median(fresh));
     std::printf("settings teardown of %d templates, one value changed: %.1f ms\n", count, Median(oneChanged));
     std::printf("settings first read of a file of %d entries: %.1f ms\n", count, Median(firstRead));
+    std::printf("settings lookups of %d templates in a read file: %.1f ms, %.1f ms in a read session\n",
+                count, Median(lookups), Median(sessionLookups));
     return 0;
 }
