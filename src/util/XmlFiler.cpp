@@ -5,6 +5,7 @@
 #include "util/XlfCatalog.h"
 
 #include <algorithm>
+#include <functional>
 
 #include <QDirIterator>
 #include <QFile>
@@ -314,11 +315,13 @@ bool XmlFiler::Open(const QString& path)
     return true;
 }
 
-bool XmlFiler::Save(const QString& path)
-{
-    if (m_document.isNull() || m_document.documentElement().isNull())
-        return false;
+namespace {
 
+// Writes a file as every save of the library does: atomically (the previous file stays whole
+// unless the new one is committed), never through a link, never over a file the user made
+// read-only, and with the permissions of the file it replaces.
+bool SaveAtomically(const QString& path, const std::function<void(QIODevice&)>& write)
+{
     // A link is never written through: the file it leads to is not the one asked for.
     const QFileInfo existing(path);
     if (existing.isSymLink())
@@ -340,11 +343,7 @@ bool XmlFiler::Save(const QString& path)
             << QStringLiteral("XmlFiler: Failed to save file %1. %2").arg(path, file.errorString());
         return false;
     }
-    DeclareUtf8(m_document);
-    KeepOnlyXmlCharacters(m_document);
-    QTextStream stream(&file);
-    m_document.save(stream, kIndent);
-    stream.flush();
+    write(file);
     if (!file.commit())
         return false;
     RemoveStaleTemporaries(path);
@@ -352,6 +351,26 @@ bool XmlFiler::Save(const QString& path)
     if (replacing)
         QFile::setPermissions(path, permissions);
     return true;
+}
+
+} // namespace
+
+bool SaveXmlBytes(const QString& path, const QByteArray& bytes)
+{
+    return SaveAtomically(path, [&bytes](QIODevice& file) { file.write(bytes); });
+}
+
+bool XmlFiler::Save(const QString& path)
+{
+    if (m_document.isNull() || m_document.documentElement().isNull())
+        return false;
+    return SaveAtomically(path, [this](QIODevice& file) {
+        DeclareUtf8(m_document);
+        KeepOnlyXmlCharacters(m_document);
+        QTextStream stream(&file);
+        m_document.save(stream, kIndent);
+        stream.flush();
+    });
 }
 
 void XmlFiler::Create(const QString& rootName)

@@ -28,6 +28,11 @@ bool HoldsNonXmlCharacter(QStringView text);
 // Takes those characters out of the text; true when there were any.
 bool RemoveNonXmlCharacters(QString& text);
 
+// Writes markup made elsewhere to path the way XmlFiler::Save writes a document: atomically,
+// never through a link, never over a file made read-only, keeping the replaced file's
+// permissions. The caller answers for the bytes being a well-formed UTF-8 file.
+bool SaveXmlBytes(const QString& path, const QByteArray& bytes);
+
 class XlfCatalog;
 
 class XmlFiler

@@ -6,11 +6,12 @@
 #include "util/XmlFiler.h"
 #include "util/XmlStreamReading.h"
 
-#include <QDir>
-#include <QFileInfo>
 #include <QHash>
+#include <QScopeGuard>
+#include <QXmlStreamReader>
 
 #include <memory>
+#include <optional>
 
 namespace Velmora::WorkflowCore {
 
@@ -37,8 +38,6 @@ bool GoToWorkflowElement(XmlFiler& filer, const QString& workflowId)
 // The attributes of one element, packed into one text as name, value, name, value, each ended
 // by a null character (which no XML name or value holds): a table of a hundred thousand ids
 // then costs a few times the file, where a hash per element would cost many times it.
-using PackedSettings = QHash<QString, QString>;
-
 void Pack(QString& packed, const QString& name, const QString& value)
 {
     packed += name;
@@ -47,7 +46,8 @@ void Pack(QString& packed, const QString& name, const QString& value)
     packed += QChar(0);
 }
 
-QString Unpack(const QString& packed, const QString& key)
+// Where the value of key starts in packed and how long it is; false when the element lacks it.
+bool FindValue(const QString& packed, QStringView key, qsizetype& start, qsizetype& length)
 {
     qsizetype at = 0;
     while (at < packed.size())
@@ -57,73 +57,256 @@ QString Unpack(const QString& packed, const QString& key)
         if (nameEnd < 0 || valueEnd < 0)
             break;
         if (QStringView(packed).mid(at, nameEnd - at) == key)
-            return packed.mid(nameEnd + 1, valueEnd - nameEnd - 1);
+        {
+            start = nameEnd + 1;
+            length = valueEnd - start;
+            return true;
+        }
         at = valueEnd + 1;
     }
-    return QString();
+    return false;
+}
+
+QString Unpack(const QString& packed, QStringView key)
+{
+    qsizetype start = 0;
+    qsizetype length = 0;
+    return FindValue(packed, key, start, length) ? packed.mid(start, length) : QString();
+}
+
+// The Id an element is looked up by: empty when it has none, as the reader takes it.
+QString IdOf(const QString& packed)
+{
+    return Unpack(packed, kId);
+}
+
+// A name the settings writer writes as it stands and every reader reads back the same: plain
+// letters, digits and a few marks, no prefix, nothing XML keeps for itself.
+bool IsPlainName(QStringView name)
+{
+    if (name.isEmpty() || name.startsWith(QLatin1String("xml"), Qt::CaseInsensitive))
+        return false;
+    for (qsizetype i = 0; i < name.size(); ++i)
+    {
+        const char16_t c = name[i].unicode();
+        const bool letter = (c >= u'a' && c <= u'z') || (c >= u'A' && c <= u'Z') || c == u'_';
+        const bool other = (c >= u'0' && c <= u'9') || c == u'-' || c == u'.';
+        if (!(letter || (i > 0 && other)))
+            return false;
+    }
+    return true;
+}
+
+// Whether the write reaches the file exactly as the settings writer writes it. Any other one
+// (a key that is no plain name, the Id itself, a character no XML file holds) takes the
+// document's way, which is the single write's own.
+bool IsPlainWrite(const QString& workflowId, const QString& key, const QString& value)
+{
+    return key != kId && IsPlainName(key) && !HoldsNonXmlCharacter(workflowId) &&
+           !HoldsNonXmlCharacter(value);
+}
+
+// The run of workflow elements, each packed, in document order (an Id may come twice: the
+// first one counts). When the file is plain (the layout the settings writer writes: an
+// optional declaration, the root and "Workflows" without attributes, only "Workflow" elements
+// with an Id and no content, plain attribute names, nothing else but white space) it can be
+// written again from the elements alone.
+bool ParsePlain(const QByteArray& bytes, QList<QString>& elements)
+{
+    QXmlStreamReader reader(bytes);
+    reader.setNamespaceProcessing(false);
+    int depth = 0;
+    int lists = 0;
+    while (!reader.atEnd())
+    {
+        switch (reader.readNext())
+        {
+        case QXmlStreamReader::StartDocument:
+        case QXmlStreamReader::EndDocument:
+            break;
+        case QXmlStreamReader::StartElement:
+        {
+            ++depth;
+            const QXmlStreamAttributes attributes = reader.attributes();
+            const QStringView name = reader.qualifiedName();
+            if (depth == 1)
+            {
+                if (name != QLatin1String("WorkflowSettings") || !attributes.isEmpty())
+                    return false;
+            }
+            else if (depth == 2)
+            {
+                if (name != QLatin1String("Workflows") || !attributes.isEmpty() || ++lists > 1)
+                    return false;
+            }
+            else if (depth == 3 && name == QLatin1String("Workflow"))
+            {
+                QString packed;
+                bool hasId = false;
+                for (const QXmlStreamAttribute& attribute : attributes)
+                {
+                    const QStringView attributeName = attribute.qualifiedName();
+                    const QStringView value = attribute.value();
+                    if (!IsPlainName(attributeName) || HoldsNonXmlCharacter(value))
+                        return false;
+                    hasId = hasId || attributeName == kId;
+                    packed += attributeName;
+                    packed += QChar(0);
+                    packed += value;
+                    packed += QChar(0);
+                }
+                if (!hasId)
+                    return false;
+                packed.squeeze();
+                elements.append(std::move(packed));
+            }
+            else
+            {
+                return false;
+            }
+            break;
+        }
+        case QXmlStreamReader::EndElement:
+            --depth;
+            break;
+        case QXmlStreamReader::Characters:
+            if (reader.isCDATA() || !reader.isWhitespace())
+                return false;
+            break;
+        default: // comments, instructions, a document type, entities, errors
+            return false;
+        }
+    }
+    return !reader.hasError();
 }
 
 // Reads the file as a whole document; false when it cannot be opened or parsed.
-bool ReadPackedFromDocument(const QString& file, PackedSettings& settings)
+bool ReadElementsFromDocument(const QString& file, QList<QString>& elements)
 {
     XmlFiler filer(false);
     if (!filer.Open(file))
         return false;
+    elements.clear();
     if (filer.GoToPath(kWorkflowPath))
     {
         do
         {
             const QDomElement element = filer.GetCurrentElement();
-            const QString id = element.attribute(kId);
-            if (settings.contains(id))
-                continue;
-            QString& packed = settings[id];
+            QString packed;
             const QDomNamedNodeMap map = element.attributes();
             for (int i = 0; i < map.count(); ++i)
             {
                 const QDomAttr attribute = map.item(i).toAttr();
                 Pack(packed, attribute.name(), attribute.value());
             }
+            elements.append(std::move(packed));
         } while (filer.GoToNextSibling());
     }
     return true;
 }
 
-// Reads the file in one streaming pass; a file that declares a document type goes the
-// document's way, which alone expands its entities.
-bool ReadPacked(const QString& file, PackedSettings& settings)
+// Reads the file in one streaming pass, the plain layout first; a file that declares a
+// document type goes the document's way, which alone expands its entities.
+bool ReadElements(const QString& file, QList<QString>& elements, bool& plain)
 {
-    PackedSettings read;
+    plain = false;
+    QList<QString> read;
     StreamReadResult result;
     {
         QByteArray bytes;
         if (!ReadRegularFileBytes(file, bytes))
             return false;
+        if (ParsePlain(bytes, read))
+        {
+            plain = true;
+            elements = std::move(read);
+            return true;
+        }
+        read.clear();
         result = ParseElementRun(bytes, kWorkflowPath,
                                  [&read](const QList<std::pair<QString, QString>>& attributes) {
-                                     QString id;
-                                     for (const auto& [name, value] : attributes)
-                                     {
-                                         if (name == kId)
-                                         {
-                                             id = value;
-                                             break;
-                                         }
-                                     }
-                                     if (read.contains(id))
-                                         return;
-                                     QString& packed = read[id];
+                                     QString packed;
                                      for (const auto& [name, value] : attributes)
                                          Pack(packed, name, value);
                                      packed.squeeze();
+                                     read.append(std::move(packed));
                                  });
     }
     if (result == StreamReadResult::NeedsDocument)
-        return ReadPackedFromDocument(file, settings);
+        return ReadElementsFromDocument(file, elements);
     if (result != StreamReadResult::Read)
         return false;
-    settings = std::move(read);
+    elements = std::move(read);
     return true;
+}
+
+void AppendEscaped(QString& out, QStringView text)
+{
+    for (const QChar c : text)
+    {
+        switch (c.unicode())
+        {
+        case u'&':
+            out += QLatin1String("&amp;");
+            break;
+        case u'<':
+            out += QLatin1String("&lt;");
+            break;
+        case u'>':
+            out += QLatin1String("&gt;");
+            break;
+        case u'"':
+            out += QLatin1String("&quot;");
+            break;
+        // Written as they are, a reader would take these for spaces.
+        case u'\t':
+            out += QLatin1String("&#x9;");
+            break;
+        case u'\n':
+            out += QLatin1String("&#xa;");
+            break;
+        case u'\r':
+            out += QLatin1String("&#xd;");
+            break;
+        default:
+            out += c;
+        }
+    }
+}
+
+// The plain file of the elements, laid out as the document writer lays it out.
+QByteArray PlainFile(const QList<QString>& elements)
+{
+    QString out;
+    out.reserve(96 + elements.size() * 80);
+    out += QLatin1String("<?xml version=\"1.0\"?>\n<WorkflowSettings>\n");
+    if (elements.isEmpty())
+        out += QLatin1String("    <Workflows/>\n");
+    else
+        out += QLatin1String("    <Workflows>\n");
+    for (const QString& packed : elements)
+    {
+        out += QLatin1String("        <Workflow");
+        qsizetype at = 0;
+        while (at < packed.size())
+        {
+            const qsizetype nameEnd = packed.indexOf(QChar(0), at);
+            const qsizetype valueEnd = packed.indexOf(QChar(0), nameEnd + 1);
+            if (nameEnd < 0 || valueEnd < 0)
+                break;
+            out += QLatin1Char(' ');
+            out += QStringView(packed).mid(at, nameEnd - at);
+            out += QLatin1String("=\"");
+            AppendEscaped(out, QStringView(packed).mid(nameEnd + 1, valueEnd - nameEnd - 1));
+            out += QLatin1Char('"');
+            at = valueEnd + 1;
+        }
+        out += QLatin1String("/>\n");
+    }
+    if (!elements.isEmpty())
+        out += QLatin1String("    </Workflows>\n");
+    out += QLatin1String("</WorkflowSettings>\n");
+    return out.toUtf8();
 }
 
 void Store(XmlFiler& filer, const QString& workflowId, const QString& key, const QString& value)
@@ -142,6 +325,11 @@ bool Commit(XmlFiler& filer, const QString& file)
     return filer.Save(file);
 }
 
+QString FileInFolder(const QString& folder)
+{
+    return folder.isEmpty() ? QString() : folder + QStringLiteral("/WorkflowSettings.xml");
+}
+
 } // namespace
 
 QString WorkflowSettingsFolder()
@@ -154,51 +342,170 @@ QString WorkflowSettingsFolder()
 
 QString WorkflowSettingsFile()
 {
-    const QString folder = WorkflowSettingsFolder();
-    if (folder.isEmpty())
-        return QString();
-    return folder + QStringLiteral("/WorkflowSettings.xml");
+    return FileInFolder(WorkflowSettingsFolder());
 }
 
 bool ReadWorkflowSettingsFile(const QString& file, QHash<QString, QHash<QString, QString>>& settings,
                               bool fromDocument)
 {
-    PackedSettings packed;
-    if (!(fromDocument ? ReadPackedFromDocument(file, packed) : ReadPacked(file, packed)))
+    QList<QString> elements;
+    bool plain = false;
+    if (!(fromDocument ? ReadElementsFromDocument(file, elements) : ReadElements(file, elements, plain)))
         return false;
     settings.clear();
-    for (auto it = packed.cbegin(); it != packed.cend(); ++it)
+    for (const QString& packed : std::as_const(elements))
     {
-        QHash<QString, QString>& attributes = settings[it.key()];
-        const QStringList parts = it.value().split(QChar(0));
+        const QString id = IdOf(packed);
+        if (settings.contains(id))
+            continue;
+        QHash<QString, QString>& attributes = settings[id];
+        const QStringList parts = packed.split(QChar(0));
         for (qsizetype i = 0; i + 1 < parts.size(); i += 2)
             attributes.insert(parts.at(i), parts.at(i + 1));
     }
     return true;
 }
 
-// What the settings file held when it was last read. Valid while the file keeps the identity
-// it had then.
+// What the settings file held when it was last read, with the writes of a running batch
+// folded in. Valid while the file keeps the identity it had then.
 struct WorkflowSettingsStore::ReadCache
 {
     QString file;
     Platform::FileIdentity identity;
-    PackedSettings settings;
+    bool loaded = false; // file and identity stand for what the elements hold (a missing file: none)
+    bool plain = false;  // the file can be written again from the elements alone
+    QList<QString> elements;
+    QHash<QString, qsizetype> first; // the first element of each Id
+
+    void Index()
+    {
+        first.clear();
+        first.reserve(elements.size());
+        for (qsizetype i = 0; i < elements.size(); ++i)
+        {
+            QString id = IdOf(elements.at(i));
+            if (!first.contains(id))
+                first.insert(std::move(id), i);
+        }
+    }
+
+    // The value of key in the first element of the Id, valid until the next change; none when
+    // either is missing.
+    std::optional<QStringView> ValueOf(const QString& workflowId, const QString& key) const
+    {
+        const auto found = first.constFind(workflowId);
+        if (found == first.constEnd())
+            return std::nullopt;
+        const QString& packed = elements.at(*found);
+        qsizetype start = 0;
+        qsizetype length = 0;
+        if (!FindValue(packed, key, start, length))
+            return std::nullopt;
+        return QStringView(packed).mid(start, length);
+    }
+
+    // Sets key = value as a single write sets it on the file; true when that changed anything.
+    bool Apply(const QString& workflowId, const QString& key, const QString& value)
+    {
+        const auto found = first.constFind(workflowId);
+        if (found == first.constEnd())
+        {
+            // A new element, last of the run: its Id, then the key.
+            QString packed;
+            Pack(packed, kId, key == kId ? value : workflowId);
+            if (key != kId)
+                Pack(packed, key, value);
+            elements.append(std::move(packed));
+            if (key == kId)
+                Index();
+            else
+                first.insert(workflowId, elements.size() - 1);
+            return true;
+        }
+        QString& packed = elements[*found];
+        qsizetype start = 0;
+        qsizetype length = 0;
+        if (FindValue(packed, key, start, length))
+        {
+            if (QStringView(packed).mid(start, length) == value)
+                return false;
+            packed.replace(start, length, value);
+        }
+        else
+        {
+            Pack(packed, key, value);
+        }
+        if (key == kId)
+            Index();
+        return true;
+    }
 };
 
-// The document that gathers the writes of the running batches.
+// The writes of the running batches, in the order they were made.
 struct WorkflowSettingsStore::PendingWrites
 {
+    struct Entry
+    {
+        QString workflowId;
+        QString key;
+        QString value;
+    };
     int depth = 0;
+    bool started = false; // the folder and file were looked up, at the batch's first write
+    QString folder;
     QString file;
-    std::unique_ptr<XmlFiler> filer;
-    bool blocked = false; // the file exists but cannot be read: nothing may be written
-    // The first element of each Id, so that a batch of thousands of writes stays linear.
-    QHash<QString, QDomElement> elements;
+    QList<Entry> writes;
+    bool plainWrites = true; // every write can be written by the settings writer as it stands
+    bool triedLoad = false;  // the file was read once for the batch (it may be damaged)
+    // What each setting the batch changed held in the file as last read (none: it was missing).
+    struct Original
+    {
+        QString workflowId;
+        QString key;
+        std::optional<QString> value;
+    };
+    QHash<QString, Original> originals;
+
+    // Folds one write into what was read, remembering what the setting held before its first
+    // change. A setting never changed holds what it held.
+    void Fold(ReadCache& cache, const Entry& write)
+    {
+        const std::optional<QStringView> current = cache.ValueOf(write.workflowId, write.key);
+        if (current && *current == write.value)
+            return;
+        const QString slot = write.workflowId + QChar(0) + write.key;
+        if (!originals.contains(slot))
+        {
+            originals.insert(slot, {write.workflowId, write.key,
+                                    current ? std::optional<QString>(current->toString()) : std::nullopt});
+        }
+        cache.Apply(write.workflowId, write.key, write.value);
+    }
+
+    // Whether the file as last read lacks a value the batch leaves: a value changed and changed
+    // back again is no change.
+    bool Changes(const ReadCache& cache) const
+    {
+        for (const Original& original : originals)
+        {
+            const std::optional<QStringView> now = cache.ValueOf(original.workflowId, original.key);
+            if (now.has_value() != original.value.has_value() || (now && *now != *original.value))
+                return true;
+        }
+        return false;
+    }
+};
+
+struct WorkflowSettingsStore::Session
+{
+    int depth = 0;
+    bool checked = false; // the file was looked up and its identity checked in this session
+    QString file;
 };
 
 WorkflowSettingsStore::WorkflowSettingsStore()
-    : m_cache(std::make_unique<ReadCache>()), m_pending(std::make_unique<PendingWrites>())
+    : m_cache(std::make_unique<ReadCache>()), m_pending(std::make_unique<PendingWrites>()),
+      m_session(std::make_unique<Session>())
 {
 }
 
@@ -207,94 +514,184 @@ WorkflowSettingsStore::~WorkflowSettingsStore() = default;
 bool WorkflowSettingsStore::LoadCache(const QString& file)
 {
     const Platform::FileIdentity identity = Platform::IdentifyFile(file);
-    if (!identity.exists)
-        return false;
-    if (m_cache->file == file && m_cache->identity == identity)
+    if (m_cache->loaded && m_cache->file == file && m_cache->identity == identity)
         return true;
     *m_cache = ReadCache();
-    if (!ReadPacked(file, m_cache->settings))
-        return false;
+    if (identity.exists)
+    {
+        if (!ReadElements(file, m_cache->elements, m_cache->plain))
+            return false;
+        m_cache->Index();
+    }
+    else
+    {
+        m_cache->plain = true;
+    }
     m_cache->file = file;
     m_cache->identity = identity;
+    m_cache->loaded = true;
+    // The writes of a running batch stay in view of reads, whatever the file became meanwhile.
+    PendingWrites& pending = *m_pending;
+    if (pending.started && pending.file == file)
+    {
+        pending.originals.clear();
+        for (const PendingWrites::Entry& write : std::as_const(pending.writes))
+            pending.Fold(*m_cache, write);
+    }
     return true;
 }
 
-void WorkflowSettingsStore::IndexPendingElements()
+void WorkflowSettingsStore::ForgetCache()
 {
-    XmlFiler& filer = *m_pending->filer;
-    filer.PushPosition();
-    if (filer.GoToPath(kWorkflowPath))
-    {
-        do
-        {
-            const QDomElement element = filer.GetCurrentElement();
-            const QString id = element.attribute(kId);
-            if (!m_pending->elements.contains(id))
-                m_pending->elements.insert(id, element);
-        } while (filer.GoToNextSibling());
-    }
-    filer.PopPosition();
-}
-
-void WorkflowSettingsStore::StorePending(const QString& workflowId, const QString& key, const QString& value)
-{
-    QDomElement element = m_pending->elements.value(workflowId);
-    if (element.isNull())
-    {
-        XmlFiler& filer = *m_pending->filer;
-        filer.GoToOrCreatePath(kWorkflowPath, true, true);
-        filer.SetAttribute(kId, workflowId);
-        element = filer.GetCurrentElement();
-        m_pending->elements.insert(workflowId, element);
-    }
-    element.setAttribute(key, value);
+    *m_cache = ReadCache();
+    m_session->checked = false;
 }
 
 QString WorkflowSettingsStore::Read(const QString& workflowId, const QString& key)
 {
     if (key.isEmpty())
         return QString();
-    const QString file = WorkflowSettingsFile();
-    if (file.isEmpty())
-        return QString();
-    if (m_pending->depth > 0 && m_pending->filer && m_pending->file == file)
-        return m_pending->elements.value(workflowId).attribute(key);
-    if (!LoadCache(file))
-        return QString();
-    const auto found = m_cache->settings.constFind(workflowId);
-    return found == m_cache->settings.constEnd() ? QString() : Unpack(*found, key);
+    Session& session = *m_session;
+    if (session.depth > 0 && session.checked)
+    {
+        if (!m_cache->loaded || m_cache->file != session.file)
+            return QString();
+    }
+    else
+    {
+        const QString file = WorkflowSettingsFile();
+        const bool loaded = !file.isEmpty() && LoadCache(file);
+        if (session.depth > 0)
+        {
+            session.checked = true;
+            session.file = file;
+        }
+        if (!loaded)
+            return QString();
+    }
+    const auto found = m_cache->first.constFind(workflowId);
+    return found == m_cache->first.constEnd() ? QString() : Unpack(m_cache->elements.at(*found), key);
 }
 
 void WorkflowSettingsStore::Write(const QString& workflowId, const QString& key, const QString& value)
 {
     if (key.isEmpty())
         return;
+    PendingWrites& pending = *m_pending;
+    if (pending.depth > 0)
+    {
+        if (!pending.started)
+        {
+            pending.started = true;
+            pending.folder = WorkflowSettingsFolder();
+            pending.file = FileInFolder(pending.folder);
+        }
+        // Without a data folder the writes have nowhere to go, as single writes have not.
+        if (pending.file.isEmpty())
+            return;
+        pending.writes.append(PendingWrites::Entry{workflowId, key, value});
+        pending.plainWrites = pending.plainWrites && IsPlainWrite(workflowId, key, value);
+        if (m_cache->loaded && m_cache->file == pending.file)
+        {
+            pending.Fold(*m_cache, pending.writes.constLast());
+        }
+        else if (!pending.triedLoad)
+        {
+            // Reading the file once folds in every write so far, this one too.
+            pending.triedLoad = true;
+            LoadCache(pending.file);
+        }
+        return;
+    }
     const QString folder = WorkflowSettingsFolder();
     if (folder.isEmpty() || !MakePrivateFolders(folder))
         return;
-    const QString file = WorkflowSettingsFile();
-    if (m_pending->depth > 0)
-    {
-        if (!m_pending->filer || m_pending->file != file)
-        {
-            m_pending->file = file;
-            m_pending->filer = std::make_unique<XmlFiler>(false);
-            // A file that is there but cannot be read is the user's data all the same.
-            m_pending->blocked = QFileInfo::exists(file) && !m_pending->filer->Open(file);
-            m_pending->elements.clear();
-            if (!m_pending->blocked)
-                IndexPendingElements();
-        }
-        if (!m_pending->blocked)
-            StorePending(workflowId, key, value);
-        return;
-    }
+    const QString file = FileInFolder(folder);
+    const Platform::FileIdentity before = Platform::IdentifyFile(file);
     XmlFiler filer(false);
     // A file that is there but cannot be read is the user's data all the same: never replace it.
-    if (QFileInfo::exists(file) && !filer.Open(file))
+    if (before.exists && !filer.Open(file))
         return;
     Store(filer, workflowId, key, value);
-    Commit(filer, file);
+    const bool cacheWasCurrent = m_cache->loaded && m_cache->file == file && m_cache->identity == before;
+    if (!Commit(filer, file))
+        return;
+    // What was read stays good with this write folded in; anything less sure is read again.
+    if (cacheWasCurrent && IsPlainWrite(workflowId, key, value))
+    {
+        m_cache->Apply(workflowId, key, value);
+        m_cache->identity = Platform::IdentifyFile(file);
+    }
+    else
+    {
+        ForgetCache();
+    }
+}
+
+void WorkflowSettingsStore::CommitPending()
+{
+    PendingWrites& pending = *m_pending;
+    const auto reset = qScopeGuard([&pending] { pending = PendingWrites(); });
+    if (!pending.started || pending.file.isEmpty() || pending.writes.isEmpty())
+        return;
+    if (!MakePrivateFolders(pending.folder))
+    {
+        if (m_cache->file == pending.file)
+            ForgetCache();
+        return;
+    }
+    // The file as it is now, with every write of the batch folded in. One that is there but
+    // cannot be read is the user's data all the same: it is never replaced.
+    if (!LoadCache(pending.file))
+        return;
+    if (!pending.plainWrites || !m_cache->plain)
+    {
+        // The document's way: the writes in their order, each to the first element of its Id.
+        ForgetCache();
+        XmlFiler filer(false);
+        if (Platform::IdentifyFile(pending.file).exists && !filer.Open(pending.file))
+            return;
+        QHash<QString, QDomElement> elements;
+        const auto index = [&filer, &elements] {
+            elements.clear();
+            filer.PushPosition();
+            if (filer.GoToPath(kWorkflowPath))
+            {
+                do
+                {
+                    const QDomElement element = filer.GetCurrentElement();
+                    const QString id = element.attribute(kId);
+                    if (!elements.contains(id))
+                        elements.insert(id, element);
+                } while (filer.GoToNextSibling());
+            }
+            filer.PopPosition();
+        };
+        index();
+        for (const PendingWrites::Entry& write : std::as_const(pending.writes))
+        {
+            QDomElement element = elements.value(write.workflowId);
+            if (element.isNull())
+            {
+                filer.GoToOrCreatePath(kWorkflowPath, true, true);
+                filer.SetAttribute(kId, write.workflowId);
+                element = filer.GetCurrentElement();
+                elements.insert(write.workflowId, element);
+            }
+            element.setAttribute(write.key, write.value);
+            if (write.key == kId)
+                index();
+        }
+        Commit(filer, pending.file);
+        return;
+    }
+    // Every value already there, as at every teardown after the first: nothing to write.
+    if (!pending.Changes(*m_cache))
+        return;
+    if (SaveXmlBytes(pending.file, PlainFile(m_cache->elements)))
+        m_cache->identity = Platform::IdentifyFile(pending.file);
+    else
+        ForgetCache();
 }
 
 WorkflowSettingsStore::Batch::Batch(WorkflowSettingsStore& store) : m_store(store)
@@ -304,12 +701,23 @@ WorkflowSettingsStore::Batch::Batch(WorkflowSettingsStore& store) : m_store(stor
 
 WorkflowSettingsStore::Batch::~Batch()
 {
-    PendingWrites& pending = *m_store.m_pending;
-    if (--pending.depth > 0)
-        return;
-    if (pending.filer && !pending.blocked)
-        Commit(*pending.filer, pending.file);
-    pending = PendingWrites();
+    if (--m_store.m_pending->depth == 0)
+        m_store.CommitPending();
+}
+
+WorkflowSettingsStore::ReadSession::ReadSession(WorkflowSettingsStore& store) : m_store(store)
+{
+    ++m_store.m_session->depth;
+}
+
+WorkflowSettingsStore::ReadSession::~ReadSession()
+{
+    Session& session = *m_store.m_session;
+    if (--session.depth == 0)
+    {
+        session.checked = false;
+        session.file.clear();
+    }
 }
 
 } // namespace Velmora::WorkflowCore

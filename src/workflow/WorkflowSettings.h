@@ -20,9 +20,10 @@ bool ReadWorkflowSettingsFile(const QString& file, QHash<QString, QHash<QString,
                               bool fromDocument = false);
 
 // The user's settings file as one owner sees it: what was last read (kept while the file keeps
-// its identity, so repeated reads cost a stat) and the writes of running batches. The manager
-// owns one; a record that belongs to no manager uses a short-lived one of its own. The folder
-// and file are looked up on every use, so a change of the user's data folder is followed.
+// its identity, so repeated reads cost a stat), with the store's own writes folded in. The
+// manager owns one; a record that belongs to no manager uses a short-lived one of its own.
+// Outside a read session the folder and file are looked up on every read, so a change of the
+// file or of the user's data folder is followed.
 class WorkflowSettingsStore
 {
 public:
@@ -39,7 +40,9 @@ public:
 
     // While one lives, writes gather in memory and reach the file once, when the last batch of
     // the store ends: destroying a catalogue of thousands of templates rewrites the file once,
-    // not once per template. The file ends up exactly as the single writes would have left it.
+    // not once per template, and not at all when the file already holds every value written.
+    // The file ends up exactly as the single writes would have left it. A batch looks the file
+    // up at its first write and sends all its writes there. Reads during a batch see its writes.
     class Batch
     {
     public:
@@ -52,15 +55,36 @@ public:
         WorkflowSettingsStore& m_store;
     };
 
+    // While one lives, the store looks the file up and checks its identity once, at the first
+    // read, and then answers every read from what it holds, without asking the file system
+    // again: a scan of thousands of templates costs one stat, not one per template. Reads in a
+    // session therefore see the file as it was at the session's first read, together with every
+    // write made through this store since; a change made to the file from outside after that
+    // first read is seen by the first read after the last session of the store ends. Sessions
+    // nest.
+    class ReadSession
+    {
+    public:
+        explicit ReadSession(WorkflowSettingsStore& store);
+        ~ReadSession();
+        ReadSession(const ReadSession&) = delete;
+        ReadSession& operator=(const ReadSession&) = delete;
+
+    private:
+        WorkflowSettingsStore& m_store;
+    };
+
 private:
     struct ReadCache;
     struct PendingWrites;
+    struct Session;
     bool LoadCache(const QString& file);
-    void IndexPendingElements();
-    void StorePending(const QString& workflowId, const QString& key, const QString& value);
+    void ForgetCache();
+    void CommitPending();
 
     std::unique_ptr<ReadCache> m_cache;
     std::unique_ptr<PendingWrites> m_pending;
+    std::unique_ptr<Session> m_session;
 };
 
 } // namespace Velmora::WorkflowCore
