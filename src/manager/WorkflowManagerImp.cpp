@@ -219,6 +219,8 @@ void WorkflowManagerImp::EmptyCatalogue()
 void WorkflowManagerImp::ScanCatalogue()
 {
     EmptyCatalogue();
+    // One look at the settings file for the whole scan, not a status call per template.
+    WorkflowSettingsStore::ReadSession settingsSession(m_settings);
     if (m_searchPaths.isEmpty() && m_userWorkflowFolder.isEmpty())
     {
         // Nothing to read is a loaded, empty catalogue: asking again must not rebuild it.
