@@ -124,7 +124,9 @@ QString DigestText(const QString& text)
     return QString::fromLatin1(QCryptographicHash::hash(text.toUtf8(), QCryptographicHash::Md5).toHex());
 }
 
-QDateTime DateFromUtcText(const QString& text)
+namespace {
+
+QDateTime ReadDateFromUtcText(const QString& text)
 {
     const QString trimmed = text.trimmed();
     if (trimmed.isEmpty())
@@ -135,6 +137,15 @@ QDateTime DateFromUtcText(const QString& text)
     else if (value.isValid())
         value = QDateTime(value.date(), value.time(), QTimeZone::utc());
     return value.isValid() ? ToLocalTime(value) : QDateTime();
+}
+
+} // namespace
+
+QDateTime DateFromUtcText(const QString& text)
+{
+    // Reading the text makes a local time on the way, which asks the system about its zone:
+    // within a scan, a text read before is answered from the table.
+    return LocalTimeConversions::DateOfText(text);
 }
 
 namespace {
@@ -153,6 +164,21 @@ LocalTimeConversions::LocalTimeConversions() : m_outer(t_conversions)
 LocalTimeConversions::~LocalTimeConversions()
 {
     t_conversions = m_outer;
+}
+
+QDateTime LocalTimeConversions::DateOfText(const QString& text)
+{
+    if (!t_conversions)
+        return ReadDateFromUtcText(text);
+    QHash<QString, QDateTime>& known = t_conversions->m_byText;
+    const auto found = known.constFind(text);
+    if (found != known.constEnd())
+        return *found;
+    if (known.size() >= kMostKnownConversions)
+        known.clear();
+    const QDateTime date = ReadDateFromUtcText(text);
+    known.insert(text, date);
+    return date;
 }
 
 QDateTime ToLocalTime(const QDateTime& date)

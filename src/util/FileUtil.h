@@ -58,9 +58,13 @@ public:
     LocalTimeConversions(const LocalTimeConversions&) = delete;
     LocalTimeConversions& operator=(const LocalTimeConversions&) = delete;
 
+    // DateFromUtcText through the table of the calling thread's conversions, when it has one.
+    static QDateTime DateOfText(const QString& text);
+
 private:
     friend QDateTime ToLocalTime(const QDateTime& date);
     QHash<qint64, QDateTime> m_known;
+    QHash<QString, QDateTime> m_byText;
     LocalTimeConversions* m_outer;
 };
 // The text of a date for a file: UTC, ISO 8601 without a zone; a local time is converted, a value

@@ -9,6 +9,7 @@
 #include <QCoreApplication>
 #include <QProcess>
 #include <QTemporaryDir>
+#include <QTimeZone>
 #include <QtTest>
 
 using namespace Velmora::WorkflowCore;
@@ -249,6 +250,49 @@ private slots:
         QCOMPARE(SplitSearchPaths(QStringLiteral(";a;a;")),
                  (QStringList{QStringLiteral("a"), QStringLiteral("a")}));
         QVERIFY(SplitSearchPaths(QString()).isEmpty());
+    }
+
+    // Within a scan's table of conversions a date reads exactly as it reads alone, the second
+    // time as the first, in local time; outside it nothing is kept.
+    void datesReadTheSameThroughTheConversionTable()
+    {
+        const QStringList texts = {QStringLiteral("2016-03-01T12:00:00"),
+                                   QStringLiteral(" 2016-03-01T12:00:00 "),
+                                   QStringLiteral("2016-03-01T12:00:00Z"),
+                                   QStringLiteral("2016-03-01T12:00:00+02:00"),
+                                   QStringLiteral("2016-03-01T12:00:00.250"),
+                                   QStringLiteral("1969-12-31T23:59:59"),
+                                   QStringLiteral("2016-02-30T00:00:00"),
+                                   QStringLiteral("not a date"),
+                                   QString(),
+                                   QStringLiteral("2016-10-30T01:30:00")};
+        QList<QDateTime> alone;
+        for (const QString& text : texts)
+            alone.append(DateFromUtcText(text));
+        QVERIFY(alone.at(0).isValid());
+        QVERIFY(!alone.at(7).isValid());
+        {
+            const LocalTimeConversions conversions;
+            for (int round = 0; round < 2; ++round)
+            {
+                for (qsizetype i = 0; i < texts.size(); ++i)
+                {
+                    const QDateTime read = DateFromUtcText(texts.at(i));
+                    QCOMPARE(read, alone.at(i));
+                    QCOMPARE(read.isValid(), alone.at(i).isValid());
+                    if (read.isValid())
+                    {
+                        QCOMPARE(read.timeSpec(), Qt::LocalTime);
+                        QCOMPARE(read.toString(Qt::ISODateWithMs), alone.at(i).toString(Qt::ISODateWithMs));
+                    }
+                }
+            }
+            const QDateTime utc(QDate(2001, 2, 3), QTime(4, 5, 6), QTimeZone::utc());
+            QCOMPARE(ToLocalTime(utc), utc.toLocalTime());
+            QCOMPARE(ToLocalTime(utc).timeSpec(), Qt::LocalTime);
+            QCOMPARE(ToLocalTime(utc), utc);
+        }
+        QCOMPARE(DateFromUtcText(texts.at(0)), alone.at(0));
     }
 };
 
