@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include <QByteArray>
 #include <QString>
 #include <QStringList>
 
@@ -77,6 +78,11 @@ struct ListedFile
 // identity from one status call; empty when the folder cannot be read. A catalogue of thousands
 // of files is listed at the cost of the system calls alone.
 QList<ListedFile> ListFolder(const QString& folder);
+
+// The whole content of a regular file (a link to one is followed) in one go, at the cost of the
+// system calls alone: a catalogue reads thousands of small files. False for a missing,
+// unreadable or special file (a pipe or a device would block the read or never end).
+bool ReadRegularFile(const QString& path, QByteArray& bytes);
 
 // The user's folder for data that may be thrown away and made again; empty when there is none.
 QString CacheFolder();

@@ -161,6 +161,43 @@ QList<ListedFile> ListFolder(const QString& folder)
     return listed;
 }
 
+bool ReadRegularFile(const QString& path, QByteArray& bytes)
+{
+    // Not blocking: a pipe opened for reading would otherwise wait for a writer here.
+    const int fd = ::open(QFile::encodeName(path).constData(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
+    if (fd < 0)
+        return false;
+    struct stat info;
+    if (::fstat(fd, &info) != 0 || !S_ISREG(info.st_mode))
+    {
+        ::close(fd);
+        return false;
+    }
+    // The size is a first guess: a file that grows while it is read is read to its end.
+    QByteArray read(static_cast<qsizetype>(info.st_size) + 1, Qt::Uninitialized);
+    qsizetype filled = 0;
+    for (;;)
+    {
+        if (filled == read.size())
+            read.resize(read.size() * 2);
+        const ssize_t count = ::read(fd, read.data() + filled, static_cast<size_t>(read.size() - filled));
+        if (count < 0 && errno == EINTR)
+            continue;
+        if (count < 0)
+        {
+            ::close(fd);
+            return false;
+        }
+        if (count == 0)
+            break;
+        filled += count;
+    }
+    ::close(fd);
+    read.resize(filled);
+    bytes = std::move(read);
+    return true;
+}
+
 QString CacheFolder()
 {
     const QString folder = QStandardPaths::writableLocation(QStandardPaths::GenericCacheLocation);

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "platform/Platform.h"
 
+#include <QFile>
 #include <QFileInfo>
 
 #include <QDir>
@@ -83,6 +84,17 @@ QList<ListedFile> ListFolder(const QString& folder)
         listed.append(std::move(file));
     }
     return listed;
+}
+
+bool ReadRegularFile(const QString& path, QByteArray& bytes)
+{
+    if (!QFileInfo(path).isFile())
+        return false;
+    QFile file(path);
+    if (!file.open(QIODevice::ReadOnly))
+        return false;
+    bytes = file.readAll();
+    return file.error() == QFileDevice::NoError;
 }
 
 QString CacheFolder()

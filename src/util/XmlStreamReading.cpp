@@ -4,6 +4,7 @@
 #include "FileUtil.h"
 #include "XlfCatalog.h"
 #include "XmlFiler.h"
+#include "platform/Platform.h"
 
 #include <QFile>
 #include <QHash>
@@ -349,13 +350,7 @@ QStringList PathPieces(const QString& path)
 bool ReadRegularFileBytes(const QString& path, QByteArray& bytes)
 {
     // Only a regular file is a file here: a pipe or a device would block the read or never end.
-    if (!IsRegularFile(path))
-        return false;
-    QFile file(path);
-    if (!file.open(QIODevice::ReadOnly))
-        return false;
-    bytes = file.readAll();
-    return file.error() == QFileDevice::NoError;
+    return !path.isEmpty() && Platform::ReadRegularFile(path, bytes);
 }
 
 QString WorkflowAttributeName(WorkflowAttribute attribute)
