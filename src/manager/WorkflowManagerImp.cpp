@@ -72,6 +72,8 @@ namespace {
 
 // Folders with fewer workflow files than this are read on the caller's thread alone.
 const qsizetype kParallelScanMinimum = 8;
+// An index smaller than this, a few dozen files' worth, is read on the caller's thread alone.
+const qint64 kParallelIndexMinimum = 64 * 1024;
 
 const QString kPluginSearchPathsValue = QStringLiteral("WorkflowPluginSearchPaths");
 
@@ -237,19 +239,65 @@ void WorkflowManagerImp::ScanCatalogue()
     const qint64 scanStartedNs = QDateTime::currentMSecsSinceEpoch() * 1000000LL;
     // One scan is one moment: the dates of its files are read in one time zone.
     const LocalTimeConversions conversions;
-    CatalogueIndex index(m_scanReadsDocuments || !m_useScanIndex
-                             ? QString()
-                             : CatalogueIndex::FileFor(folders, m_currentLocale),
-                         CatalogueIndex::KeyFor(folders, m_currentLocale), scanStartedNs);
-    index.Load();
-    m_lastScanFilesRead = 0;
+    const QString indexFile = m_scanReadsDocuments || !m_useScanIndex
+                                  ? QString()
+                                  : CatalogueIndex::FileFor(folders, m_currentLocale);
+    CatalogueIndex index(indexFile, CatalogueIndex::KeyFor(folders, m_currentLocale), scanStartedNs);
+    // A large index is read on a worker while this thread lists the folders; a small one is
+    // read here, as a few files are.
+    std::future<void> loading;
+    const struct WaitForLoading
+    {
+        std::future<void>& loading;
+        ~WaitForLoading()
+        {
+            if (loading.valid())
+                loading.wait();
+        }
+    } waitForLoading{loading};
+    if (!indexFile.isEmpty() && QFileInfo(indexFile).size() < kParallelIndexMinimum)
+    {
+        index.Load();
+    }
+    else if (!indexFile.isEmpty())
+    {
+        auto loaded = std::make_shared<std::promise<void>>();
+        loading = loaded->get_future();
+        ScanPool().start([&index, loaded] {
+            try
+            {
+                index.Load();
+            }
+            catch (...)
+            {
+                // An index that could not be read for want of memory is no index.
+            }
+            loaded->set_value();
+        });
+    }
+    QList<QList<FoundFile>> listed;
     for (const QString& folder : std::as_const(folders))
-        ReadWorkflowFiles(ListWorkflowFiles(folder), index);
+        listed.append(ListWorkflowFiles(folder));
+    if (loading.valid())
+        loading.get();
+    m_lastScanFilesRead = 0;
+    for (const QList<FoundFile>& files : std::as_const(listed))
+        ReadWorkflowFiles(files, index);
     index.Finish();
 
     m_catalogueLoaded = true;
     RemoveOrphans();
     InheritTemplateProducts();
+}
+
+QThreadPool& WorkflowManagerImp::ScanPool()
+{
+    if (!m_scanPool)
+    {
+        m_scanPool = std::make_unique<QThreadPool>();
+        m_scanPool->setMaxThreadCount(qBound(2, QThread::idealThreadCount(), 4));
+    }
+    return *m_scanPool;
 }
 
 QList<WorkflowManagerImp::FoundFile> WorkflowManagerImp::ListWorkflowFiles(const QString& folder)
@@ -323,17 +371,13 @@ void WorkflowManagerImp::ReadWorkflowFiles(const QList<FoundFile>& files, Catalo
         }
         return;
     }
-    if (!m_scanPool)
-    {
-        m_scanPool = std::make_unique<QThreadPool>();
-        m_scanPool->setMaxThreadCount(qBound(2, QThread::idealThreadCount(), 4));
-    }
+    QThreadPool& pool = ScanPool();
 
     // Workers only parse; records, translations and signals stay on this thread, file by file
     // in the listed order, as a scan on this thread alone would give them. A window of files in
     // flight keeps the plain data of a huge folder from piling up ahead of its records.
     std::vector<std::future<ScannedFilePtr>> parsing(static_cast<size_t>(count));
-    const qsizetype window = 4 * m_scanPool->maxThreadCount();
+    const qsizetype window = 4 * pool.maxThreadCount();
     qsizetype next = 0;
     qsizetype inFlight = 0;
     const auto submitAhead = [&] {
@@ -344,7 +388,7 @@ void WorkflowManagerImp::ReadWorkflowFiles(const QList<FoundFile>& files, Catalo
             auto promise = std::make_shared<std::promise<ScannedFilePtr>>();
             parsing[static_cast<size_t>(next)] = promise->get_future();
             ++inFlight;
-            m_scanPool->start([promise, path = files.at(next).path] {
+            pool.start([promise, path = files.at(next).path] {
                 try
                 {
                     promise->set_value(ScanFile(path));

@@ -134,6 +134,8 @@ Q_SIGNALS:
 private:
     void ReadWorkflowFiles(const QList<FoundFile>& files, CatalogueIndex& index);
     void ReadWorkflowDocument(const QString& path);
+    // The workers of large scans, started on first use.
+    QThreadPool& ScanPool();
     void AddWorkflowRecords(const QString& path, const WorkflowFileData& data);
     void RemoveOrphans();
     void InheritTemplateProducts();

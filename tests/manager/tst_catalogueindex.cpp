@@ -617,6 +617,35 @@ private slots:
         QCOMPARE(CompareWithAndWithout("unlocked, again"), qsizetype(0));
     }
 
+    // A large index is read on a worker while the folders are listed: the same catalogue.
+    void largeIndexes()
+    {
+        Generator generator(Seed() + 5);
+        QDir(m_folder).removeRecursively();
+        m_names.clear();
+        QByteArray steps;
+        for (int i = 0; i < 40; ++i)
+            steps += "<Step Order=\"" + QByteArray::number(i) + "\" Action=\"Collect the figures\"/>";
+        for (int i = 0; i < 300; ++i)
+        {
+            const QString name = QStringLiteral("large_%1.workflow").arg(i, 3, 10, QLatin1Char('0'));
+            const QByteArray id = "Large_" + QByteArray::number(i);
+            QVERIFY(WriteFile(PathOf(name), i % 10 == 0 ? generator.Document(m_serial)
+                                                        : WorkflowDocument(WorkflowElement(
+                                                              "Id=\"" + id + "\" Name=\"" + id + "\"",
+                                                              "<Settings>" + steps + "</Settings>"))));
+            QVERIFY(SetModified(PathOf(name), Old(i)));
+            m_names.append(name);
+        }
+        QCOMPARE(CompareWithAndWithout("large, first"), qsizetype(600));
+        QVERIFY(QFileInfo(IndexFile()).size() > 256 * 1024);
+        QCOMPARE(CompareWithAndWithout("large, again"), qsizetype(0));
+        QVERIFY(WriteFile(PathOf(m_names.at(150)), generator.Document(m_serial)));
+        QVERIFY(SetModified(PathOf(m_names.at(150)), Old(5000)));
+        QCOMPARE(CompareWithAndWithout("large, one changed"), qsizetype(2));
+        QCOMPARE(CompareWithAndWithout("large, settled"), qsizetype(0));
+    }
+
     // The sample workflows shipped with the library, with their translations in every locale.
     void sampleWorkflows()
     {
