@@ -162,7 +162,7 @@ private slots:
         if (!message.isEmpty())
             extra << Set(QStringLiteral("ExitMessage"), message);
         const ToolRun run = RunTool(Tool(), RunArguments(kRunnable, extra));
-        QCOMPARE(run.status, status);
+        QVERIFY2(run.status == status, run.err.constData());
         QVERIFY2(run.out.contains(QStringLiteral("with status %1: %2\n").arg(status).arg(printed).toUtf8()),
                  run.out.constData());
     }
@@ -173,7 +173,7 @@ private slots:
             Tool(), RunArguments(kRunnable, QStringList{QStringLiteral("--wait"), QStringLiteral("--json")} +
                                                 Set(QStringLiteral("ExitStatus"), QStringLiteral("5")) +
                                                 Set(QStringLiteral("ExitMessage"), QStringLiteral("five"))));
-        QCOMPARE(run.status, 5);
+        QVERIFY2(run.status == 5, run.err.constData());
         QJsonParseError error;
         const QJsonObject object = QJsonDocument::fromJson(run.out, &error).object();
         QCOMPARE(error.error, QJsonParseError::NoError);
