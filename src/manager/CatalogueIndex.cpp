@@ -483,6 +483,23 @@ ScannedFilePtr CatalogueIndex::Take(const QString& path, const Platform::FileIde
     return file;
 }
 
+QByteArray CatalogueIndex::Framed(const QString& key, qint64 scanStartedNs, const QList<QByteArray>& payloads)
+{
+    Writer block;
+    for (char c : kMagic)
+        block.Number<quint8>(static_cast<quint8>(c));
+    block.Number<quint32>(kFormatVersion);
+    block.Number<quint32>(kByteOrderMark);
+    QByteArray bytes = block.Bytes();
+    block.Clear();
+    block.Text(key);
+    block.Number<qint64>(scanStartedNs);
+    AppendBlock(bytes, block.Bytes());
+    for (const QByteArray& payload : payloads)
+        AppendBlock(bytes, payload);
+    return bytes;
+}
+
 bool CatalogueIndex::StartWriting()
 {
     if (m_writing)

@@ -70,6 +70,11 @@ public:
     // not matter: the next start reads the files again).
     bool Finish();
 
+    // An index file of the catalogue key whose blocks after the first are the given payloads,
+    // each framed and digested as a scan frames its blocks: for tests and fuzzing that must
+    // reach past the digests to the entries' own bytes.
+    static QByteArray Framed(const QString& key, qint64 scanStartedNs, const QList<QByteArray>& payloads);
+
     // The layout of the file's fixed start, for tests that damage an index on purpose: eight
     // bytes of magic, then the format version as a 32-bit number.
     static constexpr int kVersionOffset = 8;
