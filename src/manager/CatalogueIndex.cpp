@@ -483,18 +483,30 @@ ScannedFilePtr CatalogueIndex::Take(const QString& path, const Platform::FileIde
     return file;
 }
 
-QByteArray CatalogueIndex::Framed(const QString& key, qint64 scanStartedNs, const QList<QByteArray>& payloads)
+namespace {
+
+// The start of every index file: the fixed part, then the block that names the catalogue.
+void AppendStart(QByteArray& out, Writer& block, const QString& key, qint64 scanStartedNs)
 {
-    Writer block;
+    block.Clear();
     for (char c : kMagic)
         block.Number<quint8>(static_cast<quint8>(c));
-    block.Number<quint32>(kFormatVersion);
+    block.Number<quint32>(CatalogueIndex::kFormatVersion);
     block.Number<quint32>(kByteOrderMark);
-    QByteArray bytes = block.Bytes();
+    out.append(block.Bytes());
     block.Clear();
     block.Text(key);
     block.Number<qint64>(scanStartedNs);
-    AppendBlock(bytes, block.Bytes());
+    AppendBlock(out, block.Bytes());
+}
+
+} // namespace
+
+QByteArray CatalogueIndex::Framed(const QString& key, qint64 scanStartedNs, const QList<QByteArray>& payloads)
+{
+    QByteArray bytes;
+    Writer block;
+    AppendStart(bytes, block, key, scanStartedNs);
     for (const QByteArray& payload : payloads)
         AppendBlock(bytes, payload);
     return bytes;
@@ -520,16 +532,7 @@ bool CatalogueIndex::StartWriting()
     }
     writing->output.setPermissions(QFileDevice::ReadOwner | QFileDevice::WriteOwner);
     writing->out.reserve(2 << 20);
-    Writer& block = writing->block;
-    for (char c : kMagic)
-        block.Number<quint8>(static_cast<quint8>(c));
-    block.Number<quint32>(kFormatVersion);
-    block.Number<quint32>(kByteOrderMark);
-    writing->out.append(block.Bytes());
-    block.Clear();
-    block.Text(m_key);
-    block.Number<qint64>(m_scanStartedNs);
-    AppendBlock(writing->out, block.Bytes());
+    AppendStart(writing->out, writing->block, m_key, m_scanStartedNs);
     m_writing = std::move(writing);
     // What was entered unchanged so far goes in as it stood in the old index.
     for (const QString& path : std::as_const(m_unchangedEntered))
