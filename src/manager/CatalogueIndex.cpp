@@ -102,6 +102,7 @@ public:
         Number<quint64>(identity.inode);
         Number<qint64>(identity.size);
         Number<qint64>(identity.modifiedNs);
+        Number<qint64>(identity.changedNs);
     }
     void File(const ScannedFile& file)
     {
@@ -188,6 +189,7 @@ public:
         identity.inode = Number<quint64>();
         identity.size = Number<qint64>();
         identity.modifiedNs = Number<qint64>();
+        identity.changedNs = Number<qint64>();
         return identity;
     }
     ScannedFilePtr File()

@@ -24,7 +24,7 @@ struct ScannedFile
 using ScannedFilePtr = std::shared_ptr<const ScannedFile>;
 
 // The per-user index of a catalogue: for each workflow file of the last scan, its identity
-// (size, modification time, inode) and what was read from it, so that a later start with
+// (size, modification and status-change times, inode) and what was read from it, so that a later start with
 // unchanged files reads one index instead of thousands of files. Translations and per-user
 // settings are not kept: they are applied afresh at every start, so a changed translation file
 // or a changed choice is never answered from here.
@@ -78,7 +78,7 @@ public:
     // The layout of the file's fixed start, for tests that damage an index on purpose: eight
     // bytes of magic, then the format version as a 32-bit number.
     static constexpr int kVersionOffset = 8;
-    static constexpr quint32 kFormatVersion = 1;
+    static constexpr quint32 kFormatVersion = 2;
 
 private:
     struct Entry

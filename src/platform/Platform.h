@@ -56,10 +56,14 @@ struct FileIdentity
     quint64 inode = 0;
     qint64 size = 0;
     qint64 modifiedNs = 0;
+    // The last change of the file or its status, which no one can set back: a file replaced by
+    // another of the same size and modification time that even got the old one's freed inode
+    // number still tells by this.
+    qint64 changedNs = 0;
     bool operator==(const FileIdentity& other) const
     {
         return exists == other.exists && device == other.device && inode == other.inode &&
-               size == other.size && modifiedNs == other.modifiedNs;
+               size == other.size && modifiedNs == other.modifiedNs && changedNs == other.changedNs;
     }
     bool operator!=(const FileIdentity& other) const { return !(*this == other); }
 };

@@ -120,6 +120,7 @@ FileIdentity IdentityOf(const struct stat& info)
     identity.inode = static_cast<quint64>(info.st_ino);
     identity.size = static_cast<qint64>(info.st_size);
     identity.modifiedNs = static_cast<qint64>(info.st_mtim.tv_sec) * 1000000000LL + info.st_mtim.tv_nsec;
+    identity.changedNs = static_cast<qint64>(info.st_ctim.tv_sec) * 1000000000LL + info.st_ctim.tv_nsec;
     return identity;
 }
 

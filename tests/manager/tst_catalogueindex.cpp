@@ -510,6 +510,36 @@ private slots:
         QCOMPARE(CompareWithAndWithout("settled"), qsizetype(0));
     }
 
+    // Rewritten in place (the same inode) to the same size, its modification time then put back
+    // as a copy that keeps times puts it: only the status-change time tells.
+    void aFileRewrittenInPlaceWithItsTimesKeptIsReadAgain()
+    {
+        Generator generator(Seed() + 3);
+        MakeCatalogue(generator, 6);
+        QCOMPARE(CompareWithAndWithout("first scan"), qsizetype(12));
+        QCOMPARE(CompareWithAndWithout("unchanged"), qsizetype(0));
+        const QString path = PathOf(m_names.at(2));
+        struct stat before;
+        QCOMPARE(::stat(QFile::encodeName(path).constData(), &before), 0);
+        QByteArray content = ReadFile(path);
+        const qsizetype at = content.indexOf("Id_");
+        QVERIFY(at >= 0);
+        content[at + 1] = content.at(at + 1) == 'd' ? 'D' : 'd';
+        {
+            QFile file(path);
+            QVERIFY(file.open(QIODevice::WriteOnly | QIODevice::Truncate));
+            QCOMPARE(file.write(content), content.size());
+        }
+        QVERIFY(SetModifiedNs(path, before.st_mtim.tv_sec, before.st_mtim.tv_nsec));
+        struct stat after;
+        QCOMPARE(::stat(QFile::encodeName(path).constData(), &after), 0);
+        QCOMPARE(after.st_ino, before.st_ino);
+        QCOMPARE(after.st_size, before.st_size);
+        QCOMPARE(after.st_mtim.tv_nsec, before.st_mtim.tv_nsec);
+        QCOMPARE(CompareWithAndWithout("rewritten in place"), qsizetype(2));
+        QCOMPARE(CompareWithAndWithout("settled"), qsizetype(0));
+    }
+
     // An index that is not an intact index of this catalogue in this format is never trusted:
     // every file is read, and the index is written anew.
     void damagedIndexesAreIgnoredAndRebuilt_data()
