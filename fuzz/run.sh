@@ -23,7 +23,7 @@ cmake -S . -B "$build_dir" -G Ninja \
     -DVMWF_FUZZ=ON -DVMWF_BUILD_TESTS=OFF -DVMWF_BUILD_BENCH=OFF > /dev/null
 cmake --build "$build_dir" --parallel "$(nproc)" --target vmwf_fuzzers
 
-all_targets=(fuzz_xmlfiler fuzz_workflowfile fuzz_settings fuzz_catalogueindex fuzz_xlfcatalog fuzz_productcatalog
+all_targets=(fuzz_xmlfiler fuzz_workflowfile fuzz_commonshape fuzz_settings fuzz_catalogueindex fuzz_xlfcatalog fuzz_productcatalog
     fuzz_manifest fuzz_registrysegment fuzz_hubframe fuzz_productexpression fuzz_proxytexts)
 read -r -a targets <<< "${FUZZ_TARGETS:-${all_targets[*]}}"
 

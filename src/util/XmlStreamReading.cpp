@@ -2,6 +2,8 @@
 #include "XmlStreamReading.h"
 
 #include "FileUtil.h"
+#include "InnerXmlWriter.h"
+#include "WorkflowFileScanner.h"
 #include "XlfCatalog.h"
 #include "XmlFiler.h"
 #include "platform/Platform.h"
@@ -90,223 +92,18 @@ bool AttributesHoldDroppedCharacter(const QXmlStreamAttributes& attributes)
     return false;
 }
 
-// Escapes a text the way the document writer does: in attribute values the quote and the
-// line-end and tab characters too; a ">" only where it would close a character-data section.
-void AppendEncoded(QString& out, QStringView text, bool attribute)
+using StreamWriter = InnerXmlWriter<QString, QStringView>;
+
+// The attributes of the element the reader is on, as the writer takes them; they are valid until
+// the reader moves on.
+std::vector<StreamWriter::Attribute> WriterAttributes(const QXmlStreamAttributes& attributes)
 {
-    qsizetype start = 0;
-    const qsizetype length = text.size();
-    const auto flush = [&](qsizetype at, QLatin1String replacement) {
-        out.append(text.mid(start, at - start));
-        out.append(replacement);
-        start = at + 1;
-    };
-    for (qsizetype i = 0; i < length; ++i)
-    {
-        switch (text[i].unicode())
-        {
-        case u'<':
-            flush(i, QLatin1String("&lt;"));
-            break;
-        case u'&':
-            flush(i, QLatin1String("&amp;"));
-            break;
-        case u'"':
-            if (attribute)
-                flush(i, QLatin1String("&quot;"));
-            break;
-        case u'>':
-            if (i >= 2 && text[i - 1] == u']' && text[i - 2] == u']')
-                flush(i, QLatin1String("&gt;"));
-            break;
-        case u'\r':
-            flush(i, QLatin1String("&#xd;"));
-            break;
-        case u'\n':
-            if (attribute)
-                flush(i, QLatin1String("&#xa;"));
-            break;
-        case u'\t':
-            if (attribute)
-                flush(i, QLatin1String("&#x9;"));
-            break;
-        default:
-            break;
-        }
-    }
-    out.append(text.mid(start));
+    std::vector<StreamWriter::Attribute> result;
+    result.reserve(size_t(attributes.size()));
+    for (const QXmlStreamAttribute& attribute : attributes)
+        result.emplace_back(attribute.qualifiedName(), attribute.value());
+    return result;
 }
-
-// Writes the children of one element, token by token, exactly as the document writer writes
-// each child node with an indent of four: an element or comment starts on a line of its own
-// unless a text precedes it, and ends its line unless a text follows it. What follows is only
-// known later, so the line end of the previous sibling is settled when the next one arrives.
-class InnerXmlWriter
-{
-public:
-    explicit InnerXmlWriter(QString& out) : m_out(out) { m_frames.emplace_back(); }
-
-    void Text(QStringView text, bool characterData)
-    {
-        BeginChild(true);
-        if (!characterData)
-        {
-            AppendEncoded(m_out, text, false);
-            return;
-        }
-        m_out += QLatin1String("<![CDATA[");
-        if (text.contains(QLatin1String("]]>")))
-            m_out += text.toString().replace(QLatin1String("]]>"), QLatin1String("]]]]><![CDATA[>"));
-        else
-            m_out += text;
-        m_out += QLatin1String("]]>");
-    }
-
-    void Comment(QStringView text)
-    {
-        const int depth = Depth();
-        if (!BeginChild(false))
-            Indent(depth);
-        m_out += QLatin1String("<!--");
-        m_out += text;
-        m_out += QLatin1String("-->");
-        m_frames.back().lineEndDue = true;
-    }
-
-    void Start(QStringView name, const QXmlStreamAttributes& attributes)
-    {
-        const int depth = Depth();
-        if (!BeginChild(false))
-            Indent(depth);
-        m_out += QLatin1Char('<');
-        m_out += name;
-        WriteAttributes(attributes);
-        Frame frame;
-        frame.name = name.toString();
-        frame.startOpen = true;
-        m_frames.push_back(std::move(frame));
-    }
-
-    void End()
-    {
-        if (m_frames.size() < 2)
-            return;
-        const Frame frame = std::move(m_frames.back());
-        m_frames.pop_back();
-        if (frame.startOpen)
-        {
-            m_out += QLatin1String("/>");
-        }
-        else
-        {
-            if (frame.lineEndDue)
-                m_out += QLatin1Char('\n');
-            if (!frame.lastIsText)
-                Indent(Depth());
-            m_out += QLatin1String("</");
-            m_out += frame.name;
-            m_out += QLatin1Char('>');
-        }
-        m_frames.back().lineEndDue = true;
-    }
-
-    // The last child's line end, with no sibling after it.
-    void Finish()
-    {
-        if (m_frames.back().lineEndDue)
-            m_out += QLatin1Char('\n');
-        m_frames.back().lineEndDue = false;
-    }
-
-private:
-    struct Frame
-    {
-        QString name;
-        bool startOpen = false;
-        bool hasChild = false;
-        bool lastIsText = false;
-        bool lineEndDue = false;
-    };
-
-    // The depth of a new child of the innermost open element, counted from 1.
-    int Depth() const { return static_cast<int>(m_frames.size()); }
-
-    void Indent(int depth) { m_out.append(QString(depth * kIndent, QLatin1Char(' '))); }
-
-    // Settles what the previous sibling (or the parent's start tag) left open; returns whether
-    // the previous sibling is a text.
-    bool BeginChild(bool isText)
-    {
-        Frame& frame = m_frames.back();
-        if (frame.startOpen)
-        {
-            m_out += QLatin1Char('>');
-            if (!isText)
-                m_out += QLatin1Char('\n');
-            frame.startOpen = false;
-        }
-        else if (frame.lineEndDue && !isText)
-        {
-            m_out += QLatin1Char('\n');
-        }
-        frame.lineEndDue = false;
-        const bool previousIsText = frame.hasChild && frame.lastIsText;
-        frame.hasChild = true;
-        frame.lastIsText = isText;
-        return previousIsText;
-    }
-
-    // The document keeps an element's attributes in a hash keyed by name and writes them in
-    // the hash's order, which follows from the names and the order they were added in. A hash
-    // filled the same way in this process gives the same order.
-    void WriteAttributes(const QXmlStreamAttributes& attributes)
-    {
-        const qsizetype count = attributes.size();
-        if (count == 1)
-        {
-            WriteAttribute(attributes.at(0));
-            return;
-        }
-        if (count == 0)
-            return;
-        QString key;
-        for (const QXmlStreamAttribute& attribute : attributes)
-        {
-            key += attribute.qualifiedName();
-            key += QChar(0);
-        }
-        auto found = m_orders.constFind(key);
-        if (found == m_orders.constEnd())
-        {
-            QHash<QString, qsizetype> hash;
-            for (qsizetype i = 0; i < count; ++i)
-                hash.insert(attributes.at(i).qualifiedName().toString(), i);
-            std::vector<qsizetype> order;
-            order.reserve(hash.size());
-            for (auto it = hash.cbegin(); it != hash.cend(); ++it)
-                order.push_back(it.value());
-            // Element shapes repeat; a file of endless different shapes must not grow this.
-            if (m_orders.size() > 4096)
-                m_orders.clear();
-            found = m_orders.insert(key, std::move(order));
-        }
-        for (const qsizetype i : *found)
-            WriteAttribute(attributes.at(i));
-    }
-
-    void WriteAttribute(const QXmlStreamAttribute& attribute)
-    {
-        m_out += QLatin1Char(' ');
-        m_out += attribute.qualifiedName();
-        m_out += QLatin1String("=\"");
-        AppendEncoded(m_out, attribute.value(), true);
-        m_out += QLatin1Char('"');
-    }
-
-    QString& m_out;
-    std::vector<Frame> m_frames;
-    QHash<QString, std::vector<qsizetype>> m_orders;
-};
 
 void FillAttributes(const QXmlStreamAttributes& attributes, WorkflowElementData& element)
 {
@@ -353,6 +150,18 @@ bool ReadRegularFileBytes(const QString& path, QByteArray& bytes)
     return !path.isEmpty() && Platform::ReadRegularFile(path, bytes);
 }
 
+std::vector<qsizetype> DocumentAttributeOrder(const QStringList& names)
+{
+    QHash<QString, qsizetype> hash;
+    for (qsizetype i = 0; i < names.size(); ++i)
+        hash.insert(names.at(i), i);
+    std::vector<qsizetype> order;
+    order.reserve(size_t(hash.size()));
+    for (auto it = hash.cbegin(); it != hash.cend(); ++it)
+        order.push_back(it.value());
+    return order;
+}
+
 QString WorkflowAttributeName(WorkflowAttribute attribute)
 {
     return AttributeNames()[attribute];
@@ -360,6 +169,14 @@ QString WorkflowAttributeName(WorkflowAttribute attribute)
 
 StreamReadResult ParseWorkflowFile(const QByteArray& bytes, const QString& firstTag, WorkflowFileData& data,
                                    const ElementFilter& keep)
+{
+    if (ScanCommonWorkflowFile(bytes, firstTag, data, keep))
+        return StreamReadResult::Read;
+    return ParseWorkflowFileWithReader(bytes, firstTag, data, keep);
+}
+
+StreamReadResult ParseWorkflowFileWithReader(const QByteArray& bytes, const QString& firstTag,
+                                             WorkflowFileData& data, const ElementFilter& keep)
 {
     WorkflowFileData result;
     QXmlStreamReader reader(bytes);
@@ -374,7 +191,7 @@ StreamReadResult ParseWorkflowFile(const QByteArray& bytes, const QString& first
     bool introductionFirstSeen = false;
     int settingsDepth = 0; // depth of the Settings being written, 0 when none
     QString settings;
-    std::unique_ptr<InnerXmlWriter> writer;
+    std::unique_ptr<StreamWriter> writer;
 
     // A node directly inside the Introduction being read: only its first one counts.
     const auto introductionNode = [&](int nodeDepth, bool isText, QStringView text) {
@@ -398,7 +215,7 @@ StreamReadResult ParseWorkflowFile(const QByteArray& bytes, const QString& first
             const QStringView name = reader.qualifiedName();
             if (settingsDepth > 0)
             {
-                writer->Start(name, reader.attributes());
+                writer->Start(name, WriterAttributes(reader.attributes()));
                 break;
             }
             introductionNode(depth, false, QStringView());
@@ -420,14 +237,13 @@ StreamReadResult ParseWorkflowFile(const QByteArray& bytes, const QString& first
                 element = nullptr;
                 if (collecting)
                 {
-                    result.elements.append(WorkflowElementData());
-                    element = &result.elements.last();
-                    element->tag = name.toString();
-                    FillAttributes(reader.attributes(), *element);
-                    if (keep && !keep(result.xlfFile, *element))
+                    WorkflowElementData candidate;
+                    candidate.tag = name.toString();
+                    FillAttributes(reader.attributes(), candidate);
+                    if (!keep || keep(result, candidate))
                     {
-                        result.elements.removeLast();
-                        element = nullptr;
+                        result.elements.append(std::move(candidate));
+                        element = &result.elements.last();
                     }
                 }
             }
@@ -444,7 +260,7 @@ StreamReadResult ParseWorkflowFile(const QByteArray& bytes, const QString& first
                     element->hasSettings = true;
                     settingsDepth = depth;
                     settings = QString();
-                    writer = std::make_unique<InnerXmlWriter>(settings);
+                    writer = std::make_unique<StreamWriter>(settings);
                 }
             }
             break;
@@ -464,7 +280,7 @@ StreamReadResult ParseWorkflowFile(const QByteArray& bytes, const QString& first
                 }
                 else
                 {
-                    writer->End();
+                    writer->End(reader.qualifiedName());
                 }
             }
             else if (depth == introductionDepth)

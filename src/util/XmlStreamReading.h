@@ -86,15 +86,23 @@ struct WorkflowFileData
     QList<WorkflowElementData> elements;
 };
 
-// Asked of each element as its attributes are read, with the root's XlfFile value: whether to
-// keep it. An element left out costs nothing more, whatever its Settings hold.
-using ElementFilter = std::function<bool(const QString& xlfFile, const WorkflowElementData& element)>;
+// Asked of each element as its attributes are read, with what the read has kept so far (the
+// root's XlfFile among it): whether to keep it. An element left out costs nothing more, whatever
+// its Settings hold. It must answer from those two alone: a file may be read again from its
+// start another way, and is asked about again.
+using ElementFilter = std::function<bool(const WorkflowFileData& kept, const WorkflowElementData& element)>;
 
 // Parses the bytes of a workflow file. With a non-empty firstTag, the elements before the first
 // one of that tag are left out (a file's records start at its first "Workflow"); so are those the
 // filter turns down. Nothing is kept unless the result is Read.
 StreamReadResult ParseWorkflowFile(const QByteArray& bytes, const QString& firstTag, WorkflowFileData& data,
                                    const ElementFilter& keep = ElementFilter());
+
+// The same through the general streaming reader alone, for any file ParseWorkflowFile takes:
+// what a file outside the common shape is read with, and the reference that shape is held to.
+StreamReadResult ParseWorkflowFileWithReader(const QByteArray& bytes, const QString& firstTag,
+                                             WorkflowFileData& data,
+                                             const ElementFilter& keep = ElementFilter());
 
 // The same plain data taken from the whole document: for files that declare a document type,
 // and as the reference the streaming reader is held to.

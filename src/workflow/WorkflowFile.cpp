@@ -216,12 +216,8 @@ bool LoadWorkflow(WorkflowImp& record, const QString& file, const QString& id)
                                        .compare(id, Qt::CaseInsensitive) == 0;
     };
     // Only the first match is kept: the other workflows of a large file cost nothing.
-    bool found = false;
-    const auto keep = [&](const QString& xlfFile, const WorkflowElementData& element) {
-        if (found || !matches(xlfFile, element))
-            return false;
-        found = true;
-        return true;
+    const auto keep = [&](const WorkflowFileData& kept, const WorkflowElementData& element) {
+        return kept.elements.isEmpty() && matches(kept.xlfFile, element);
     };
     WorkflowFileData data;
     if (ReadWorkflowFileData(file, kWorkflowElement, data, keep) != StreamReadResult::Read)

@@ -11,6 +11,7 @@
 
 #include "manager/WorkflowManagerImp.h"
 #include "util/FacadeAccess.h"
+#include "util/WorkflowFileScanner.h"
 #include "util/XlfCatalog.h"
 #include "util/XmlStreamReading.h"
 #include "workflow/WorkflowFile.h"
@@ -92,6 +93,38 @@ QString DataDifference(const WorkflowFileData& a, const WorkflowFileData& b)
             return where + QStringLiteral("Settings presence");
         if (x.settings != y.settings)
             return where + TextDifference(QStringLiteral("Settings"), x.settings, y.settings);
+    }
+    return QString();
+}
+
+// DataDifference, and null texts told from empty ones as well.
+QString ExactDataDifference(const WorkflowFileData& a, const WorkflowFileData& b)
+{
+    const QString difference = DataDifference(a, b);
+    if (!difference.isEmpty())
+        return difference;
+    if (a.xlfFile.isNull() != b.xlfFile.isNull())
+        return QStringLiteral("XlfFile null %1/%2").arg(a.xlfFile.isNull()).arg(b.xlfFile.isNull());
+    for (qsizetype i = 0; i < a.elements.size(); ++i)
+    {
+        const WorkflowElementData& x = a.elements.at(i);
+        const WorkflowElementData& y = b.elements.at(i);
+        QList<std::pair<QString, std::pair<const QString*, const QString*>>> texts = {
+            {QStringLiteral("tag"), {&x.tag, &y.tag}},
+            {QStringLiteral("Introduction"), {&x.introduction, &y.introduction}},
+            {QStringLiteral("Settings"), {&x.settings, &y.settings}}};
+        for (int k = 0; k < WorkflowAttributeCount; ++k)
+            texts.append(
+                {WorkflowAttributeName(static_cast<WorkflowAttribute>(k)), {&x.values[k], &y.values[k]}});
+        for (const auto& text : std::as_const(texts))
+        {
+            if (text.second.first->isNull() != text.second.second->isNull())
+                return QStringLiteral("element %1 %2 null %3/%4")
+                    .arg(i)
+                    .arg(text.first)
+                    .arg(text.second.first->isNull())
+                    .arg(text.second.second->isNull());
+        }
     }
     return QString();
 }
@@ -613,6 +646,7 @@ private:
     int m_documentTypeFiles = 0;
     int m_settingsBodies = 0;
     int m_loads = 0;
+    int m_scannedFiles = 0;
 
     QString Path(const QString& name) const { return m_dir.filePath(name); }
 
@@ -673,6 +707,30 @@ private:
             }
         }
 
+        // The reader for the common shape of a file declines it or reads exactly what the general
+        // streaming reader reads, null texts and all.
+        for (const QString& firstTag : {QString(), QStringLiteral("Workflow")})
+        {
+            WorkflowFileData scanned;
+            WorkflowFileData general;
+            const bool quick = ScanCommonWorkflowFile(bytes, firstTag, scanned);
+            const StreamReadResult reference = ParseWorkflowFileWithReader(bytes, firstTag, general);
+            if (!quick)
+            {
+                QVERIFY2(scanned.elements.isEmpty() && !scanned.hasXlfFile, qPrintable(path));
+                continue;
+            }
+            QVERIFY2(reference == StreamReadResult::Read,
+                     qPrintable(QStringLiteral("%1: read in the common shape, general reader says %2")
+                                    .arg(path)
+                                    .arg(int(reference))));
+            const QString difference = ExactDataDifference(scanned, general);
+            QVERIFY2(difference.isEmpty(),
+                     qPrintable(path + QStringLiteral(" (common shape): ") + difference));
+            if (firstTag.isEmpty())
+                ++m_scannedFiles;
+        }
+
         // Loading by id: every id of the file, in other letter case, none, and one not there.
         WorkflowFileData data;
         const bool readable = ReadWorkflowFileData(path, QString(), data) == StreamReadResult::Read;
@@ -709,7 +767,8 @@ private:
 
     void ResetCounts()
     {
-        m_readFiles = m_unreadableFiles = m_documentTypeFiles = m_settingsBodies = m_loads = 0;
+        m_readFiles = m_unreadableFiles = m_documentTypeFiles = m_settingsBodies = m_loads = m_scannedFiles =
+            0;
     }
 
 private slots:
@@ -791,6 +850,112 @@ private slots:
         CompareFile(path);
     }
 
+    // The reader for the common shape reads what it may and declines the rest, whole.
+    void commonShape_data()
+    {
+        QTest::addColumn<QByteArray>("content");
+        QTest::addColumn<bool>("scanned");
+        const QByteArray body = "<Workflows XlfFile=\"Texts\"><Workflow Id=\"A\" Name=\"tr(Alpha)\">"
+                                "<Introduction>Hi</Introduction><Settings><S a=\"1\" b=\"2\"/></Settings>"
+                                "</Workflow></Workflows>";
+        QTest::newRow("catalogue file")
+            << QByteArray(
+                   "<?xml version=\"1.0\"?>\n<Workflows>\n    <Workflow Plugin=\"SamplePlugin\" "
+                   "IsTemplate=\"True\" Id=\"Id_Flow0\" Name=\"Flow number 0\" RequiredProducts=\"alpha "
+                   "&amp; beta\" CreatedDate=\"2016-01-01T00:00:00\">\n        <Settings>\n            <Step "
+                   "Order=\"0\" Action=\"Collect\"/>\n        </Settings>\n    </Workflow>\n</Workflows>\n")
+            << true;
+        QTest::newRow("no declaration") << body << true;
+        QTest::newRow("byte-order mark") << "\xEF\xBB\xBF<?xml version=\"1.0\"?>" + body << true;
+        QTest::newRow("declaration variants")
+            << "<?xml version='1.0' encoding='utf-8' standalone='no' ?>" + body << true;
+        QTest::newRow("line ends")
+            << QByteArray("<Workflows>\r\n<Workflow Id=\"A\" Name=\"a\r\nb\rc\td\">\r\n<Introduction>x\r\ny\r"
+                          "</Introduction><Settings>\r\n<A>p\rq</A><!--c\r\n--><![CDATA[\r\n]]></Settings>"
+                          "</Workflow></Workflows>")
+            << true;
+        QTest::newRow("references")
+            << QByteArray("<Workflows><Workflow Id=\"&lt;&gt;&amp;&quot;&apos;&#65;&#x42;&#x1F600;&#10;\">"
+                          "<Settings><A v='&#9;&#13;\"'>&#32;</A><B>&#160;</B><C>x&#13;y</C></Settings>"
+                          "</Workflow></Workflows>")
+            << true;
+        QTest::newRow("sections and comments")
+            << QByteArray(
+                   "<!--a--><Workflows><!--b--><Workflow Id=\"A\"><Introduction><![CDATA[]]></Introduction>"
+                   "<Settings><![CDATA[x]]]]><![CDATA[>]]><!----></Settings></Workflow></Workflows><!--c--> "
+                   " ")
+            << true;
+        QTest::newRow("prefixed names")
+            << QByteArray("<Workflows><p:Workflow xmlns:p=\"u\" p:Id=\"A\" Id=\"B\"/><Workflow Id=\"C\">"
+                          "<Settings><p:A p:b=\"1\" xml:lang=\"en\"/></Settings></Workflow></Workflows>")
+            << true;
+        QTest::newRow("zero-width no-break space")
+            << QByteArray(
+                   "<Workflows><Workflow Id=\"\xEF\xBB\xBF\"><Introduction>\xEF\xBB\xBFx</Introduction>"
+                   "<Settings>\xEF\xBB\xBF</Settings></Workflow></Workflows>")
+            << true;
+        QTest::newRow("document type") << "<!DOCTYPE Workflows>" + body << false;
+        QTest::newRow("instruction inside") << QByteArray("<Workflows><?p d?></Workflows>") << false;
+        QTest::newRow("instruction before") << "<?p d?>" + body << false;
+        QTest::newRow("other encoding") << "<?xml version=\"1.0\" encoding=\"ISO-8859-1\"?>" + body << false;
+        QTest::newRow("other version") << "<?xml version=\"1.1\"?>" + body << false;
+        QTest::newRow("blank before declaration") << " <?xml version=\"1.0\"?>" + body << false;
+        QTest::newRow("name outside ASCII") << QByteArray("<Workflows><W\xC3\xA9/></Workflows>") << false;
+        QTest::newRow("undeclared entity") << QByteArray("<Workflows a=\"&e;\"/>") << false;
+        QTest::newRow("upper-case hex reference") << QByteArray("<Workflows a=\"&#X41;\"/>") << false;
+        QTest::newRow("reference to no character") << QByteArray("<Workflows a=\"&#1;\"/>") << false;
+        QTest::newRow("control character") << QByteArray("<Workflows a=\"\x01\"/>") << false;
+        QTest::newRow("broken UTF-8") << QByteArray("<Workflows a=\"\xC3\"/>") << false;
+        QTest::newRow("U+FFFE") << QByteArray("<Workflows a=\"\xEF\xBF\xBE\"/>") << false;
+        QTest::newRow("section end in text") << QByteArray("<Workflows>]]></Workflows>") << false;
+        QTest::newRow("double hyphen in comment")
+            << QByteArray("<Workflows><!-- a--b --></Workflows>") << false;
+        QTest::newRow("repeated attribute") << QByteArray("<Workflows a=\"1\" a=\"2\"/>") << false;
+        QTest::newRow("attributes run together") << QByteArray("<Workflows a=\"1\"b=\"2\"/>") << false;
+        QTest::newRow("less-than in value") << QByteArray("<Workflows a=\"<\"/>") << false;
+        QTest::newRow("tags crossed") << QByteArray("<Workflows><A></Workflows></A>") << false;
+        QTest::newRow("second root") << QByteArray("<Workflows/><Workflows/>") << false;
+        QTest::newRow("text after root") << QByteArray("<Workflows/>x") << false;
+        QTest::newRow("cut short") << body.left(body.size() - 5) << false;
+        QTest::newRow("empty") << QByteArray() << false;
+        QByteArray deep = "<Workflows><Workflow><Settings>";
+        for (int i = 0; i < 520; ++i)
+            deep += "<D>";
+        for (int i = 0; i < 520; ++i)
+            deep += "</D>";
+        QTest::newRow("too deep") << deep + "</Settings></Workflow></Workflows>" << false;
+    }
+
+    void commonShape()
+    {
+        QFETCH(QByteArray, content);
+        QFETCH(bool, scanned);
+        for (const QString& firstTag : {QString(), QStringLiteral("Workflow")})
+        {
+            WorkflowFileData quick;
+            WorkflowFileData general;
+            QCOMPARE(ScanCommonWorkflowFile(content, firstTag, quick), scanned);
+            const StreamReadResult reference = ParseWorkflowFileWithReader(content, firstTag, general);
+            if (!scanned)
+            {
+                QVERIFY(quick.elements.isEmpty() && quick.xlfFile.isNull());
+                continue;
+            }
+            QCOMPARE(reference, StreamReadResult::Read);
+            QVERIFY(!quick.elements.isEmpty());
+            const QString difference = ExactDataDifference(quick, general);
+            QVERIFY2(difference.isEmpty(), qPrintable(difference));
+            // And the parse every reader goes through takes the common shape's reading.
+            WorkflowFileData parsed;
+            QCOMPARE(ParseWorkflowFile(content, firstTag, parsed), StreamReadResult::Read);
+            QVERIFY(ExactDataDifference(parsed, general).isEmpty());
+        }
+        const QString path =
+            Path(QStringLiteral("shape/%1.workflow").arg(QString::fromLatin1(QTest::currentDataTag())));
+        QVERIFY(WriteFile(path, content));
+        CompareFile(path);
+    }
+
     void documentTypes()
     {
         const QString path = Path(QStringLiteral("doctype.workflow"));
@@ -852,7 +1017,12 @@ private slots:
                 return;
             ++files;
         }
-        std::printf("sample files compared: %d, %d workflow records loaded\n", files, m_loads);
+        std::printf(
+            "sample files compared: %d (%d readable, %d read in the common shape), %d workflow records "
+            "loaded\n",
+            files, m_readFiles, m_scannedFiles, m_loads);
+        // Every shipped file is in the common shape.
+        QCOMPARE(m_scannedFiles, m_readFiles);
         QVERIFY(files >= 10);
         QVERIFY(m_settingsBodies > 0);
     }
@@ -889,15 +1059,16 @@ private slots:
                 return;
         }
         std::printf(
-            "generated: %d readable (%d through the document for their entities), %d unreadable, %d settings "
-            "bodies, %d records loaded\n",
-            m_readFiles, m_documentTypeFiles, m_unreadableFiles, m_settingsBodies, m_loads);
+            "generated: %d readable (%d through the document for their entities, %d in the common shape), %d "
+            "unreadable, %d settings bodies, %d records loaded\n",
+            m_readFiles, m_documentTypeFiles, m_scannedFiles, m_unreadableFiles, m_settingsBodies, m_loads);
         // The generator must reach every branch worth comparing.
         QVERIFY(m_readFiles > 200);
         QVERIFY(m_unreadableFiles > 10);
         QVERIFY(m_documentTypeFiles > 0);
         QVERIFY(m_settingsBodies > 100);
         QVERIFY(m_loads > 200);
+        QVERIFY(m_scannedFiles > 100);
     }
 
     // A whole scan gives the same catalogue and the same signals either way.
