@@ -9,6 +9,7 @@
 #include <QStringView>
 
 #include <cstring>
+#include <string>
 #include <type_traits>
 #include <utility>
 #include <vector>
@@ -30,7 +31,7 @@ inline void Append(QString& out, const char* literal)
 {
     out.append(QLatin1String(literal));
 }
-inline void Append(QByteArray& out, const char* literal)
+inline void Append(std::string& out, const char* literal)
 {
     out.append(literal);
 }
@@ -38,19 +39,30 @@ inline void Append(QString& out, QStringView text)
 {
     out.append(text);
 }
-inline void Append(QByteArray& out, QByteArrayView text)
+inline void Append(std::string& out, QByteArrayView text)
 {
-    out.append(text);
+    out.append(text.data(), size_t(text.size()));
 }
 inline void AppendSpaces(QString& out, qsizetype count)
 {
     out.resize(out.size() + count, QLatin1Char(' '));
 }
-inline void AppendSpaces(QByteArray& out, qsizetype count)
+inline void AppendSpaces(std::string& out, qsizetype count)
 {
-    const qsizetype at = out.size();
-    out.resize(at + count);
-    std::memset(out.data() + at, ' ', size_t(count));
+    out.append(size_t(count), ' ');
+}
+// The names of an element's attributes, one after another, as the key of its shape.
+inline void AppendKey(QString& key, QStringView name)
+{
+    key.append(name);
+    key.append(QChar(0));
+}
+inline void AppendKey(QByteArray& key, QByteArrayView name)
+{
+    const qsizetype at = key.size();
+    key.resize(at + name.size() + 1);
+    std::memcpy(key.data() + at, name.data(), size_t(name.size()));
+    key[at + name.size()] = '\0';
 }
 inline char16_t Unit(QStringView text, qsizetype i)
 {
@@ -122,7 +134,7 @@ template <typename Out, typename View> void AppendEncoded(Out& out, View text, b
 // Writes the children of one element. An element or comment starts on a line of its own unless
 // a text precedes it, and ends its line unless a text follows it; what follows is only known
 // later, so the line end of the previous sibling is settled when the next one arrives.
-// Out is QString with QStringView texts, or QByteArray with UTF-8 QByteArrayView texts.
+// Out is QString with QStringView texts, or std::string with UTF-8 QByteArrayView texts.
 template <typename Out, typename View> class InnerXmlWriter
 {
 public:
@@ -261,14 +273,12 @@ private:
     // Element shapes repeat across the files a thread reads; the order of each is worked out once.
     static const std::vector<qsizetype>& Order(const std::vector<Attribute>& attributes)
     {
-        thread_local QHash<Out, std::vector<qsizetype>> orders;
-        thread_local Out key;
+        using Key = std::conditional_t<std::is_same_v<Out, QString>, QString, QByteArray>;
+        thread_local QHash<Key, std::vector<qsizetype>> orders;
+        thread_local Key key;
         key.resize(0);
         for (const Attribute& attribute : attributes)
-        {
-            InnerXml::Append(key, attribute.first);
-            key.append(typename Out::value_type(0));
-        }
+            InnerXml::AppendKey(key, attribute.first);
         auto found = orders.constFind(key);
         if (found == orders.constEnd())
         {

@@ -7,13 +7,14 @@
 #include <algorithm>
 #include <cstring>
 #include <memory>
+#include <string>
 #include <vector>
 
 namespace Velmora::WorkflowCore {
 
 namespace {
 
-using ByteWriter = InnerXmlWriter<QByteArray, QByteArrayView>;
+using ByteWriter = InnerXmlWriter<std::string, QByteArrayView>;
 
 bool IsBlank(char c)
 {
@@ -625,11 +626,11 @@ private:
             {
                 m_element->hasSettings = true;
                 m_settingsDepth = m_depth;
-                m_settings.resize(0);
+                m_settings.clear();
                 // Rewritten markup is about as long as what is left of the file, in the common
                 // case of one workflow per file: one allocation rather than a series of growths.
                 if (m_settings.capacity() < 4096)
-                    m_settings.reserve(qMin<qsizetype>(m_bytes.size() - m_at, 64 * 1024));
+                    m_settings.reserve(size_t(qMin<qsizetype>(m_bytes.size() - m_at, 64 * 1024)));
                 m_writer = std::make_unique<ByteWriter>(m_settings);
             }
         }
@@ -645,7 +646,7 @@ private:
                 m_writer->Finish();
                 m_writer.reset();
                 // Settings without children stay a null text, as the general reader leaves them.
-                m_element->settings = m_settings.isEmpty() ? QString() : Utf8Text(m_settings);
+                m_element->settings = m_settings.empty() ? QString() : Utf8Text(QByteArrayView(m_settings));
                 // The record keeps this text for its life: no spare capacity.
                 m_element->settings.squeeze();
                 m_settingsDepth = 0;
@@ -707,7 +708,7 @@ private:
     int m_introductionDepth = 0;
     bool m_introductionFirstSeen = false;
     int m_settingsDepth = 0;
-    QByteArray m_settings;
+    std::string m_settings;
     std::unique_ptr<ByteWriter> m_writer;
 };
 
