@@ -14,13 +14,11 @@ cmake -S . -B "$build_dir" -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo -DVMWF_WER
 cmake --build "$build_dir" --parallel "$(nproc)" --target vmworkflow VmWorkflowHost VmWorkflowSamplePlugin
 
 tool="$build_dir/bin/vmworkflow"
-# Per-user folders of the demo stay inside the build folder, and so does its temporary folder, where
-# each run leaves the copy of the workflow it launched.
+# Per-user folders of the demo stay inside the build folder.
 export XDG_DATA_HOME="$PWD/$build_dir/demo-home"
 export XDG_CACHE_HOME="$PWD/$build_dir/demo-home/cache"
-export TMPDIR="$PWD/$build_dir/demo-home/tmp"
 result_file="$PWD/$build_dir/demo-home/QuarterlyExport-result.txt"
-mkdir -p "$XDG_DATA_HOME" "$TMPDIR"
+mkdir -p "$XDG_DATA_HOME"
 rm -f "$result_file"
 
 step() { printf '\n$ vmworkflow %s\n' "$*"; "$tool" "$@"; }
