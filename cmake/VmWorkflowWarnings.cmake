@@ -34,4 +34,6 @@ function(vmwf_add_test)
     endif()
     set_tests_properties(${T_NAME} PROPERTIES TIMEOUT ${T_TIMEOUT}
         ENVIRONMENT "QT_QPA_PLATFORM=offscreen;ASAN_OPTIONS=detect_leaks=1:abort_on_error=0;UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1")
+    # Runs after the folder of the test programs is noted and before it is checked (tests/CMakeLists.txt).
+    set_tests_properties(${T_NAME} PROPERTIES FIXTURES_REQUIRED VmwfTestFolder)
 endfunction()

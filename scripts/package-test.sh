@@ -36,15 +36,16 @@ check() { passed=$((passed + 1)); echo "ok: $*"; }
 sample_run=Id_QuarterlyExport_{0a9b8c7d-6e5f-4a3b-9c2d-1e0f9a8b7c6d}
 consumer_run=Id_ConsumerCheck_{3c0e5b1a-7d2f-4e6a-9b8c-0d1e2f3a4b5c}
 
-# A fresh user: per-user data, runtime folder and nothing of the hub's environment.
+# A fresh user: per-user data, runtime folder, a temporary folder of its own (each run leaves the copy
+# of the workflow it launched there, and $work goes at the end) and nothing of the hub's environment.
 fresh_user()
 {
     local home
     home=$(mktemp -d "$work/user.XXXXXX")
-    mkdir -m 0700 "$home/runtime"
+    mkdir -m 0700 "$home/runtime" "$home/tmp"
     unset VELMORA_APPLICATIONS_PATH XDG_CONFIG_DIRS XDG_DATA_DIRS KV7_LOG_FILE
     export XDG_DATA_HOME="$home/data" XDG_RUNTIME_DIR="$home/runtime" XDG_CONFIG_HOME="$home/config" \
-        XDG_CACHE_HOME="$home/cache"
+        XDG_CACHE_HOME="$home/cache" TMPDIR="$home/tmp"
     export QT_QPA_PLATFORM=offscreen
 }
 
@@ -63,6 +64,8 @@ check_installed_tool()
         timeout 120 "$tool" run "$sample_run" --wait --set "ResultFile=$result" > "$out"
         grep -q "finished .* with status 0" "$out" || { cat "$out"; fail "$where: the run did not finish well"; }
         grep -q "^Exit 0" "$result" || fail "$where: the sample plug-in left no result"
+        compgen -G "$TMPDIR/Temp_Quarterly export_{*}.workflow" > /dev/null \
+            || fail "$where: the run left its copy of the workflow outside the user's temporary folder"
     )
     check "$where: the installed vmworkflow knows the products, lists runnable workflows and runs one"
 }
@@ -86,6 +89,8 @@ check_consumer()
         [ "$status" -eq 5 ] || { cat "$out"; fail "$where: the outside plug-in's run ended with $status, not 5"; }
         grep -q "^Host VmWorkflowHost$" "$folder/result.txt" || fail "$where: the outside plug-in did not run in the host"
         grep -q "^Id $consumer_run$" "$folder/result.txt" || fail "$where: the outside plug-in ran another workflow"
+        compgen -G "$TMPDIR/Temp_Consumer check_{*}.workflow" > /dev/null \
+            || fail "$where: the run left its copy of the workflow outside the user's temporary folder"
     )
     check "$where: the consumer lists the samples and runs a sample and an outside plug-in through the installed host"
 }

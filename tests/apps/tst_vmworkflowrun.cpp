@@ -2,6 +2,7 @@
 // vmworkflow run and running as real processes: the tool starts the real host application, which
 // runs the sample plug-in, and the test watches both through their output and the registry.
 
+#include "FileFixtures.h"
 #include "TestEnvironment.h"
 #include "ToolProcess.h"
 
@@ -76,6 +77,12 @@ bool WaitForNoRun(int milliseconds)
     return false;
 }
 
+// The copies of launched workflows that the library wrote to a temporary folder.
+QStringList LaunchCopies(const QString& folder)
+{
+    return QDir(folder).entryList({QStringLiteral("Temp_*.workflow")}, QDir::Files, QDir::Name);
+}
+
 bool ProcessExists(qint64 pid)
 {
     return pid > 0 && QFileInfo::exists(QStringLiteral("/proc/%1").arg(pid));
@@ -115,6 +122,7 @@ private slots:
     void waitFollowsTheRunToItsEnd()
     {
         const QString result = ResultFile("wait.txt");
+        const QStringList copiesBefore = LaunchCopies(m_env.TempDir());
         const ToolRun run =
             RunTool(Tool(), RunArguments(kRunnable, QStringList{QStringLiteral("--wait")} +
                                                         Set(QStringLiteral("ResultFile"), result)));
@@ -138,6 +146,15 @@ private slots:
         const QByteArray written = file.readAll();
         QVERIFY(written.contains("Prepared True"));
         QVERIFY(!written.isEmpty());
+        // The copy of the workflow that the launch leaves behind lies in the test's own temporary
+        // folder, which goes with the test, and not in the machine's, where it would stay for ever.
+        QStringList copies = LaunchCopies(m_env.TempDir());
+        for (const QString& known : copiesBefore)
+            copies.removeOne(known);
+        QCOMPARE(copies.size(), 1);
+        QVERIFY2(copies.first().startsWith(QStringLiteral("Temp_Quarterly export_{")),
+                 qPrintable(copies.first()));
+        QVERIFY(ReadFile(m_env.TempDir() + QLatin1Char('/') + copies.first()).contains(kRunnable.toUtf8()));
     }
 
     void waitExitsWithTheRunsStatus_data()

@@ -1,8 +1,9 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-// One private home for a test and every process it starts: HOME and every XDG folder point into
-// a temporary folder, so that no test touches the real home folder, /etc or another test's run.
+// One private home for a test and every process it starts: HOME, every XDG folder and the temporary
+// folder (TMPDIR) point into a temporary folder, so that no test touches the real home folder, /etc,
+// the machine's temporary folder or another test's run.
 //
 // Qt's test mode is switched on, which makes QStandardPaths answer with folders under
 // "$HOME/.qttest" in this process; the XDG variables are pointed at those same folders, so that a
@@ -30,9 +31,12 @@ public:
         if (!m_root.isValid())
             return false;
         QStandardPaths::setTestModeEnabled(true);
-        for (const char* sub : {"runtime", "datadirs", "configdirs"})
+        for (const char* sub : {"runtime", "datadirs", "configdirs", "tmp"})
             QDir(m_root.path()).mkpath(QString::fromLatin1(sub));
         qputenv("XDG_RUNTIME_DIR", QFile::encodeName(RuntimeDir()));
+        // What the library and the hosts it starts leave in the temporary folder (the copy of a
+        // launched workflow stays there by design) goes with the sandbox, not into the machine's.
+        qputenv("TMPDIR", QFile::encodeName(TempDir()));
         qputenv("XDG_DATA_DIRS", QFile::encodeName(DataDirs()));
         qputenv("XDG_CONFIG_DIRS", QFile::encodeName(ConfigDirs()));
         // The runtime folder must be the user's alone, as a session's is.
@@ -66,6 +70,7 @@ public:
     QString RuntimeDir() const { return m_root.path() + QStringLiteral("/runtime"); }
     QString DataDirs() const { return m_root.path() + QStringLiteral("/datadirs"); }
     QString ConfigDirs() const { return m_root.path() + QStringLiteral("/configdirs"); }
+    QString TempDir() const { return m_root.path() + QStringLiteral("/tmp"); }
 
 private:
     QTemporaryDir m_root;

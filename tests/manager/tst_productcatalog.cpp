@@ -13,6 +13,8 @@
 #include "util/FacadeAccess.h"
 
 #include <QCoreApplication>
+#include <QProcess>
+#include <QTemporaryDir>
 #include <QtTest>
 
 #include <vector>
@@ -93,17 +95,32 @@ private slots:
         QCOMPARE(NameList(QStringLiteral("prodA")), QStringLiteral("Product A"));
     }
 
+    // Every test program runs from one folder, and the tests run side by side: a catalogue put beside
+    // this program would be read by whichever test starts its manager meanwhile. The catalogue goes
+    // beside a copy of a small program in a folder of this test's own instead.
     void catalogueBesideTheApplicationComesFirst()
     {
-        const QString beside = QCoreApplication::applicationDirPath() + QStringLiteral("/Products.xml");
-        QVERIFY(WriteFile(beside, "<P><Product Id=\"prodA\" Name=\"Beside\"/></P>"));
-        QVERIFY(WorkflowManager::Uninitialize());
-        QVERIFY(WorkflowManager::Initialize());
-        const QString name = NameList(QStringLiteral("prodA"));
-        const QString located = ProductCatalog::LocateCatalogFile();
-        QFile::remove(beside);
-        QCOMPARE(located, beside);
-        QCOMPARE(name, QStringLiteral("Beside"));
+        QTemporaryDir folder;
+        QVERIFY(folder.isValid());
+        const QString program = folder.filePath(QStringLiteral("productcatalog_child"));
+        QVERIFY(QFile::copy(QCoreApplication::applicationDirPath() + QStringLiteral("/productcatalog_child"),
+                            program));
+        const auto run = [&program]() -> QStringList {
+            QProcess process;
+            process.start(program, {QStringLiteral("prodA")});
+            if (!process.waitForFinished(60000) || process.exitStatus() != QProcess::NormalExit ||
+                process.exitCode() != 0)
+                return {QStringLiteral("failed: ") + QString::fromLocal8Bit(process.readAllStandardError())};
+            return QString::fromUtf8(process.readAllStandardOutput())
+                .split(QLatin1Char('\n'), Qt::SkipEmptyParts);
+        };
+        // Nothing beside the copy: it reads the catalogue that the machine settings name.
+        QCOMPARE(run(), (QStringList{CatalogFolder() + QStringLiteral("/Products.xml"),
+                                     QStringLiteral("Product A")}));
+        QVERIFY(WriteFile(folder.filePath(QStringLiteral("Products.xml")),
+                          "<P><Product Id=\"prodA\" Name=\"Beside\"/></P>"));
+        const QString beside = QFileInfo(folder.path()).canonicalFilePath() + QStringLiteral("/Products.xml");
+        QCOMPARE(run(), (QStringList{beside, QStringLiteral("Beside")}));
     }
 
     void catalogueIsReadOnceWhenTheManagerIsMade()

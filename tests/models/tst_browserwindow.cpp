@@ -146,10 +146,21 @@ private slots:
                     box->close();
             }
         });
+        const QDir temporary(m_env.TempDir());
+        const QStringList copiesBefore =
+            temporary.entryList({QStringLiteral("Temp_*.workflow")}, QDir::Files);
         closer.start(50);
         QTest::mouseClick(window.RunButton(), Qt::LeftButton);
         closer.stop();
         QVERIFY(boxShown);
+        // The failed launch still wrote its copy of the workflow, and that stays: it must lie in the
+        // test's own temporary folder, which goes with the test, not in the machine's.
+        QStringList copies = temporary.entryList({QStringLiteral("Temp_*.workflow")}, QDir::Files);
+        for (const QString& known : copiesBefore)
+            copies.removeOne(known);
+        QCOMPARE(copies.size(), 1);
+        QVERIFY2(copies.first().startsWith(QStringLiteral("Temp_My monthly report_{")),
+                 qPrintable(copies.first()));
         QVERIFY(!window.Notice()->isHidden());
         QVERIFY(window.Notice()->text().contains(QStringLiteral("The workflow could not be started.")));
     }

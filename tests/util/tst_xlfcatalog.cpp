@@ -145,15 +145,27 @@ private slots:
                     .isEmpty());
     }
 
+    // The folder every test program runs from is shared by the tests running side by side, so the
+    // translation goes beside a copy of a small program in a folder of this test's own.
     void applicationFolderIsTheLastResort()
     {
-        const QString locale = QStringLiteral("zz-ZZ");
-        const QString file = ApplicationFolder() + QStringLiteral("/zz-ZZ/LastResort.xlf");
-        QVERIFY(WriteFile(file, Xliff({})));
-        const QString found =
-            FindTranslationFile(QStringLiteral("LastResort"), locale, Path(QStringLiteral("a")));
-        QDir(ApplicationFolder() + QStringLiteral("/zz-ZZ")).removeRecursively();
-        QCOMPARE(found, file);
+        QTemporaryDir folder;
+        QVERIFY(folder.isValid());
+        const QString program = folder.filePath(QStringLiteral("translation_child"));
+        QVERIFY(QFile::copy(ApplicationFolder() + QStringLiteral("/translation_child"), program));
+        const auto find = [&program, this]() -> QByteArray {
+            QProcess process;
+            process.start(program,
+                          {QStringLiteral("LastResort"), QStringLiteral("zz-ZZ"), Path(QStringLiteral("a"))});
+            if (!process.waitForFinished(60000) || process.exitStatus() != QProcess::NormalExit ||
+                process.exitCode() != 0)
+                return "failed: " + process.readAllStandardError();
+            return process.readAllStandardOutput().trimmed();
+        };
+        QCOMPARE(find(), QByteArray());
+        QVERIFY(WriteFile(folder.filePath(QStringLiteral("zz-ZZ/LastResort.xlf")), Xliff({})));
+        QCOMPARE(find(), QFile::encodeName(QFileInfo(folder.path()).canonicalFilePath() +
+                                           QStringLiteral("/zz-ZZ/LastResort.xlf")));
     }
 
     void laterUnitAndLaterFileElementWin()
