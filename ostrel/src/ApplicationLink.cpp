@@ -54,13 +54,15 @@ qint64 ApplicationLink::PeerProcessId() const
 
 QByteArray ApplicationLink::EncodeFrame(const QString& name, const QVariantMap& data)
 {
-    QByteArray payload;
-    QDataStream stream(&payload, QIODevice::WriteOnly);
-    stream.setVersion(QDataStream::Qt_6_0);
-    stream << name << data;
-    QByteArray frame(kPrefixBytes, '\0');
-    qToBigEndian<quint32>(quint32(payload.size()), frame.data());
-    return frame + payload;
+    // The length goes in front once the payload is written behind its place: one buffer, no copy.
+    QByteArray frame;
+    {
+        QDataStream stream(&frame, QIODevice::WriteOnly);
+        stream.setVersion(QDataStream::Qt_6_0);
+        stream << quint32(0) << name << data;
+    }
+    qToBigEndian<quint32>(quint32(frame.size() - kPrefixBytes), frame.data());
+    return frame;
 }
 
 bool ApplicationLink::SendFrame(const QString& name, const QVariantMap& data)
@@ -83,7 +85,17 @@ bool ApplicationLink::SendFrame(const QString& name, const QVariantMap& data)
         qCDebug(lcLinks, "hub buffers full; message of %lld bytes refused", qint64(frame.size()));
         return false;
     }
-    const bool written = m_socket->write(frame) == frame.size();
+    // With nothing queued before it, the frame goes to the system at once: handing it to the
+    // socket object instead would switch its write watch on and off again, and wake the event
+    // loop twice, for every message. Only what the system does not take now is queued, behind
+    // which every later frame then waits its turn.
+    qint64 sent = 0;
+    if (m_socket->bytesToWrite() == 0)
+        sent = WriteWithoutWaiting(m_socket->socketDescriptor(), frame.constData(), frame.size());
+    if (sent == frame.size())
+        return true;
+    const QByteArray rest = sent > 0 ? frame.mid(sent) : frame;
+    const bool written = m_socket->write(rest) == rest.size();
     Recount();
     if (!written)
         return false;
@@ -146,17 +158,25 @@ void ApplicationLink::ReadFrames()
         return;
     m_reading = true;
     bool open = true;
-    while (open && m_socket->bytesAvailable() > 0)
+    while (open)
     {
-        const QByteArray chunk = m_socket->read(kReadChunkBytes);
-        if (m_budget->bufferedBytes + chunk.size() > kMaxBufferedBytes)
+        const qint64 available = qMin(m_socket->bytesAvailable(), kReadChunkBytes);
+        if (available <= 0)
+            break;
+        if (m_budget->bufferedBytes + available > kMaxBufferedBytes)
         {
             qCDebug(lcLinks, "%s", "hub buffers full; link closed");
             Close();
             open = false;
             break;
         }
-        m_buffer += chunk;
+        // Straight behind what is already buffered, without a chunk of its own in between.
+        const qsizetype kept = m_buffer.size();
+        m_buffer.resize(kept + qsizetype(available));
+        const qint64 got = m_socket->read(m_buffer.data() + kept, available);
+        m_buffer.resize(kept + qsizetype(qMax(got, qint64(0))));
+        if (got <= 0)
+            break;
         Recount();
         open = TellCompleteFrames();
     }
