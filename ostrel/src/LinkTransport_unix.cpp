@@ -75,6 +75,8 @@ public:
             sent = Send(data.constData(), data.size());
             if (sent < 0)
             {
+                // The link is closed and says so; the bytes count as handed over, as they did with
+                // the socket object, which found the failure only while flushing them.
                 Fail();
                 return true;
             }
