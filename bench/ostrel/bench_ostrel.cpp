@@ -79,12 +79,7 @@ bool WaitFor(const Counter& counter, int count, int timeoutMs)
     {
         if (timer.hasExpired(timeoutMs))
             return false;
-        // Sleeps in the event loop until something arrives, as a caller waiting for a reply does.
-        // (The overload with a time limit never sleeps: it polls without waiting, again and again,
-        // which keeps this process on a processor of its own and makes the peer's wake-up on
-        // another one part of every figure.) The ticker in main makes sure the deadline is seen
-        // even when nothing comes.
-        QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents);
+        QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents, 10);
     }
     return true;
 }
@@ -129,8 +124,6 @@ int main(int argc, char** argv)
 
     ApplicationManager::Initialize(QStringLiteral("BenchLauncher"));
     ApplicationManager* hub = ApplicationManager::GetInstance();
-    QTimer ticker;
-    ticker.start(100);
     Counter counter;
     hub->AddMessageHandler(&counter);
     const ApplicationInfo info =
