@@ -62,6 +62,8 @@ int Application::Connect(int timeoutMs)
     }
 
     ApplicationLink* link = manager->d->AdoptSocket(socket.release());
+    if (!link)
+        return NotListening;
     link->SetHelloSeen();
     AttachLink(link);
     QVariantMap hello;

@@ -2,8 +2,10 @@
 #include "ApplicationLink.h"
 #include "Endpoint.h"
 #include "FrameScanner.h"
+#include "LinkTransport.h"
 
 #include <QDataStream>
+#include <QIODevice>
 #include <QLoggingCategory>
 #include <QtEndian>
 
@@ -19,48 +21,47 @@ constexpr qsizetype kPrefixBytes = 4;
 
 } // namespace
 
-ApplicationLink::ApplicationLink(QLocalSocket* socket, std::shared_ptr<LinkBudget> budget, QObject* parent)
-    : QObject(parent), m_socket(socket), m_budget(std::move(budget))
+ApplicationLink::ApplicationLink(LinkTransport* transport, std::shared_ptr<LinkBudget> budget,
+                                 QObject* parent)
+    : QObject(parent), m_transport(transport), m_budget(std::move(budget))
 {
-    m_socket->setParent(this);
-    m_socket->setReadBufferSize(kReadChunkBytes);
-    connect(m_socket, &QLocalSocket::readyRead, this, &ApplicationLink::ReadFrames);
-    connect(m_socket, &QLocalSocket::bytesWritten, this, &ApplicationLink::Recount);
-    connect(m_socket, &QLocalSocket::disconnected, this, &ApplicationLink::Close);
-    connect(m_socket, &QLocalSocket::errorOccurred, this, [this](QLocalSocket::LocalSocketError) {
-        if (m_socket->state() != QLocalSocket::ConnectedState)
-            Close();
-    });
+    m_transport->setParent(this);
+    connect(m_transport, &LinkTransport::ReadyRead, this, &ApplicationLink::ReadFrames);
+    connect(m_transport, &LinkTransport::BytesWritten, this, &ApplicationLink::Recount);
+    connect(m_transport, &LinkTransport::Ended, this, &ApplicationLink::Close);
+    Recount();
 }
 
 ApplicationLink::~ApplicationLink()
 {
-    m_socket->disconnect(this);
-    m_socket->abort();
+    m_transport->disconnect(this);
+    m_transport->Abort();
     m_budget->bufferedBytes -= m_counted;
 }
 
 void ApplicationLink::Recount()
 {
-    const qint64 now = qint64(m_buffer.size()) + m_socket->bytesToWrite();
+    const qint64 now = qint64(m_buffer.size()) + m_transport->BytesToWrite();
     m_budget->bufferedBytes += now - m_counted;
     m_counted = now;
 }
 
 qint64 ApplicationLink::PeerProcessId() const
 {
-    return PeerProcessIdOf(m_socket->socketDescriptor());
+    return PeerProcessIdOf(m_transport->Descriptor());
 }
 
 QByteArray ApplicationLink::EncodeFrame(const QString& name, const QVariantMap& data)
 {
-    QByteArray payload;
-    QDataStream stream(&payload, QIODevice::WriteOnly);
-    stream.setVersion(QDataStream::Qt_6_0);
-    stream << name << data;
-    QByteArray frame(kPrefixBytes, '\0');
-    qToBigEndian<quint32>(quint32(payload.size()), frame.data());
-    return frame + payload;
+    // The length goes in front once the payload is written behind its place: one buffer, no copy.
+    QByteArray frame;
+    {
+        QDataStream stream(&frame, QIODevice::WriteOnly);
+        stream.setVersion(QDataStream::Qt_6_0);
+        stream << quint32(0) << name << data;
+    }
+    qToBigEndian<quint32>(quint32(frame.size() - kPrefixBytes), frame.data());
+    return frame;
 }
 
 bool ApplicationLink::SendFrame(const QString& name, const QVariantMap& data)
@@ -71,7 +72,7 @@ bool ApplicationLink::SendFrame(const QString& name, const QVariantMap& data)
     if (quint64(frame.size() - kPrefixBytes) > kMaxFrameBytes)
         return false;
     Recount();
-    if (m_socket->bytesToWrite() + frame.size() > kMaxOutgoingBytes)
+    if (m_transport->BytesToWrite() + frame.size() > kMaxOutgoingBytes)
     {
         // The peer has stopped reading; holding ever more for it helps nobody.
         qCDebug(lcLinks, "peer does not read; link closed");
@@ -83,18 +84,14 @@ bool ApplicationLink::SendFrame(const QString& name, const QVariantMap& data)
         qCDebug(lcLinks, "hub buffers full; message of %lld bytes refused", qint64(frame.size()));
         return false;
     }
-    const bool written = m_socket->write(frame) == frame.size();
+    const bool accepted = m_transport->Write(frame);
     Recount();
-    if (!written)
-        return false;
-    m_socket->flush();
-    Recount();
-    return true;
+    return accepted;
 }
 
 bool ApplicationLink::IsOpen() const
 {
-    return !m_closed && m_socket->state() == QLocalSocket::ConnectedState;
+    return !m_closed && m_transport->IsConnected();
 }
 
 void ApplicationLink::Close()
@@ -102,7 +99,7 @@ void ApplicationLink::Close()
     if (m_closed)
         return;
     m_closed = true;
-    m_socket->abort();
+    m_transport->Abort();
     m_buffer.clear();
     Recount();
     emit Closed(this);
@@ -111,20 +108,14 @@ void ApplicationLink::Close()
 void ApplicationLink::Dispose(const QDeadlineTimer& deadline)
 {
     disconnect();
-    m_socket->disconnect(this);
+    m_transport->disconnect(this);
     if (!m_closed)
     {
         // A host announces the end of a run and shuts down straight away; that last message must
         // not die in our write buffer.
-        while (m_socket->state() == QLocalSocket::ConnectedState && m_socket->bytesToWrite() > 0 &&
-               !deadline.hasExpired())
-        {
-            if (!m_socket->waitForBytesWritten(
-                    int(qBound(qint64(1), deadline.remainingTime(), qint64(1000)))))
-                break;
-        }
+        m_transport->Drain(deadline);
         m_closed = true;
-        m_socket->abort();
+        m_transport->Abort();
     }
     m_buffer.clear();
     Recount();
@@ -141,26 +132,50 @@ void ApplicationLink::Dispose(const QDeadlineTimer& deadline)
 
 void ApplicationLink::ReadFrames()
 {
-    // A handler that spins the event loop may bring us here again; the outer call reads on.
-    if (m_closed || m_reading)
+    // A handler that spins the event loop may bring us here again; the outer call reads on, and
+    // until it does, what arrives is not announced again and again.
+    if (m_closed)
         return;
+    if (m_reading)
+    {
+        m_transport->SetReadWatch(false);
+        return;
+    }
     m_reading = true;
     bool open = true;
-    while (open && m_socket->bytesAvailable() > 0)
+    while (open)
     {
-        const QByteArray chunk = m_socket->read(kReadChunkBytes);
-        if (m_budget->bufferedBytes + chunk.size() > kMaxBufferedBytes)
+        // Read straight behind what is buffered. A frame on its way makes room for itself, up to a
+        // chunk at a time; otherwise the room kept from earlier messages is enough.
+        const qsizetype kept = m_buffer.size();
+        const qint64 room = qBound(kReadRoomBytes, qint64(kept), kReadChunkBytes);
+        m_buffer.resize(kept + qsizetype(room));
+        const qint64 got = m_transport->Read(m_buffer.data() + kept, room);
+        m_buffer.resize(kept + qsizetype(qMax(got, qint64(0))));
+        if (got < 0)
+        {
+            Close();
+            open = false;
+            break;
+        }
+        if (got == 0)
+            break;
+        if (m_budget->bufferedBytes + got > kMaxBufferedBytes)
         {
             qCDebug(lcLinks, "%s", "hub buffers full; link closed");
             Close();
             open = false;
             break;
         }
-        m_buffer += chunk;
         Recount();
         open = TellCompleteFrames();
+        // Less than the room means the system holds nothing more for now.
+        if (got < room)
+            break;
     }
     m_reading = false;
+    if (open && !m_closed)
+        m_transport->SetReadWatch(true);
 }
 
 bool ApplicationLink::TellCompleteFrames()

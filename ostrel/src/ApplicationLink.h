@@ -3,7 +3,6 @@
 
 #include <QByteArray>
 #include <QDeadlineTimer>
-#include <QLocalSocket>
 #include <QObject>
 #include <QVariantMap>
 
@@ -12,6 +11,7 @@
 namespace Velmora::OstrelAdapter {
 
 class Application;
+class LinkTransport;
 
 // What all links of one hub hold in their buffers together, incoming and outgoing.
 struct LinkBudget
@@ -40,10 +40,13 @@ public:
     // How much is taken from the socket at a time, so that the system's buffer, not ours, holds
     // what a slow frame has not delivered yet.
     static constexpr qint64 kReadChunkBytes = 64 * 1024;
+    // Room made for a read when nothing larger is on its way: a message is usually a few hundred
+    // bytes, and the room stays with the buffer from one message to the next.
+    static constexpr qint64 kReadRoomBytes = 4 * 1024;
     // The first frame a connecting process sends: its process id.
     static const QString kHelloName;
 
-    ApplicationLink(QLocalSocket* socket, std::shared_ptr<LinkBudget> budget, QObject* parent);
+    ApplicationLink(LinkTransport* transport, std::shared_ptr<LinkBudget> budget, QObject* parent);
     ~ApplicationLink() override;
 
     bool SendFrame(const QString& name, const QVariantMap& data);
@@ -78,7 +81,7 @@ private:
     // Brings the shared budget up to date with what this link holds now.
     void Recount();
 
-    QLocalSocket* m_socket;
+    LinkTransport* m_transport;
     std::shared_ptr<LinkBudget> m_budget;
     qint64 m_counted = 0; // what this link has put on the budget
     QByteArray m_buffer;

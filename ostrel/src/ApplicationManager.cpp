@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "ApplicationManagerPrivate.h"
 #include "Endpoint.h"
+#include "LinkTransport.h"
 
 #include <OstrelAdapter/ApplicationManager.h>
 #include <OstrelAdapter/ApplicationMessage.h>
@@ -92,7 +93,10 @@ void ApplicationManagerPrivate::CheckListening()
 
 ApplicationLink* ApplicationManagerPrivate::AdoptSocket(QLocalSocket* socket)
 {
-    auto* link = new ApplicationLink(socket, budget, this);
+    LinkTransport* transport = LinkTransport::Adopt(socket, nullptr);
+    if (!transport)
+        return nullptr;
+    auto* link = new ApplicationLink(transport, budget, this);
     connect(link, &ApplicationLink::FrameReceived, this, &ApplicationManagerPrivate::OnFrame);
     connect(link, &ApplicationLink::Closed, this, &ApplicationManagerPrivate::OnClosed);
     return link;
@@ -118,6 +122,8 @@ void ApplicationManagerPrivate::OnNewConnection()
         if (!socket)
             continue;
         ApplicationLink* link = AdoptSocket(socket);
+        if (!link)
+            continue;
         if (unintroduced.size() >= kMaxUnintroducedLinks)
         {
             ApplicationLink* oldest = unintroduced.front();

@@ -31,6 +31,7 @@ public:
     // Listens again when the endpoint was lost: the system closes it when accepting fails once,
     // for instance while every file descriptor is taken.
     void CheckListening();
+    // Null when the socket could not be taken over; it is gone then.
     ApplicationLink* AdoptSocket(QLocalSocket* socket);
     Application* FindOrMakeApplication(qint64 processId, Application::StartupError error);
 

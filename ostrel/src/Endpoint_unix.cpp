@@ -2,6 +2,7 @@
 #include "Endpoint.h"
 #include "PrivateFolder.h"
 
+#include <cerrno>
 #include <sys/socket.h>
 #include <sys/types.h>
 
@@ -30,6 +31,28 @@ qint64 PeerProcessIdOf(qintptr socketDescriptor)
     Q_UNUSED(socketDescriptor);
 #endif
     return -1;
+}
+
+qint64 WriteWithoutWaiting(qintptr socketDescriptor, const char* data, qint64 size)
+{
+#ifdef MSG_NOSIGNAL
+    if (socketDescriptor < 0 || size <= 0)
+        return 0;
+    for (;;)
+    {
+        // A peer that went away must not end this process with a signal.
+        const ssize_t sent = ::send(int(socketDescriptor), data, size_t(size), MSG_DONTWAIT | MSG_NOSIGNAL);
+        if (sent >= 0)
+            return qint64(sent);
+        if (errno != EINTR)
+            return 0;
+    }
+#else
+    Q_UNUSED(socketDescriptor);
+    Q_UNUSED(data);
+    Q_UNUSED(size);
+    return 0;
+#endif
 }
 
 } // namespace Velmora::OstrelAdapter

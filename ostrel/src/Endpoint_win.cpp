@@ -21,4 +21,10 @@ qint64 PeerProcessIdOf(qintptr)
     return -1;
 }
 
+// Pipes are written through their socket object only.
+qint64 WriteWithoutWaiting(qintptr, const char*, qint64)
+{
+    return 0;
+}
+
 } // namespace Velmora::OstrelAdapter

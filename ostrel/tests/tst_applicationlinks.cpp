@@ -183,6 +183,82 @@ private slots:
         StopPeer(peer);
     }
 
+    void largeMessagesUnderBackPressureArriveWholeAndInOrder()
+    {
+        // Far more than the system buffers for a socket, handed over in both directions without
+        // waiting: what the system does not take at once waits its turn on either side.
+        Application* peer = StartPeer();
+        QVERIFY(peer);
+        const int count = 64;
+        const int bytes = 200 * 1024;
+        for (int i = 0; i < count; ++i)
+        {
+            ApplicationMessage message(QStringLiteral("EchoMsg"),
+                                       {{QStringLiteral("Sequence"), i},
+                                        {QStringLiteral("Block"), QByteArray(bytes, char('a' + i % 26))}});
+            QVERIFY(peer->Send(&message));
+        }
+        QTRY_COMPARE_WITH_TIMEOUT(m_recorder.Count(QStringLiteral("EchoReplyMsg")), count, 30000);
+        int expected = 0;
+        for (const auto& message : std::as_const(m_recorder.messages))
+        {
+            if (message.first != QLatin1String("EchoReplyMsg"))
+                continue;
+            QCOMPARE(message.second.value(QStringLiteral("Sequence")).toInt(), expected);
+            QCOMPARE(message.second.value(QStringLiteral("Block")).toByteArray(),
+                     QByteArray(bytes, char('a' + expected % 26)));
+            ++expected;
+        }
+        QVERIFY(peer->IsConnected());
+        StopPeer(peer);
+    }
+
+    void handlerThatSpinsTheEventLoopSeesLaterFramesAfterItReturns()
+    {
+        // On the first message the handler has the peer send two more and then spins the event
+        // loop: those two are told after the handler has returned, in the order they were sent.
+        class Spinner : public ApplicationMessageHandler
+        {
+        public:
+            void ApplicationLinkStarted(Application*) override {}
+            void MessageReceived(ApplicationMessage* message) override
+            {
+                if (message->GetName() != QLatin1String("FirstMsg"))
+                    return;
+                peer->write(Frame(QStringLiteral("SecondMsg"), {{QStringLiteral("N"), 2}}));
+                peer->write(Frame(QStringLiteral("ThirdMsg"), {{QStringLiteral("N"), 3}}));
+                peer->flush();
+                QElapsedTimer spinning;
+                spinning.start();
+                while (!spinning.hasExpired(300))
+                    QCoreApplication::processEvents(QEventLoop::AllEvents, 10);
+                toldWhileSpinning = recorder->Count(QStringLiteral("SecondMsg")) +
+                                    recorder->Count(QStringLiteral("ThirdMsg"));
+            }
+            QLocalSocket* peer = nullptr;
+            Recorder* recorder = nullptr;
+            int toldWhileSpinning = -1;
+        };
+        QLocalSocket raw;
+        raw.connectToServer(Hub()->GetEndpoint());
+        QVERIFY(raw.waitForConnected(2000));
+        Spinner spinner;
+        spinner.peer = &raw;
+        spinner.recorder = &m_recorder;
+        Hub()->AddMessageHandler(&spinner);
+        raw.write(Hello(Self()));
+        raw.write(Frame(QStringLiteral("FirstMsg"), {}));
+        raw.flush();
+        QTRY_COMPARE_WITH_TIMEOUT(m_recorder.messages.size(), 3, 10000);
+        Hub()->RemoveMessageHandler(&spinner);
+        QCOMPARE(spinner.toldWhileSpinning, 0);
+        QCOMPARE(m_recorder.messages.at(0).first, QStringLiteral("FirstMsg"));
+        QCOMPARE(m_recorder.messages.at(1).first, QStringLiteral("SecondMsg"));
+        QCOMPARE(m_recorder.messages.at(2).first, QStringLiteral("ThirdMsg"));
+        QCOMPARE(m_recorder.messages.at(2).second.value(QStringLiteral("N")).toInt(), 3);
+        QCOMPARE(raw.state(), QLocalSocket::ConnectedState);
+    }
+
     void connectToAProcessThatDoesNotListenFailsWithinItsTimeout()
     {
         // Our own parent runs but never initialised the hub.
