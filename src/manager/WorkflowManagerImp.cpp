@@ -72,6 +72,8 @@ namespace {
 
 // Folders with fewer workflow files than this are read on the caller's thread alone.
 const qsizetype kParallelScanMinimum = 8;
+// How many consecutive files a worker reads at a time, at most.
+const size_t kScanBatch = 16;
 // An index smaller than this, a few dozen files' worth, is read on the caller's thread alone.
 const qint64 kParallelIndexMinimum = 64 * 1024;
 
@@ -374,43 +376,72 @@ void WorkflowManagerImp::ReadWorkflowFiles(const QList<FoundFile>& files, Catalo
     QThreadPool& pool = ScanPool();
 
     // Workers only parse; records, translations and signals stay on this thread, file by file
-    // in the listed order, as a scan on this thread alone would give them. A window of files in
-    // flight keeps the plain data of a huge folder from piling up ahead of its records.
-    std::vector<std::future<ScannedFilePtr>> parsing(static_cast<size_t>(count));
-    const qsizetype window = 4 * pool.maxThreadCount();
-    qsizetype next = 0;
-    qsizetype inFlight = 0;
-    const auto submitAhead = [&] {
-        for (; next < count && (scanned[static_cast<size_t>(next)] || inFlight < window); ++next)
+    // in the listed order, as a scan on this thread alone would give them. Files go to the
+    // workers in batches of consecutive files: a hand-over between threads costs more than
+    // parsing a small file. A window of batches in flight keeps the plain data of a huge folder
+    // from piling up ahead of its records.
+    std::vector<qsizetype> pending; // the files to read, in order
+    pending.reserve(static_cast<size_t>(toRead));
+    for (qsizetype i = 0; i < count; ++i)
+    {
+        if (!scanned[static_cast<size_t>(i)])
+            pending.push_back(i);
+    }
+    using Batch = std::vector<ScannedFilePtr>;
+    // Smaller batches for a small folder, so that every worker still gets a share.
+    const size_t workers = static_cast<size_t>(pool.maxThreadCount());
+    const size_t batchSize = std::clamp<size_t>(pending.size() / (8 * workers), 1, kScanBatch);
+    const size_t batches = (pending.size() + batchSize - 1) / batchSize;
+    std::vector<std::future<Batch>> parsing(batches);
+    const size_t window = 2 * workers;
+    size_t submitted = 0;
+    const auto submitUpTo = [&](size_t last) {
+        for (; submitted < batches && submitted <= last; ++submitted)
         {
-            if (scanned[static_cast<size_t>(next)])
-                continue;
-            auto promise = std::make_shared<std::promise<ScannedFilePtr>>();
-            parsing[static_cast<size_t>(next)] = promise->get_future();
-            ++inFlight;
-            pool.start([promise, path = files.at(next).path] {
-                try
+            const size_t from = submitted * batchSize;
+            const size_t to = std::min(pending.size(), from + batchSize);
+            QStringList paths;
+            paths.reserve(qsizetype(to - from));
+            for (size_t k = from; k < to; ++k)
+                paths.append(files.at(pending[k]).path);
+            auto promise = std::make_shared<std::promise<Batch>>();
+            parsing[submitted] = promise->get_future();
+            pool.start([promise, paths = std::move(paths)] {
+                Batch batch;
+                batch.reserve(size_t(paths.size()));
+                for (const QString& path : paths)
                 {
-                    promise->set_value(ScanFile(path));
+                    try
+                    {
+                        batch.push_back(ScanFile(path));
+                    }
+                    catch (...)
+                    {
+                        // A file that could not be parsed for want of memory contributes
+                        // nothing this time, and is not remembered as unreadable.
+                        batch.push_back(nullptr);
+                    }
                 }
-                catch (...)
-                {
-                    // A file that could not be parsed for want of memory contributes nothing
-                    // this time, and is not remembered as unreadable.
-                    promise->set_value(nullptr);
-                }
+                promise->set_value(std::move(batch));
             });
         }
     };
+    size_t next = 0; // the next of the pending files
+    Batch current;
     for (qsizetype i = 0; i < count; ++i)
     {
-        submitAhead();
         ScannedFilePtr file = std::move(scanned[static_cast<size_t>(i)]);
         const bool fromIndex = file != nullptr;
         if (!fromIndex)
         {
-            file = parsing[static_cast<size_t>(i)].get();
-            --inFlight;
+            const size_t batch = next / batchSize;
+            if (next % batchSize == 0)
+            {
+                submitUpTo(batch + window - 1);
+                current = parsing[batch].get();
+            }
+            file = std::move(current[next % batchSize]);
+            ++next;
             if (!file)
                 continue;
         }
