@@ -5,9 +5,10 @@
 // them) in a temporary folder, scans them through the manager, and reports:
 //   - the first scan, with nothing in the per-user index, and a later start of a fresh manager
 //     over the same unchanged files, which the index answers; both with a warm page cache. The
-//     later start is measured twice: in this process, whose heap the earlier scans have already
-//     faulted in, and in a new process (this program run again with --start), which must fault
-//     in every page the catalogue's records take, as a real start does,
+//     first scan and the later start are each measured twice: in this process, whose heap the
+//     earlier scans have already faulted in (in part for the first scan, wholly for the later
+//     start), and in a new process (this program run again with --start), which must fault in
+//     every page the catalogue's records take, as a real start does,
 //   - peak resident memory growth per workflow,
 //   - time per call of GetWorkflow(id, ""), FindWorkflow(name) and GetNewWorkflowName
 //     at 100, 1,000 and 10,000 workflows.
@@ -131,18 +132,27 @@ int RunStart(const QString& folder)
     return 0;
 }
 
-// The later start in new processes: median milliseconds of three, with its page faults.
-void MeasureStartInNewProcess(const QString& folder, int count)
+// Starts in new processes over the folder: median milliseconds of three, with the pages the
+// median one faulted in. A first start gets an empty cache folder of its own each time, so that
+// no index answers it; a later start shares this process's cache folder, whose index does.
+void MeasureStartInNewProcess(const QString& folder, int count, bool first)
 {
     std::vector<std::pair<double, long>> starts;
     long filesRead = 0;
     for (int i = 0; i < 3; ++i)
     {
         QProcess child;
+        QTemporaryDir cache;
+        if (first)
+        {
+            QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+            environment.insert(QStringLiteral("XDG_CACHE_HOME"), cache.path());
+            child.setProcessEnvironment(environment);
+        }
         child.start(QCoreApplication::applicationFilePath(), {QStringLiteral("--start"), folder});
         if (!child.waitForFinished(120000) || child.exitCode() != 0)
         {
-            std::printf("later start in a new process: failed\n");
+            std::printf("%s in a new process: failed\n", first ? "first scan" : "later start");
             return;
         }
         const QList<QByteArray> fields = child.readAllStandardOutput().trimmed().split(' ');
@@ -152,10 +162,10 @@ void MeasureStartInNewProcess(const QString& folder, int count)
         filesRead += fields.at(2).toLong();
     }
     std::sort(starts.begin(), starts.end());
-    std::printf(
-        "later start in a new process: %.0f ms = %.1f us per file (median of 3), %ld pages faulted in, "
-        "%ld files read\n",
-        starts[1].first, starts[1].first * 1000.0 / count, starts[1].second, filesRead);
+    std::printf("%s in a new process: %.0f ms = %.1f us per file (median of 3), %ld pages faulted in, "
+                "%ld files read\n",
+                first ? "first scan" : "later start", starts[1].first, starts[1].first * 1000.0 / count,
+                starts[1].second, filesRead);
 }
 
 template <typename Call> double NanosecondsPerCall(int calls, Call call)
@@ -196,7 +206,10 @@ void Measure(const QString& root, int count, bool reportScan)
     const qint64 warmMs = timer.elapsed();
     const int catalogued = static_cast<int>(manager->Catalogue().size());
     if (reportScan)
-        MeasureStartInNewProcess(folder, count);
+    {
+        MeasureStartInNewProcess(folder, count, true);
+        MeasureStartInNewProcess(folder, count, false);
+    }
 
     if (reportScan)
     {
