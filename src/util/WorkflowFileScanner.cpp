@@ -317,6 +317,18 @@ private:
         if (!StartsWith(m_bytes, m_at, name))
             return false;
         m_at += qsizetype(std::strlen(name));
+        qsizetype from = 0;
+        qsizetype end = 0;
+        if (!ParseQuotedValue(from, end))
+            return false;
+        value = m_bytes.sliced(from, end - from);
+        return true;
+    }
+
+    // "=" and a value in either quote, blanks allowed around the "=": [from, end) are the value's
+    // bytes as written. Left after the closing quote.
+    bool ParseQuotedValue(qsizetype& from, qsizetype& end)
+    {
         SkipBlanks();
         if (At(m_at) != '=')
             return false;
@@ -325,10 +337,10 @@ private:
         const char quote = At(m_at);
         if (quote != '"' && quote != '\'')
             return false;
-        const qsizetype end = m_bytes.indexOf(quote, m_at + 1);
+        from = m_at + 1;
+        end = m_bytes.indexOf(quote, from);
         if (end < 0)
             return false;
-        value = m_bytes.sliced(m_at + 1, end - m_at - 1);
         m_at = end + 1;
         return true;
     }
@@ -469,20 +481,11 @@ private:
                 break;
             }
             QByteArrayView attributeName;
-            if (!blank || !ParseName(attributeName))
+            qsizetype from = 0;
+            qsizetype end = 0;
+            if (!blank || !ParseName(attributeName) || !ParseQuotedValue(from, end))
                 return false;
-            SkipBlanks();
-            if (At(m_at) != '=')
-                return false;
-            ++m_at;
-            SkipBlanks();
-            const char quote = At(m_at);
-            if (quote != '"' && quote != '\'')
-                return false;
-            const qsizetype end = m_bytes.indexOf(quote, m_at + 1);
-            if (end < 0)
-                return false;
-            const QByteArrayView raw = m_bytes.sliced(m_at + 1, end - m_at - 1);
+            const QByteArrayView raw = m_bytes.sliced(from, end - from);
             if (raw.contains('<'))
                 return false;
             for (const Attribute& earlier : m_attributes)
@@ -493,7 +496,7 @@ private:
             if (decoded == m_values.size())
                 m_values.emplace_back();
             QByteArrayView value;
-            if (!Characters(m_at + 1, end, true, true, m_values[decoded], value))
+            if (!Characters(from, end, true, true, m_values[decoded], value))
                 return false;
             if (value.data() != raw.data())
                 ++decoded;
