@@ -312,15 +312,20 @@ private:
         }
     }
 
+    // One pseudo-attribute of the declaration; where it is not there, nothing is taken.
     bool ParsePseudoAttribute(const char* name, QByteArrayView& value)
     {
+        const qsizetype start = m_at;
         if (!StartsWith(m_bytes, m_at, name))
             return false;
         m_at += qsizetype(std::strlen(name));
         qsizetype from = 0;
         qsizetype end = 0;
         if (!ParseQuotedValue(from, end))
+        {
+            m_at = start;
             return false;
+        }
         value = m_bytes.sliced(from, end - from);
         return true;
     }

@@ -899,6 +899,10 @@ private slots:
         QTest::newRow("instruction before") << "<?p d?>" + body << false;
         QTest::newRow("other encoding") << "<?xml version=\"1.0\" encoding=\"ISO-8859-1\"?>" + body << false;
         QTest::newRow("other version") << "<?xml version=\"1.1\"?>" + body << false;
+        QTest::newRow("declaration names run together")
+            << "<?xml version=\"1.0\" encodingstandalone=\"yes\"?>" + body << false;
+        QTest::newRow("declaration name without value")
+            << "<?xml version=\"1.0\" encoding standalone=\"yes\"?>" + body << false;
         QTest::newRow("blank before declaration") << " <?xml version=\"1.0\"?>" + body << false;
         QTest::newRow("name outside ASCII") << QByteArray("<Workflows><W\xC3\xA9/></Workflows>") << false;
         QTest::newRow("undeclared entity") << QByteArray("<Workflows a=\"&e;\"/>") << false;
