@@ -8,8 +8,10 @@
 #include <QSettings>
 #include <QStandardPaths>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <dirent.h>
 #include <dlfcn.h>
@@ -17,9 +19,11 @@
 #include <limits>
 #include <poll.h>
 #include <signal.h>
+#include <sys/mman.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
 #include <unistd.h>
+#include <vector>
 
 namespace Velmora::WorkflowCore::Platform {
 
@@ -140,12 +144,22 @@ QList<ListedFile> ListFolder(const QString& folder)
     DIR* dir = ::opendir(QFile::encodeName(folder).constData());
     if (!dir)
         return listed;
-    const int dirFd = ::dirfd(dir);
+    // The names first, so that the listing takes its memory in one go; then a status call each.
+    QByteArray names;
+    qsizetype count = 0;
     while (const dirent* entry = ::readdir(dir))
     {
         const char* name = entry->d_name;
         if (name[0] == '.' && (name[1] == '\0' || (name[1] == '.' && name[2] == '\0')))
             continue;
+        names.append(name, qsizetype(std::strlen(name)) + 1);
+        ++count;
+    }
+    listed.reserve(count);
+    PrepareMemory(listed.data(), size_t(count) * sizeof(ListedFile));
+    const int dirFd = ::dirfd(dir);
+    for (const char* name = names.constData(); name < names.constEnd(); name += std::strlen(name) + 1)
+    {
         ListedFile file;
         file.name = QFile::decodeName(name);
         file.hidden = name[0] == '.';
@@ -197,6 +211,76 @@ bool ReadRegularFile(const QString& path, QByteArray& bytes)
     read.resize(filled);
     bytes = std::move(read);
     return true;
+}
+
+HeapReservation::HeapReservation(size_t bytes)
+{
+#ifdef MADV_POPULATE_WRITE
+    // Pieces just below the size from which the heap maps every request on its own: each is
+    // carved from the heap's free end, so that consecutive pieces lie side by side.
+    constexpr size_t kPiece = 124 * 1024;
+    const size_t count = std::min(bytes, kLargestHeapReservation) / kPiece;
+    if (count < 2)
+        return;
+    std::vector<char*> pieces;
+    pieces.reserve(count);
+    for (size_t i = 0; i < count; ++i)
+    {
+        void* piece = std::malloc(kPiece);
+        if (!piece)
+            break;
+        pieces.push_back(static_cast<char*>(piece));
+    }
+    if (pieces.empty())
+        return;
+    std::sort(pieces.begin(), pieces.end());
+    const auto pageSize = static_cast<uintptr_t>(::sysconf(_SC_PAGESIZE));
+    // One call for every run of neighbouring pieces; their pages are what the heap hands out next.
+    constexpr size_t kHeaderRoom = 64;
+    bool populating = true;
+    for (size_t first = 0; populating && first < pieces.size();)
+    {
+        size_t last = first;
+        while (last + 1 < pieces.size() && size_t(pieces[last + 1] - pieces[last]) <= kPiece + kHeaderRoom)
+            ++last;
+        const uintptr_t begin = (reinterpret_cast<uintptr_t>(pieces[first]) + pageSize - 1) & ~(pageSize - 1);
+        const uintptr_t end = (reinterpret_cast<uintptr_t>(pieces[last]) + kPiece) & ~(pageSize - 1);
+        // A system that cannot populate at once says so on the first call: touching the pages
+        // one by one here would only move the cost.
+        if (end > begin && ::madvise(reinterpret_cast<void*>(begin), end - begin, MADV_POPULATE_WRITE) != 0 &&
+            (errno == EINVAL || errno == ENOSYS))
+            populating = false;
+        first = last + 1;
+    }
+    // The highest piece stays taken while the reservation lives: the freed ones join into one
+    // free stretch below it instead of the heap's end, which the heap would hand back to the
+    // system at once.
+    m_guard = pieces.back();
+    pieces.pop_back();
+    for (char* piece : pieces)
+        std::free(piece);
+#else
+    Q_UNUSED(bytes);
+#endif
+}
+
+HeapReservation::~HeapReservation()
+{
+    std::free(m_guard);
+}
+
+void PrepareMemory(void* begin, size_t bytes)
+{
+#ifdef MADV_POPULATE_WRITE
+    const auto pageSize = static_cast<uintptr_t>(::sysconf(_SC_PAGESIZE));
+    const uintptr_t first = (reinterpret_cast<uintptr_t>(begin) + pageSize - 1) & ~(pageSize - 1);
+    const uintptr_t end = (reinterpret_cast<uintptr_t>(begin) + bytes) & ~(pageSize - 1);
+    if (end > first)
+        ::madvise(reinterpret_cast<void*>(first), end - first, MADV_POPULATE_WRITE);
+#else
+    Q_UNUSED(begin);
+    Q_UNUSED(bytes);
+#endif
 }
 
 QString CacheFolder()

@@ -136,4 +136,18 @@ QString ModuleFolder(const void* address)
     return QFileInfo(QString::fromWCharArray(path, int(length))).absolutePath();
 }
 
+// Nothing to reserve here: the system's heap is left to hand out its pages as it does.
+HeapReservation::HeapReservation(size_t bytes)
+{
+    Q_UNUSED(bytes);
+}
+
+HeapReservation::~HeapReservation() = default;
+
+void PrepareMemory(void* begin, size_t bytes)
+{
+    Q_UNUSED(begin);
+    Q_UNUSED(bytes);
+}
+
 } // namespace Velmora::WorkflowCore::Platform
