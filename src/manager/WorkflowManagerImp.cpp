@@ -28,8 +28,10 @@
 #include <QThreadPool>
 
 #include <algorithm>
+#include <atomic>
 #include <future>
 #include <memory>
+#include <mutex>
 #include <vector>
 
 namespace Velmora::WorkflowCore {
@@ -76,6 +78,19 @@ const qsizetype kParallelScanMinimum = 8;
 const size_t kScanBatch = 16;
 // An index smaller than this, a few dozen files' worth, is read on the caller's thread alone.
 const qint64 kParallelIndexMinimum = 64 * 1024;
+
+// What parsing a file takes of a worker's heap, in eighths of a byte per byte of the file: the
+// plain data its records keep, the rest being reused from batch to batch. A little under what
+// the benchmark's files of about 2 KB take; a guess too low only costs speed.
+constexpr qint64 kParsedEighthsPerFileByte = 12;
+// The most a worker reserves at once: enough to take thousands of fresh pages in one go, little
+// enough to leave nothing much unused when the folder is done.
+constexpr qint64 kWorkerReservationStep = 4 * 1024 * 1024;
+// What the records of one file take of the caller's heap (the record, its fields, its keys in
+// the lookups, the file's entry in the scan), a little under what the benchmark's records take:
+// more for a file the index answers for, whose plain data is let go here rather than on a worker.
+constexpr size_t kRecordBytesPerIndexedFile = 1400;
+constexpr size_t kRecordBytesPerReadFile = 0;
 
 const QString kPluginSearchPathsValue = QStringLiteral("WorkflowPluginSearchPaths");
 
@@ -310,7 +325,10 @@ QList<WorkflowManagerImp::FoundFile> WorkflowManagerImp::ListWorkflowFiles(const
     // Regular files and links to them, not hidden, named "*.workflow" in any case, in the
     // order of their names: what a listing of the folder for that pattern gives.
     const QLatin1String suffix(".workflow");
-    for (Platform::ListedFile& file : Platform::ListFolder(folder))
+    QList<Platform::ListedFile> listed = Platform::ListFolder(folder);
+    found.reserve(listed.size());
+    Platform::PrepareMemory(found.data(), size_t(listed.size()) * sizeof(FoundFile));
+    for (Platform::ListedFile& file : listed)
     {
         if (!file.regularFile || file.hidden || !file.name.endsWith(suffix, Qt::CaseInsensitive))
             continue;
@@ -335,6 +353,35 @@ ScannedFilePtr ScanFile(const QString& path)
 
 } // namespace
 
+namespace {
+
+template <typename Memory> void ReserveWorkerMemory(Memory& memory, qint64 batchBytes, size_t workers)
+{
+    // What this thread has made ready in this scan and not yet used.
+    thread_local quint64 scan = 0;
+    thread_local qint64 ready = 0;
+    if (scan != memory.scan)
+    {
+        scan = memory.scan;
+        ready = 0;
+    }
+    const qint64 left = memory.unclaimedBytes.fetch_sub(batchBytes) - batchBytes;
+    const qint64 needed = batchBytes * kParsedEighthsPerFileByte / 8;
+    if (ready < needed)
+    {
+        // This thread's share of what is left, as the other workers take theirs.
+        const qint64 share = std::clamp<qint64>(left * kParsedEighthsPerFileByte / 8 / qint64(workers), 0,
+                                                kWorkerReservationStep);
+        auto reservation = std::make_unique<Platform::HeapReservation>(size_t(needed - ready + share));
+        ready += share + needed - ready;
+        const std::lock_guard<std::mutex> lock(memory.mutex);
+        memory.reservations.push_back(std::move(reservation));
+    }
+    ready -= needed;
+}
+
+} // namespace
+
 void WorkflowManagerImp::ReadWorkflowFiles(const QList<FoundFile>& files, CatalogueIndex& index)
 {
     // Files the index answers for need no reading; the others are parsed, on workers when
@@ -350,6 +397,9 @@ void WorkflowManagerImp::ReadWorkflowFiles(const QList<FoundFile>& files, Catalo
         toRead += scanned[static_cast<size_t>(i)] ? 0 : 1;
     }
     m_lastScanFilesRead += toRead;
+    // The records are made here, on this thread.
+    const Platform::HeapReservation reservation(size_t(count - toRead) * kRecordBytesPerIndexedFile +
+                                                size_t(toRead) * kRecordBytesPerReadFile);
     // Each file's plain data is let go once its records are made: they hold its texts.
     const auto addRecords = [&](qsizetype i, ScannedFilePtr file, bool fromIndex) {
         if (file->result == StreamReadResult::Read)
@@ -387,6 +437,21 @@ void WorkflowManagerImp::ReadWorkflowFiles(const QList<FoundFile>& files, Catalo
         if (!scanned[static_cast<size_t>(i)])
             pending.push_back(i);
     }
+    // Each worker makes fresh memory ready for the batches it takes, a share of what is left of
+    // the folder at a time: a worker's heap fills with the plain data of its batches.
+    struct WorkerMemory
+    {
+        std::mutex mutex;
+        std::vector<std::unique_ptr<Platform::HeapReservation>> reservations;
+        std::atomic<qint64> unclaimedBytes{0};
+        quint64 scan = 0;
+    };
+    static std::atomic<quint64> s_scans{0};
+    // Shared with the batches: a batch still running when this scan is abandoned keeps it.
+    const auto workerMemory = std::make_shared<WorkerMemory>();
+    workerMemory->scan = ++s_scans;
+    for (const qsizetype i : pending)
+        workerMemory->unclaimedBytes += files.at(i).identity.size;
     using Batch = std::vector<ScannedFilePtr>;
     // Smaller batches for a small folder, so that every worker still gets a share.
     const size_t workers = static_cast<size_t>(pool.maxThreadCount());
@@ -402,11 +467,16 @@ void WorkflowManagerImp::ReadWorkflowFiles(const QList<FoundFile>& files, Catalo
             const size_t to = std::min(pending.size(), from + batchSize);
             QStringList paths;
             paths.reserve(qsizetype(to - from));
+            qint64 batchBytes = 0;
             for (size_t k = from; k < to; ++k)
+            {
                 paths.append(files.at(pending[k]).path);
+                batchBytes += files.at(pending[k]).identity.size;
+            }
             auto promise = std::make_shared<std::promise<Batch>>();
             parsing[submitted] = promise->get_future();
-            pool.start([promise, paths = std::move(paths)] {
+            pool.start([promise, paths = std::move(paths), batchBytes, workerMemory, workers] {
+                ReserveWorkerMemory(*workerMemory, batchBytes, workers);
                 Batch batch;
                 batch.reserve(size_t(paths.size()));
                 for (const QString& path : paths)
