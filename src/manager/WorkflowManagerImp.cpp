@@ -86,11 +86,10 @@ constexpr qint64 kParsedEighthsPerFileByte = 12;
 // The most a worker reserves at once: enough to take thousands of fresh pages in one go, little
 // enough to leave nothing much unused when the folder is done.
 constexpr qint64 kWorkerReservationStep = 4 * 1024 * 1024;
-// What the records of one file take of the caller's heap (the record, its fields, its keys in
-// the lookups, the file's entry in the scan), a little under what the benchmark's records take:
-// more for a file the index answers for, whose plain data is let go here rather than on a worker.
+// What the records of a file the index answers for take of the caller's heap (the record, its
+// fields, its keys in the lookups, the file's entry in the scan), a little under what the
+// benchmark's records take. A file that is parsed leaves most of that on the worker's heap.
 constexpr size_t kRecordBytesPerIndexedFile = 1400;
-constexpr size_t kRecordBytesPerReadFile = 0;
 
 const QString kPluginSearchPathsValue = QStringLiteral("WorkflowPluginSearchPaths");
 
@@ -398,8 +397,7 @@ void WorkflowManagerImp::ReadWorkflowFiles(const QList<FoundFile>& files, Catalo
     }
     m_lastScanFilesRead += toRead;
     // The records are made here, on this thread.
-    const Platform::HeapReservation reservation(size_t(count - toRead) * kRecordBytesPerIndexedFile +
-                                                size_t(toRead) * kRecordBytesPerReadFile);
+    const Platform::HeapReservation reservation(size_t(count - toRead) * kRecordBytesPerIndexedFile);
     // Each file's plain data is let go once its records are made: they hold its texts.
     const auto addRecords = [&](qsizetype i, ScannedFilePtr file, bool fromIndex) {
         if (file->result == StreamReadResult::Read)
