@@ -384,7 +384,7 @@ constexpr size_t kLoadedBytesPerIndexByte = 2;
 
 } // namespace
 
-bool CatalogueIndex::Load()
+bool CatalogueIndex::Load(bool reserveMemory)
 {
     m_loaded.clear();
     m_source.reset();
@@ -420,7 +420,8 @@ bool CatalogueIndex::Load()
         return false;
     // The entries of an index of this catalogue are about to fill this thread's heap: their texts
     // widen from UTF-8 to UTF-16, and each text, list and file has a header of its own.
-    const Platform::HeapReservation reservation(size_t(source->size()) * kLoadedBytesPerIndexByte);
+    const Platform::HeapReservation reservation(
+        reserveMemory ? size_t(source->size()) * kLoadedBytesPerIndexByte : 0);
     QHash<QString, Entry> loaded;
     for (;;)
     {

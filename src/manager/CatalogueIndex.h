@@ -51,8 +51,10 @@ public:
     static QString KeyFor(const QStringList& folders, const QString& locale);
 
     // Reads the index an earlier scan wrote. False, with nothing loaded, for anything that is
-    // not an intact index of this catalogue in this format.
-    bool Load();
+    // not an intact index of this catalogue in this format. With reserveMemory, the memory the
+    // entries will take is made ready in one go first: worth it in a process whose heap has not
+    // held a catalogue yet, wasted in one that has.
+    bool Load(bool reserveMemory = true);
     // What path gave the last scan, when the file still has the identity it had then and was
     // last changed well before that scan began: a change made within the same tick of the
     // file system's clock as the read could not be told from the file read. Null otherwise.

@@ -91,6 +91,18 @@ constexpr qint64 kWorkerReservationStep = 4 * 1024 * 1024;
 // benchmark's records take. A file that is parsed leaves most of that on the worker's heap.
 constexpr size_t kRecordBytesPerIndexedFile = 1400;
 
+// The most workflow files one scan in this process has taken. A heap that held a catalogue keeps
+// its pages after the catalogue is gone, and a rescan fills them again: only what goes beyond
+// is worth reserving.
+std::atomic<qsizetype> s_mostFilesScanned{0};
+
+// The part of count files whose memory is likely fresh to this process.
+double FreshShare(qsizetype count)
+{
+    const qsizetype held = s_mostFilesScanned.load();
+    return count > held ? double(count - held) / double(count) : 0.0;
+}
+
 const QString kPluginSearchPathsValue = QStringLiteral("WorkflowPluginSearchPaths");
 
 // The machine-wide plug-in folders, as one ";"-separated text.
@@ -271,18 +283,19 @@ void WorkflowManagerImp::ScanCatalogue()
                 loading.wait();
         }
     } waitForLoading{loading};
+    const bool freshHeap = s_mostFilesScanned.load() == 0;
     if (!indexFile.isEmpty() && QFileInfo(indexFile).size() < kParallelIndexMinimum)
     {
-        index.Load();
+        index.Load(freshHeap);
     }
     else if (!indexFile.isEmpty())
     {
         auto loaded = std::make_shared<std::promise<void>>();
         loading = loaded->get_future();
-        ScanPool().start([&index, loaded] {
+        ScanPool().start([&index, loaded, freshHeap] {
             try
             {
-                index.Load();
+                index.Load(freshHeap);
             }
             catch (...)
             {
@@ -297,9 +310,17 @@ void WorkflowManagerImp::ScanCatalogue()
     if (loading.valid())
         loading.get();
     m_lastScanFilesRead = 0;
+    qsizetype listedCount = 0;
     for (const QList<FoundFile>& files : std::as_const(listed))
-        ReadWorkflowFiles(files, index);
+        listedCount += files.size();
+    const double freshShare = FreshShare(listedCount);
+    for (const QList<FoundFile>& files : std::as_const(listed))
+        ReadWorkflowFiles(files, index, freshShare);
     index.Finish();
+    qsizetype held = s_mostFilesScanned.load();
+    while (listedCount > held && !s_mostFilesScanned.compare_exchange_weak(held, listedCount))
+    {
+    }
 
     m_catalogueLoaded = true;
     RemoveOrphans();
@@ -365,12 +386,13 @@ template <typename Memory> void ReserveWorkerMemory(Memory& memory, qint64 batch
         ready = 0;
     }
     const qint64 left = memory.unclaimedBytes.fetch_sub(batchBytes) - batchBytes;
-    const qint64 needed = batchBytes * kParsedEighthsPerFileByte / 8;
+    const auto needed = qint64(double(batchBytes * kParsedEighthsPerFileByte / 8) * memory.freshShare);
     if (ready < needed)
     {
         // This thread's share of what is left, as the other workers take theirs.
-        const qint64 share = std::clamp<qint64>(left * kParsedEighthsPerFileByte / 8 / qint64(workers), 0,
-                                                kWorkerReservationStep);
+        const qint64 share = std::clamp<qint64>(
+            qint64(double(left * kParsedEighthsPerFileByte / 8 / qint64(workers)) * memory.freshShare), 0,
+            kWorkerReservationStep);
         auto reservation = std::make_unique<Platform::HeapReservation>(size_t(needed - ready + share));
         ready += share + needed - ready;
         const std::lock_guard<std::mutex> lock(memory.mutex);
@@ -381,7 +403,8 @@ template <typename Memory> void ReserveWorkerMemory(Memory& memory, qint64 batch
 
 } // namespace
 
-void WorkflowManagerImp::ReadWorkflowFiles(const QList<FoundFile>& files, CatalogueIndex& index)
+void WorkflowManagerImp::ReadWorkflowFiles(const QList<FoundFile>& files, CatalogueIndex& index,
+                                           double freshShare)
 {
     // Files the index answers for need no reading; the others are parsed, on workers when
     // there are enough of them to be worth a pool's start-up.
@@ -397,7 +420,8 @@ void WorkflowManagerImp::ReadWorkflowFiles(const QList<FoundFile>& files, Catalo
     }
     m_lastScanFilesRead += toRead;
     // The records are made here, on this thread.
-    const Platform::HeapReservation reservation(size_t(count - toRead) * kRecordBytesPerIndexedFile);
+    const Platform::HeapReservation reservation(
+        size_t(double(count - toRead) * freshShare * double(kRecordBytesPerIndexedFile)));
     // Each file's plain data is let go once its records are made: they hold its texts.
     const auto addRecords = [&](qsizetype i, ScannedFilePtr file, bool fromIndex) {
         if (file->result == StreamReadResult::Read)
@@ -442,6 +466,7 @@ void WorkflowManagerImp::ReadWorkflowFiles(const QList<FoundFile>& files, Catalo
         std::mutex mutex;
         std::vector<std::unique_ptr<Platform::HeapReservation>> reservations;
         std::atomic<qint64> unclaimedBytes{0};
+        double freshShare = 1.0;
         quint64 scan = 0;
     };
     static std::atomic<quint64> s_scans{0};
@@ -450,6 +475,7 @@ void WorkflowManagerImp::ReadWorkflowFiles(const QList<FoundFile>& files, Catalo
     workerMemory->scan = ++s_scans;
     for (const qsizetype i : pending)
         workerMemory->unclaimedBytes += files.at(i).identity.size;
+    workerMemory->freshShare = freshShare;
     using Batch = std::vector<ScannedFilePtr>;
     // Smaller batches for a small folder, so that every worker still gets a share.
     const size_t workers = static_cast<size_t>(pool.maxThreadCount());

@@ -132,7 +132,9 @@ Q_SIGNALS:
     void CatalogueEmptied();
 
 private:
-    void ReadWorkflowFiles(const QList<FoundFile>& files, CatalogueIndex& index);
+    // The files of one folder into records, in order. freshShare is the part of the memory they
+    // take that is likely fresh to this process: that part is made ready in one go.
+    void ReadWorkflowFiles(const QList<FoundFile>& files, CatalogueIndex& index, double freshShare);
     void ReadWorkflowDocument(const QString& path);
     // The workers of large scans, started on first use.
     QThreadPool& ScanPool();
