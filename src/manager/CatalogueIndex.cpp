@@ -377,10 +377,10 @@ CatalogueIndex::~CatalogueIndex()
 
 namespace {
 
-// What the loaded entries take of the heap per byte of the index, a little under what the
-// benchmark's index of 10,000 files takes (2.5): a guess too low only costs speed, one too high
-// holds memory for nothing until the load is over.
-constexpr size_t kLoadedBytesPerIndexByte = 2;
+// What the loaded entries take of the heap, in quarters of a byte per byte of the index: about
+// what the benchmark's index of 10,000 files takes. Every fault the load takes itself delays the
+// whole start, so this errs on the high side; what is not used goes back when the load is over.
+constexpr size_t kLoadedQuartersPerIndexByte = 10;
 
 } // namespace
 
@@ -421,7 +421,7 @@ bool CatalogueIndex::Load(bool reserveMemory)
     // The entries of an index of this catalogue are about to fill this thread's heap: their texts
     // widen from UTF-8 to UTF-16, and each text, list and file has a header of its own.
     const Platform::HeapReservation reservation(
-        reserveMemory ? size_t(source->size()) * kLoadedBytesPerIndexByte : 0);
+        reserveMemory ? size_t(source->size()) * kLoadedQuartersPerIndexByte / 4 : 0);
     QHash<QString, Entry> loaded;
     for (;;)
     {
