@@ -129,15 +129,15 @@ class tst_PlatformMemory : public QObject
 private:
     VmWorkflowTest::TestEnvironment m_env;
 
-    static void SkipUnlessPopulating()
+    // Why reservations cannot be seen at work here; null when they can.
+    static const char* WhyNoReservations()
     {
 #if !defined(Q_OS_UNIX) || !defined(__GLIBC__)
-        QSKIP("Reservations are made on Unix with the C library's heap only.");
+        return "Reservations are made on Unix with the C library's heap only.";
 #elif defined(VMWF_HEAP_REPLACED)
-        QSKIP("The sanitizer's heap keeps freed memory aside: a reservation cannot be reused there.");
+        return "The sanitizer's heap keeps freed memory aside: a reservation cannot be reused there.";
 #else
-        if (!CanPopulate())
-            QSKIP("This kernel cannot hand pages over in one call.");
+        return CanPopulate() ? nullptr : "This kernel cannot hand pages over in one call.";
 #endif
     }
 
@@ -151,7 +151,8 @@ private slots:
     // the check below would see a reservation that does nothing.
     void freshBlocksHaveNoPagesWithoutAReservation()
     {
-        SkipUnlessPopulating();
+        if (const char* why = WhyNoReservations())
+            QSKIP(why);
 #if defined(Q_OS_UNIX) && defined(__GLIBC__)
         Blocks blocks;
         blocks.Take(kBlocks);
@@ -164,7 +165,8 @@ private slots:
 
     void blocksTakenAfterAReservationHaveTheirPagesAlready()
     {
-        SkipUnlessPopulating();
+        if (const char* why = WhyNoReservations())
+            QSKIP(why);
 #if defined(Q_OS_UNIX) && defined(__GLIBC__)
         // With room to spare: the heap may take some of it for the blocks' edges.
         const Platform::HeapReservation reservation(kBlocks * kBlock * 3 / 2);
@@ -180,7 +182,8 @@ private slots:
 
     void aReservationHandsTheHeapItsMemoryAndTakesBackWhatWasNotUsed()
     {
-        SkipUnlessPopulating();
+        if (const char* why = WhyNoReservations())
+            QSKIP(why);
 #if defined(Q_OS_UNIX) && defined(__GLIBC__)
         const size_t reserved = 32 * 1024 * 1024;
         const size_t freeBefore = mallinfo2().fordblks;
