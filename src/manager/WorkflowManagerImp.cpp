@@ -85,7 +85,7 @@ const qint64 kParallelIndexMinimum = 64 * 1024;
 constexpr qint64 kParsedEighthsPerFileByte = 12;
 // The most a worker reserves at once: enough to take thousands of fresh pages in one go, little
 // enough to leave nothing much unused when the folder is done.
-constexpr qint64 kWorkerReservationStep = 4 * 1024 * 1024;
+constexpr qint64 kWorkerReservationStep = 1024 * 1024;
 // What the records of a file the index answers for take of the caller's heap (the record, its
 // fields, its keys in the lookups, the file's entry in the scan), a little under what the
 // benchmark's records take. A file that is parsed leaves most of that on the worker's heap.

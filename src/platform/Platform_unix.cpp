@@ -231,9 +231,18 @@ HeapReservation::HeapReservation(size_t bytes)
             break;
         pieces.push_back(static_cast<char*>(piece));
     }
-    if (pieces.empty())
+    if (pieces.size() < 2)
+    {
+        for (char* piece : pieces)
+            std::free(piece);
         return;
+    }
     std::sort(pieces.begin(), pieces.end());
+    // The highest piece stays taken while the reservation lives: the freed ones join into one
+    // free stretch below it instead of the heap's end, which the heap would hand back to the
+    // system at once. It is never written, so it holds no memory of its own.
+    m_guard = pieces.back();
+    pieces.pop_back();
     const auto pageSize = static_cast<uintptr_t>(::sysconf(_SC_PAGESIZE));
     // One call for every run of neighbouring pieces; their pages are what the heap hands out next.
     constexpr size_t kHeaderRoom = 64;
@@ -252,11 +261,6 @@ HeapReservation::HeapReservation(size_t bytes)
             populating = false;
         first = last + 1;
     }
-    // The highest piece stays taken while the reservation lives: the freed ones join into one
-    // free stretch below it instead of the heap's end, which the heap would hand back to the
-    // system at once.
-    m_guard = pieces.back();
-    pieces.pop_back();
     for (char* piece : pieces)
         std::free(piece);
 #else
