@@ -451,6 +451,8 @@ bool CatalogueIndex::Load(bool reserveMemory)
         loaded.insert(path, std::move(entry));
     }
     m_loaded = std::move(loaded);
+    // A later start enters about every file the index holds.
+    m_entered.reserve(m_loaded.size());
     m_loadedScanStartedNs = scanStarted;
     m_source = std::move(source);
     return true;

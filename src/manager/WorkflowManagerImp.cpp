@@ -314,6 +314,12 @@ void WorkflowManagerImp::ScanCatalogue()
     for (const QList<FoundFile>& files : std::as_const(listed))
         listedCount += files.size();
     const double freshShare = FreshShare(listedCount);
+    // Most files hold one workflow: the catalogue and its lookups take their room once, rather
+    // than growing and rehashing step by step as thousands of records come in.
+    m_catalogue.reserve(listedCount);
+    m_byId.reserve(listedCount);
+    m_byName.reserve(listedCount);
+    m_indexedKeys.reserve(listedCount);
     for (const QList<FoundFile>& files : std::as_const(listed))
         ReadWorkflowFiles(files, index, freshShare);
     index.Finish();
