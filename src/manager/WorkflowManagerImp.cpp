@@ -218,9 +218,9 @@ void WorkflowManagerImp::EnsureCatalogueLoaded()
 
 namespace {
 
-QString IndexKey(const QString& text)
+FoldedText IndexKey(const QString& text)
 {
-    return text.toCaseFolded();
+    return FoldedText(text);
 }
 
 } // namespace
@@ -649,7 +649,7 @@ void WorkflowManagerImp::IndexRemove(Workflow* workflow)
     const auto found = m_indexedKeys.constFind(workflow);
     if (found == m_indexedKeys.constEnd())
         return;
-    const auto removeFrom = [workflow](QHash<QString, QList<Workflow*>>& index, const QString& key) {
+    const auto removeFrom = [workflow](QHash<FoldedText, QList<Workflow*>>& index, const FoldedText& key) {
         auto bucket = index.find(key);
         if (bucket == index.end())
             return;

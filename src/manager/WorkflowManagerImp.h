@@ -6,6 +6,7 @@
 #include "manager/ProductCatalog.h"
 #include "manager/WorkflowQuery.h"
 #include "platform/Platform.h"
+#include "util/FoldedText.h"
 #include "workflow/WorkflowCatalogue.h"
 #include "workflow/WorkflowSettings.h"
 
@@ -168,16 +169,16 @@ private:
     // Worker threads that turn the bytes of a large scan's files into plain data.
     std::unique_ptr<QThreadPool> m_scanPool;
 
-    // Case-folded id and name to the catalogue's workflows of that key, in catalogue order, so
-    // that lookups answer in constant time what the walk over the catalogue would answer.
+    // Id and name, compared case-folded, to the catalogue's workflows of that key, in catalogue
+    // order, so that lookups answer in constant time what the walk over the catalogue would answer.
     // A record of the catalogue whose key changes says so (KeysChanged), and the index is rebuilt.
     struct IndexedKeys
     {
-        QString id;
-        QString name;
+        FoldedText id;
+        FoldedText name;
     };
-    QHash<QString, QList<Workflow*>> m_byId;
-    QHash<QString, QList<Workflow*>> m_byName;
+    QHash<FoldedText, QList<Workflow*>> m_byId;
+    QHash<FoldedText, QList<Workflow*>> m_byName;
     QHash<const Workflow*, IndexedKeys> m_indexedKeys;
     bool m_indexStale = false;
 };

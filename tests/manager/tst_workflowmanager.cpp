@@ -203,6 +203,26 @@ private slots:
         QVERIFY(!WorkflowPrivate::FindWorkflow(QStringLiteral("weekly report")));
     }
 
+    void lookupFoldsCaseBeyondAscii()
+    {
+        Imp()->EnsureCatalogueLoaded();
+        WorkflowManager* manager = WorkflowManager::GetInstance();
+        Workflow* summer =
+            Add(QString::fromUtf8("\u00e9t\u00e9"), QString::fromUtf8("R\u00e9sum\u00e9 \u03a9"));
+        QCOMPARE(manager->GetWorkflow(Wide(QString::fromUtf8("\u00c9T\u00c9")), Wide(QString())), summer);
+        QCOMPARE(WorkflowPrivate::FindWorkflow(QString::fromUtf8("r\u00c9SUM\u00c9 \u03c9")), summer);
+        QVERIFY(!WorkflowPrivate::FindWorkflow(QString::fromUtf8("r\u00c9SUM\u00c9 \u03c8")));
+        // The Kelvin sign folds to a plain k: a key of plain letters finds a text that holds
+        // one, and a text that holds one finds a key of plain letters.
+        const QString kelvin = QString(QChar(0x212A)) + QStringLiteral("ey");
+        QCOMPARE(kelvin.toCaseFolded(), QStringLiteral("key"));
+        Workflow* key = Add(kelvin);
+        QCOMPARE(manager->GetWorkflow(Wide(QStringLiteral("KEY")), Wide(QString())), key);
+        Workflow* kiln = Add(QStringLiteral("kiln"));
+        QCOMPARE(manager->GetWorkflow(Wide(QString(QChar(0x212A)) + QStringLiteral("ILN")), Wide(QString())),
+                 kiln);
+    }
+
     void getWorkflowByIndexBounds()
     {
         Imp()->EnsureCatalogueLoaded();
