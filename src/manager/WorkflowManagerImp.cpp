@@ -425,9 +425,11 @@ void WorkflowManagerImp::ReadWorkflowFiles(const QList<FoundFile>& files, Catalo
         toRead += scanned[static_cast<size_t>(i)] ? 0 : 1;
     }
     m_lastScanFilesRead += toRead;
-    // The records are made here, on this thread.
+    // The records are made here, on this thread, while the cores that loaded the index or
+    // parsed the files have little left to do: another thread makes their pages ready.
     const Platform::HeapReservation reservation(
-        size_t(double(count - toRead) * freshShare * double(kRecordBytesPerIndexedFile)));
+        size_t(double(count - toRead) * freshShare * double(kRecordBytesPerIndexedFile)),
+        Platform::HeapReservation::Populating::Aside);
     // Each file's plain data is let go once its records are made: they hold its texts.
     const auto addRecords = [&](qsizetype i, ScannedFilePtr file, bool fromIndex) {
         if (file->result == StreamReadResult::Read)

@@ -6,6 +6,7 @@
 #include <QStringList>
 
 #include <memory>
+#include <thread>
 
 class QSettings;
 
@@ -112,13 +113,22 @@ constexpr size_t kLargestHeapReservation = size_t(512) * 1024 * 1024;
 class HeapReservation
 {
 public:
-    explicit HeapReservation(size_t bytes);
+    // Here: the pages are ready when the reservation is made. Aside: another thread makes them
+    // ready while this one already fills them; for a thread whose time counts more than a core
+    // that would stand idle.
+    enum class Populating
+    {
+        Here,
+        Aside
+    };
+    explicit HeapReservation(size_t bytes, Populating populating = Populating::Here);
     ~HeapReservation();
     HeapReservation(const HeapReservation&) = delete;
     HeapReservation& operator=(const HeapReservation&) = delete;
 
 private:
     void* m_guard = nullptr;
+    std::thread m_populating;
 };
 
 // Makes the pages of a block that is about to be written ready in one call, for a block too large

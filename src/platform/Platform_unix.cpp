@@ -213,7 +213,25 @@ bool ReadRegularFile(const QString& path, QByteArray& bytes)
     return true;
 }
 
-HeapReservation::HeapReservation(size_t bytes)
+namespace {
+
+#ifdef MADV_POPULATE_WRITE
+// Populates each stretch, in order, until the system says it cannot populate at once (it says so
+// on the first call: touching the pages one by one instead would only move the cost).
+void Populate(const std::vector<std::pair<uintptr_t, uintptr_t>>& stretches)
+{
+    for (const auto& [begin, end] : stretches)
+    {
+        if (::madvise(reinterpret_cast<void*>(begin), end - begin, MADV_POPULATE_WRITE) != 0 &&
+            (errno == EINVAL || errno == ENOSYS))
+            return;
+    }
+}
+#endif
+
+} // namespace
+
+HeapReservation::HeapReservation(size_t bytes, Populating populating)
 {
 #ifdef MADV_POPULATE_WRITE
     // Pieces just below the size from which the heap maps every request on its own: each is
@@ -244,32 +262,51 @@ HeapReservation::HeapReservation(size_t bytes)
     m_guard = pieces.back();
     pieces.pop_back();
     const auto pageSize = static_cast<uintptr_t>(::sysconf(_SC_PAGESIZE));
-    // One call for every run of neighbouring pieces; their pages are what the heap hands out next.
+    // One stretch for every run of neighbouring pieces; their pages are what the heap hands out
+    // next.
     constexpr size_t kHeaderRoom = 64;
-    bool populating = true;
-    for (size_t first = 0; populating && first < pieces.size();)
+    std::vector<std::pair<uintptr_t, uintptr_t>> stretches;
+    for (size_t first = 0; first < pieces.size();)
     {
         size_t last = first;
         while (last + 1 < pieces.size() && size_t(pieces[last + 1] - pieces[last]) <= kPiece + kHeaderRoom)
             ++last;
         const uintptr_t begin = (reinterpret_cast<uintptr_t>(pieces[first]) + pageSize - 1) & ~(pageSize - 1);
         const uintptr_t end = (reinterpret_cast<uintptr_t>(pieces[last]) + kPiece) & ~(pageSize - 1);
-        // A system that cannot populate at once says so on the first call: touching the pages
-        // one by one here would only move the cost.
-        if (end > begin && ::madvise(reinterpret_cast<void*>(begin), end - begin, MADV_POPULATE_WRITE) != 0 &&
-            (errno == EINVAL || errno == ENOSYS))
-            populating = false;
+        if (end > begin)
+            stretches.emplace_back(begin, end);
         first = last + 1;
     }
+    if (populating == Populating::Aside)
+    {
+        // The pieces go back to the heap at once, and this thread starts filling them while
+        // another makes their pages ready ahead of it. Making a page ready never changes what it
+        // holds, so the two never disturb each other.
+        for (char* piece : pieces)
+            std::free(piece);
+        try
+        {
+            m_populating = std::thread([stretches = std::move(stretches)] { Populate(stretches); });
+        }
+        catch (...)
+        {
+            // No thread to spare: this thread takes its pages as it fills them.
+        }
+        return;
+    }
+    Populate(stretches);
     for (char* piece : pieces)
         std::free(piece);
 #else
     Q_UNUSED(bytes);
+    Q_UNUSED(populating);
 #endif
 }
 
 HeapReservation::~HeapReservation()
 {
+    if (m_populating.joinable())
+        m_populating.join();
     std::free(m_guard);
 }
 

@@ -137,9 +137,10 @@ QString ModuleFolder(const void* address)
 }
 
 // Nothing to reserve here: the system's heap is left to hand out its pages as it does.
-HeapReservation::HeapReservation(size_t bytes)
+HeapReservation::HeapReservation(size_t bytes, Populating populating)
 {
     Q_UNUSED(bytes);
+    Q_UNUSED(populating);
 }
 
 HeapReservation::~HeapReservation() = default;

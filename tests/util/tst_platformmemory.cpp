@@ -14,6 +14,7 @@
 #include <QTemporaryDir>
 #include <QtTest>
 
+#include <algorithm>
 #include <atomic>
 #include <cstdlib>
 #include <cstring>
@@ -180,6 +181,38 @@ private slots:
 #endif
     }
 
+    // Made ready on another thread: once the reservation ends, blocks taken while it lived have
+    // their pages, untouched, and blocks written meanwhile hold what was written.
+    void aReservationMadeReadyAsideServesTheBlocksTakenMeanwhile()
+    {
+        if (const char* why = WhyNoReservations())
+            QSKIP(why);
+#if defined(Q_OS_UNIX) && defined(__GLIBC__)
+        Blocks untouched;
+        Blocks written;
+        {
+            const Platform::HeapReservation reservation(kBlocks * kBlock * 3,
+                                                        Platform::HeapReservation::Populating::Aside);
+            for (int i = 0; i < kBlocks; ++i)
+            {
+                untouched.Take(1);
+                written.Take(1);
+                std::memset(written.taken.back(), i & 0xFF, kBlock);
+            }
+        }
+        const auto [resident, all] = untouched.Residency();
+        QVERIFY(all > kBlocks * 20);
+        QVERIFY2(resident >= all - all / 50, qPrintable(QStringLiteral("%1 of %2").arg(resident).arg(all)));
+        for (int i = 0; i < kBlocks; ++i)
+        {
+            const char* block = written.taken[size_t(i)];
+            const bool intact =
+                std::all_of(block, block + kBlock, [i](char c) { return c == char(i & 0xFF); });
+            QVERIFY2(intact, qPrintable(QStringLiteral("block %1").arg(i)));
+        }
+#endif
+    }
+
     void aReservationHandsTheHeapItsMemoryAndTakesBackWhatWasNotUsed()
     {
         if (const char* why = WhyNoReservations())
@@ -232,8 +265,10 @@ private slots:
         std::atomic<int> filled{0};
         for (int t = 0; t < 4; ++t)
         {
-            threads.emplace_back([&filled] {
-                const Platform::HeapReservation reservation(4 * 1024 * 1024);
+            threads.emplace_back([&filled, t] {
+                const Platform::HeapReservation reservation(
+                    4 * 1024 * 1024, t % 2 ? Platform::HeapReservation::Populating::Aside
+                                           : Platform::HeapReservation::Populating::Here);
                 std::vector<QString> texts;
                 for (int i = 0; i < 10000; ++i)
                     texts.push_back(QString::number(i).repeated(8));
