@@ -216,15 +216,6 @@ void WorkflowManagerImp::EnsureCatalogueLoaded()
         ScanCatalogue();
 }
 
-namespace {
-
-FoldedText IndexKey(const QString& text)
-{
-    return FoldedText(text);
-}
-
-} // namespace
-
 void WorkflowManagerImp::EmptyCatalogue()
 {
     const bool announce = !m_catalogue.isEmpty();
@@ -640,7 +631,7 @@ bool WorkflowManagerImp::AddWorkflow(Workflow* workflow)
 void WorkflowManagerImp::IndexAppend(Workflow* workflow)
 {
     const WorkflowFields& fields = ImpOf(workflow)->Fields();
-    IndexedKeys keys{IndexKey(fields.Id), IndexKey(fields.Name)};
+    IndexedKeys keys{FoldedText(fields.Id), FoldedText(fields.Name)};
     m_byId[keys.id].append(workflow);
     m_byName[keys.name].append(workflow);
     m_indexedKeys.insert(workflow, keys);
@@ -700,7 +691,7 @@ Workflow* WorkflowManagerImp::FindWorkflowFor(const Workflow* asker, const QStri
 Workflow* WorkflowManagerImp::LookUpLoaded(const QString& id, const QString& sourceFile)
 {
     EnsureIndexFresh();
-    const auto bucket = m_byId.constFind(IndexKey(id));
+    const auto bucket = m_byId.constFind(FoldedText(id));
     if (bucket == m_byId.constEnd())
         return nullptr;
     if (sourceFile.isEmpty())
@@ -719,7 +710,7 @@ Workflow* WorkflowManagerImp::FindWorkflowByName(const QString& name)
 {
     EnsureCatalogueLoaded();
     EnsureIndexFresh();
-    const auto bucket = m_byName.constFind(IndexKey(name));
+    const auto bucket = m_byName.constFind(FoldedText(name));
     return bucket == m_byName.constEnd() ? nullptr : bucket->constFirst();
 }
 
