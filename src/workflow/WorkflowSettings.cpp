@@ -8,8 +8,10 @@
 
 #include <QHash>
 #include <QScopeGuard>
+#include <QVarLengthArray>
 #include <QXmlStreamReader>
 
+#include <cstring>
 #include <memory>
 #include <optional>
 
@@ -180,6 +182,117 @@ bool ParsePlain(const QByteArray& bytes, QList<QString>& elements)
     return !reader.hasError();
 }
 
+// Appends the value of an attribute written between quotes, from at, to packed: false for
+// anything but printable ASCII and the escapes the writer writes, which the XML reader is left
+// to read. at ends after the closing quote.
+bool TakeWrittenValue(const char*& at, const char* end, QString& packed)
+{
+    const char* run = at;
+    for (; at < end; ++at)
+    {
+        const auto c = static_cast<unsigned char>(*at);
+        if (c == '"')
+        {
+            packed.append(QLatin1StringView(run, at - run));
+            ++at;
+            return true;
+        }
+        if (c < 0x20 || c >= 0x7F || c == '<')
+            return false;
+        if (c != '&')
+            continue;
+        packed.append(QLatin1StringView(run, at - run));
+        static constexpr struct
+        {
+            const char* escape;
+            char16_t character;
+        } kEscapes[] = {{"&amp;", u'&'},  {"&lt;", u'<'},   {"&gt;", u'>'},  {"&quot;", u'"'},
+                        {"&#x9;", u'\t'}, {"&#xa;", u'\n'}, {"&#xd;", u'\r'}};
+        bool known = false;
+        for (const auto& [escape, character] : kEscapes)
+        {
+            const size_t length = std::strlen(escape);
+            if (size_t(end - at) >= length && std::memcmp(at, escape, length) == 0)
+            {
+                packed.append(QChar(character));
+                at += length - 1;
+                known = true;
+                break;
+            }
+        }
+        if (!known)
+            return false;
+        run = at + 1;
+    }
+    return false;
+}
+
+bool ParseAsWritten(const QByteArray& bytes, QList<QString>& elements)
+{
+    const char* at = bytes.constData();
+    const char* const end = at + bytes.size();
+    const auto take = [&at, end](QLatin1StringView text) {
+        if (end - at < text.size() || std::memcmp(at, text.data(), size_t(text.size())) != 0)
+            return false;
+        at += text.size();
+        return true;
+    };
+    if (!take(QLatin1StringView("<?xml version=\"1.0\"?>\n<WorkflowSettings>\n")))
+        return false;
+    QList<QString> read;
+    if (!take(QLatin1StringView("    <Workflows/>\n")))
+    {
+        if (!take(QLatin1StringView("    <Workflows>\n")))
+            return false;
+        // Where each attribute's name starts and ends in packed, to tell a name given twice.
+        QVarLengthArray<std::pair<qsizetype, qsizetype>, 8> names;
+        while (take(QLatin1StringView("        <Workflow")))
+        {
+            // The element's line bounds what it packs into: the characters are fewer than the
+            // bytes, and the quotes, spaces and signs the line holds more than the ends added.
+            const char* const lineEnd = static_cast<const char*>(std::memchr(at, '\n', size_t(end - at)));
+            QString packed;
+            packed.reserve(lineEnd ? lineEnd - at : end - at);
+            names.clear();
+            bool hasId = false;
+            while (at < end && *at == ' ')
+            {
+                ++at;
+                const char* name = at;
+                while (at < end && ((*at >= 'a' && *at <= 'z') || (*at >= 'A' && *at <= 'Z') || *at == '_' ||
+                                    (at > name && ((*at >= '0' && *at <= '9') || *at == '-' || *at == '.'))))
+                    ++at;
+                const QLatin1StringView written(name, at - name);
+                const qsizetype nameStart = packed.size();
+                packed.append(written);
+                if (!IsPlainName(QStringView(packed).mid(nameStart)) || !take(QLatin1StringView("=\"")))
+                    return false;
+                for (const auto& [start, length] : names)
+                {
+                    if (QStringView(packed).mid(start, length) == written)
+                        return false;
+                }
+                names.append({nameStart, written.size()});
+                hasId = hasId || written == QLatin1StringView("Id");
+                packed.append(QChar(0));
+                if (!TakeWrittenValue(at, end, packed))
+                    return false;
+                packed.append(QChar(0));
+            }
+            if (!hasId || !take(QLatin1StringView("/>\n")))
+                return false;
+            read.append(std::move(packed));
+        }
+        // The writer writes an empty list as one empty element.
+        if (read.isEmpty() || !take(QLatin1StringView("    </Workflows>\n")))
+            return false;
+    }
+    if (!take(QLatin1StringView("</WorkflowSettings>\n")) || at != end)
+        return false;
+    elements = std::move(read);
+    return true;
+}
+
 // Reads the file as a whole document; false when it cannot be opened or parsed.
 bool ReadElementsFromDocument(const QString& file, QList<QString>& elements)
 {
@@ -216,7 +329,7 @@ bool ReadElements(const QString& file, QList<QString>& elements, bool& plain)
         QByteArray bytes;
         if (!ReadRegularFileBytes(file, bytes))
             return false;
-        if (ParsePlain(bytes, read))
+        if (ParseAsWritten(bytes, read) || ParsePlain(bytes, read))
         {
             plain = true;
             elements = std::move(read);
@@ -718,6 +831,18 @@ WorkflowSettingsStore::ReadSession::~ReadSession()
         session.checked = false;
         session.file.clear();
     }
+}
+
+bool ReadPlainSettings(const QByteArray& bytes, QList<QString>& elements)
+{
+    elements.clear();
+    return ParsePlain(bytes, elements);
+}
+
+bool ReadSettingsAsWritten(const QByteArray& bytes, QList<QString>& elements)
+{
+    elements.clear();
+    return ParseAsWritten(bytes, elements);
 }
 
 } // namespace Velmora::WorkflowCore

@@ -1,7 +1,9 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include <QByteArray>
 #include <QHash>
+#include <QList>
 #include <QString>
 
 #include <memory>
@@ -18,6 +20,15 @@ QString WorkflowSettingsFile();
 // the slower way the streaming read is checked against.
 bool ReadWorkflowSettingsFile(const QString& file, QHash<QString, QHash<QString, QString>>& settings,
                               bool fromDocument = false);
+
+// The "Workflow" elements of a plain settings file's bytes, in order, each packed as its
+// attribute names and values in turn, each ended by a null character. ReadPlainSettings reads
+// through the XML reader any file that can be written again from its elements alone;
+// ReadSettingsAsWritten reads, byte by byte and many times faster, only the very layout the
+// settings writer writes, and what it reads the other reads the same. False when the bytes are
+// no such file.
+bool ReadPlainSettings(const QByteArray& bytes, QList<QString>& elements);
+bool ReadSettingsAsWritten(const QByteArray& bytes, QList<QString>& elements);
 
 // The user's settings file as one owner sees it: what was last read (kept while the file keeps
 // its identity, so repeated reads cost a stat), with the store's own writes folded in. The

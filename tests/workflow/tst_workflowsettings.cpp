@@ -19,6 +19,7 @@
 #include <QtTest>
 
 #include <memory>
+#include <random>
 
 #include <unistd.h>
 
@@ -260,6 +261,128 @@ private slots:
         QCOMPARE(run(QStringLiteral("get")), QStringLiteral("|1"));
         QCOMPARE(run(QStringLiteral("set")), QString());
         QCOMPARE(run(QStringLiteral("get")), QStringLiteral("Wide and tall|0"));
+    }
+
+    // The file as the writer writes it is read byte by byte; whatever that reads, the XML reader
+    // reads the same, over files written with random ids, keys and values and over every one of
+    // them damaged at random; anything laid out otherwise is left to the XML reader.
+    void writtenLayoutReadsAsTheXmlReaderReadsIt()
+    {
+        std::mt19937 random(20261125);
+        const QString characters = QStringLiteral("aZ09 _-.&<>\"'\t\n\r=/;é€");
+        const auto text = [&](int most) {
+            QString value;
+            const int length = int(random() % unsigned(most + 1));
+            for (int i = 0; i < length; ++i)
+                value += characters.at(int(random() % unsigned(characters.size())));
+            return value;
+        };
+        int readAsWritten = 0;
+        int damagedReadAsWritten = 0;
+        for (int round = 0; round < 60; ++round)
+        {
+            QDir(m_env.DataHome() + QStringLiteral("/Velmora")).removeRecursively();
+            {
+                WorkflowSettingsStore store;
+                const WorkflowSettingsStore::Batch batch(store);
+                const int workflows = 1 + int(random() % 6);
+                for (int w = 0; w < workflows; ++w)
+                {
+                    const QString id = QStringLiteral("Id_%1%2").arg(w).arg(round % 3 ? QString() : text(4));
+                    store.Write(id, QStringLiteral("ShowIntroductionOnExecute"),
+                                random() % 2 ? QStringLiteral("True") : QStringLiteral("False"));
+                    if (random() % 2)
+                        store.Write(id, QStringLiteral("Layout.") + QString::number(round), text(12));
+                }
+            }
+            const QByteArray bytes = ReadFile(WorkflowSettingsFile());
+            QVERIFY(!bytes.isEmpty());
+            QList<QString> fast;
+            QList<QString> plain;
+            QVERIFY(ReadPlainSettings(bytes, plain));
+            if (ReadSettingsAsWritten(bytes, fast))
+            {
+                ++readAsWritten;
+                QCOMPARE(fast, plain);
+            }
+            else
+            {
+                // Only a value beyond plain ASCII is left to the XML reader.
+                QVERIFY2(
+                    QString::fromUtf8(bytes).contains(QRegularExpression(QStringLiteral("[^\\x00-\\x7f]"))),
+                    bytes.constData());
+            }
+            for (int damage = 0; damage < 200; ++damage)
+            {
+                QByteArray damaged = bytes;
+                const int at = int(random() % unsigned(damaged.size()));
+                switch (random() % 3)
+                {
+                case 0:
+                    damaged[at] = char(random() % 128);
+                    break;
+                case 1:
+                    damaged.remove(at, 1 + int(random() % 3));
+                    break;
+                default:
+                    damaged.insert(at,
+                                   bytes.mid(int(random() % unsigned(bytes.size())), 1 + int(random() % 8)));
+                    break;
+                }
+                if (!ReadSettingsAsWritten(damaged, fast))
+                    continue;
+                ++damagedReadAsWritten;
+                QVERIFY2(ReadPlainSettings(damaged, plain), damaged.constData());
+                QVERIFY2(fast == plain, damaged.constData());
+            }
+        }
+        QVERIFY(readAsWritten > 20);
+        QVERIFY(damagedReadAsWritten > 100);
+
+        const QByteArray written =
+            "<?xml version=\"1.0\"?>\n<WorkflowSettings>\n    <Workflows>\n"
+            "        <Workflow Id=\"A&amp;B\" Text=\"&lt;&gt;&quot;&#x9;&#xa;&#xd;'>\"/>\n"
+            "    </Workflows>\n</WorkflowSettings>\n";
+        QList<QString> fast;
+        QList<QString> plain;
+        QVERIFY(ReadSettingsAsWritten(written, fast));
+        QVERIFY(ReadPlainSettings(written, plain));
+        QCOMPARE(fast, plain);
+        QCOMPARE(fast, QList<QString>{QStringLiteral("Id") + QChar(0) + QStringLiteral("A&B") + QChar(0) +
+                                      QStringLiteral("Text") + QChar(0) + QStringLiteral("<>\"\t\n\r'>") +
+                                      QChar(0)});
+        const QByteArray otherwise[] = {
+            "<?xml version=\"1.0\"?>\r\n<WorkflowSettings>\r\n    <Workflows/>\r\n</WorkflowSettings>\r\n",
+            "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<WorkflowSettings>\n    "
+            "<Workflows/>\n</WorkflowSettings>\n",
+            "<?xml version=\"1.0\"?>\n<WorkflowSettings>\n    <Workflows>\n        <Workflow Id=\"A\" />\n"
+            "    </Workflows>\n</WorkflowSettings>\n",
+            "<?xml version=\"1.0\"?>\n<WorkflowSettings>\n    <Workflows>\n        <Workflow "
+            "Id=\"\xc3\xa9\"/>\n"
+            "    </Workflows>\n</WorkflowSettings>\n",
+            "<?xml version=\"1.0\"?>\n<WorkflowSettings>\n    <Workflows>\n        <Workflow "
+            "Id=\"&apos;\"/>\n"
+            "    </Workflows>\n</WorkflowSettings>\n",
+            "<?xml version=\"1.0\"?>\n<WorkflowSettings>\n    <Workflows>\n        <Workflow Id=\"A\" "
+            "Id=\"B\"/>\n"
+            "    </Workflows>\n</WorkflowSettings>\n",
+            "<?xml version=\"1.0\"?>\n<WorkflowSettings>\n    <Workflows>\n        <Workflow Name=\"A\"/>\n"
+            "    </Workflows>\n</WorkflowSettings>\n",
+            "<?xml version=\"1.0\"?>\n<WorkflowSettings>\n    <Workflows>\n    "
+            "</Workflows>\n</WorkflowSettings>\n",
+            "<?xml version=\"1.0\"?>\n<WorkflowSettings>\n    <Workflows/>\n</WorkflowSettings>\n<!-- -->\n",
+            "<?xml version=\"1.0\"?>\n<WorkflowSettings>\n    <!-- -->\n    "
+            "<Workflows/>\n</WorkflowSettings>\n",
+            "<?xml version=\"1.0\"?>\n<WorkflowSettings>\n    <Workflows>\n        <Workflow xmlId=\"A\" "
+            "Id=\"B\"/>\n"
+            "    </Workflows>\n</WorkflowSettings>\n",
+        };
+        for (const QByteArray& bytes : otherwise)
+            QVERIFY2(!ReadSettingsAsWritten(bytes, fast), bytes.constData());
+        const QByteArray empty =
+            "<?xml version=\"1.0\"?>\n<WorkflowSettings>\n    <Workflows/>\n</WorkflowSettings>\n";
+        QVERIFY(ReadSettingsAsWritten(empty, fast));
+        QVERIFY(fast.isEmpty());
     }
 };
 
