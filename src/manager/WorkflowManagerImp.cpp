@@ -642,7 +642,7 @@ void WorkflowManagerImp::IndexRemove(Workflow* workflow)
     const auto found = m_indexedKeys.constFind(workflow);
     if (found == m_indexedKeys.constEnd())
         return;
-    const auto removeFrom = [workflow](QHash<FoldedText, QList<Workflow*>>& index, const FoldedText& key) {
+    const auto removeFrom = [workflow](QHash<FoldedText, Bucket>& index, const FoldedText& key) {
         auto bucket = index.find(key);
         if (bucket == index.end())
             return;
@@ -695,7 +695,7 @@ Workflow* WorkflowManagerImp::LookUpLoaded(const QString& id, const QString& sou
     if (bucket == m_byId.constEnd())
         return nullptr;
     if (sourceFile.isEmpty())
-        return bucket->constFirst();
+        return bucket->first();
     // The same file however its path is spelled.
     const QFileInfo wanted(sourceFile);
     for (Workflow* workflow : *bucket)
@@ -711,7 +711,7 @@ Workflow* WorkflowManagerImp::FindWorkflowByName(const QString& name)
     EnsureCatalogueLoaded();
     EnsureIndexFresh();
     const auto bucket = m_byName.constFind(FoldedText(name));
-    return bucket == m_byName.constEnd() ? nullptr : bucket->constFirst();
+    return bucket == m_byName.constEnd() ? nullptr : bucket->first();
 }
 
 int WorkflowManagerImp::IndexOfWorkflow(const Workflow* workflow) const

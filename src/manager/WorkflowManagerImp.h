@@ -16,6 +16,7 @@
 #include <QObject>
 #include <QString>
 #include <QThreadPool>
+#include <QVarLengthArray>
 
 #include <map>
 #include <memory>
@@ -177,8 +178,10 @@ private:
         FoldedText id;
         FoldedText name;
     };
-    QHash<FoldedText, QList<Workflow*>> m_byId;
-    QHash<FoldedText, QList<Workflow*>> m_byName;
+    // Most keys name one workflow: its bucket holds it without a list of its own.
+    using Bucket = QVarLengthArray<Workflow*, 1>;
+    QHash<FoldedText, Bucket> m_byId;
+    QHash<FoldedText, Bucket> m_byName;
     QHash<const Workflow*, IndexedKeys> m_indexedKeys;
     bool m_indexStale = false;
 };

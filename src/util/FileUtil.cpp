@@ -66,6 +66,32 @@ QStringList FindFiles(const QString& path, const QString& patterns, QDir::Filter
     return found;
 }
 
+QString CleanPath(const QString& path)
+{
+    if (path.isEmpty())
+        return path;
+    const qsizetype size = path.size();
+    // Where the current part began.
+    qsizetype part = 0;
+    for (qsizetype i = 0; i <= size; ++i)
+    {
+        const char16_t c = i < size ? path.at(i).unicode() : u'/';
+        if (c == u'\\')
+            return QDir::cleanPath(path);
+        if (c != u'/')
+            continue;
+        const qsizetype length = i - part;
+        const bool dots = (length == 1 && path.at(part) == u'.') ||
+                          (length == 2 && path.at(part) == u'.' && path.at(part + 1) == u'.');
+        // An empty part is a doubled or trailing separator, or the leading one of an absolute
+        // path, which is the only one that stays.
+        if (dots || (length == 0 && (part > 0 || i == size)))
+            return size == 1 && path.at(0) == u'/' ? path : QDir::cleanPath(path);
+        part = i + 1;
+    }
+    return path;
+}
+
 bool IsRegularFile(const QString& path)
 {
     return !path.isEmpty() && QFileInfo(path).isFile();

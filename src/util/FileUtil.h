@@ -18,6 +18,11 @@ namespace Velmora::WorkflowCore {
 QStringList FindFiles(const QString& path, const QString& patterns, QDir::Filters filters = QDir::NoFilter,
                       QDir::SortFlags sort = QDir::NoSort, bool recursive = false);
 
+// What QDir::cleanPath(path) gives, the path itself when it is clean already (no doubled, "." or
+// ".." part, no trailing or native separator): the catalogue cleans the path of every record it
+// makes, and nearly all of them are clean.
+QString CleanPath(const QString& path);
+
 // Whether path names a regular file (a link is followed). Readers open nothing else: a pipe or a
 // device would block the read or never end.
 bool IsRegularFile(const QString& path);

@@ -136,6 +136,11 @@ void ReadWorkflow(const WorkflowElementData& element, const QString& fileName, X
         const QString& value = element.Value(attribute);
         if (value.isEmpty())
             return defaultValue;
+        // As the files spell them nearly always, then in any case.
+        if (value == QLatin1String("True"))
+            return true;
+        if (value == QLatin1String("False"))
+            return false;
         if (value.compare(QLatin1String("true"), Qt::CaseInsensitive) == 0)
             return true;
         if (value.compare(QLatin1String("false"), Qt::CaseInsensitive) == 0)
@@ -153,7 +158,7 @@ void ReadWorkflow(const WorkflowElementData& element, const QString& fileName, X
     };
 
     WorkflowFields& m = record.Fields();
-    m.SourceFile = QDir::cleanPath(fileName);
+    m.SourceFile = CleanPath(fileName);
     m.Plugin = text(AttrPlugin);
     m.IsTemplate = flag(AttrIsTemplate, true);
     m.IsReadOnly = flag(AttrIsReadOnly, false);

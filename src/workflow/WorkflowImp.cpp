@@ -20,12 +20,21 @@ namespace Velmora::WorkflowCore {
 
 namespace {
 
+// Whether the first of the ","-separated products names both a product and a release, as in
+// "alpha:2016"; true when there is none. Asked of every record of a scan: read in place.
 bool TargetProductIsComplete(const QString& targetProduct)
 {
-    const QStringList parts = targetProduct.split(QLatin1Char(','), Qt::SkipEmptyParts);
-    if (parts.isEmpty())
-        return true;
-    return parts.first().split(QLatin1Char(':'), Qt::SkipEmptyParts).size() == 2;
+    for (const QStringView first : QStringView(targetProduct).tokenize(u',', Qt::SkipEmptyParts))
+    {
+        qsizetype parts = 0;
+        for (const QStringView part : first.tokenize(u':', Qt::SkipEmptyParts))
+        {
+            Q_UNUSED(part);
+            ++parts;
+        }
+        return parts == 2;
+    }
+    return true;
 }
 
 int ImageWidth(const QString& path)

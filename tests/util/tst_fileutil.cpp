@@ -294,6 +294,50 @@ private slots:
         }
         QCOMPARE(DateFromUtcText(texts.at(0)), alone.at(0));
     }
+
+    // A path cleaned in one go reads as QDir::cleanPath reads it, and a path that is clean
+    // already comes back as it is, without a copy.
+    void cleanPathAgreesWithTheFolderCleaning()
+    {
+        const QStringList parts = {QStringLiteral("a"),     QStringLiteral("b.c"), QString(),
+                                   QStringLiteral("."),     QStringLiteral(".."),  QStringLiteral("..."),
+                                   QStringLiteral(".a"),    QStringLiteral("x y"), QStringLiteral("d\\e"),
+                                   QStringLiteral("\u00e9")};
+        quint32 state = 20261125;
+        const auto next = [&state](quint32 below) {
+            state = state * 1664525u + 1013904223u;
+            return (state >> 8) % below;
+        };
+        int alreadyClean = 0;
+        for (int round = 0; round < 20000; ++round)
+        {
+            QString path = next(2) ? QStringLiteral("/") : QString();
+            const quint32 count = next(5);
+            for (quint32 i = 0; i < count; ++i)
+            {
+                if (i > 0)
+                    path += QLatin1Char('/');
+                path += parts.at(int(next(quint32(parts.size()))));
+            }
+            if (next(4) == 0)
+                path += QLatin1Char('/');
+            const QString cleaned = CleanPath(path);
+            QVERIFY2(cleaned == QDir::cleanPath(path), qPrintable(path));
+            if (cleaned == path && !path.isEmpty() && cleaned.constData() == path.constData())
+                ++alreadyClean;
+        }
+        QVERIFY(alreadyClean > 1000);
+        for (const char* clean : {"/", "a", "/a/b.c", "/a/.b/c..d/...", "relative/path.workflow"})
+        {
+            const QString path = QString::fromLatin1(clean);
+            QCOMPARE(CleanPath(path).constData(), path.constData());
+        }
+        for (const char* unclean : {"//", "/a/", "a//b", "./a", "a/.", "a/../b", "..", "/..", "a\\b"})
+        {
+            const QString path = QString::fromLatin1(unclean);
+            QCOMPARE(CleanPath(path), QDir::cleanPath(path));
+        }
+    }
 };
 
 QTEST_GUILESS_MAIN(tst_FileUtil)
