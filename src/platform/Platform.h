@@ -79,6 +79,59 @@ struct ListedFile
     bool regularFile = false;
     bool hidden = false;
 };
+
+// A folder listed in two steps: the names of its entries at once, then the identity of each
+// entry when it is wanted. A reader with work to do for every file can do it between the status
+// calls instead of waiting for the status of thousands of files first.
+class FolderNames
+{
+public:
+    // Every entry of the folder but "." and "..", in the order the system gives them; none when
+    // the folder cannot be read.
+    explicit FolderNames(const QString& folder);
+    ~FolderNames();
+    FolderNames(const FolderNames&) = delete;
+    FolderNames& operator=(const FolderNames&) = delete;
+
+    const QStringList& Names() const { return m_names; }
+    // The entry named Names().at(i), with the identity of what it leads to from one status call
+    // made now.
+    ListedFile Identify(qsizetype i) const;
+
+private:
+    QStringList m_names;
+#ifdef Q_OS_WIN
+    QString m_folder;
+#else
+    // The names as the system spelled them, each ended by a zero, and where each starts.
+    QByteArray m_encoded;
+    QList<qsizetype> m_starts;
+    void* m_dir = nullptr;
+#endif
+};
+
+// The entry at path as a listing of its folder sees it (its name left empty), from one status call.
+ListedFile StatusOf(const QString& path);
+
+// Status calls for the files of one folder after another, each made within its folder, which
+// is kept open while the files asked about are in it: thousands of files of one folder cost a
+// status call each, without their folder's path being walked every time.
+class FolderStatus
+{
+public:
+    FolderStatus() = default;
+    ~FolderStatus();
+    FolderStatus(const FolderStatus&) = delete;
+    FolderStatus& operator=(const FolderStatus&) = delete;
+
+    // What StatusOf(path) gives.
+    ListedFile Of(const QString& path);
+
+private:
+    QString m_folder;
+    int m_folderHandle = -1;
+};
+
 // Every entry of the folder but "." and "..", in the order the system gives them, each with its
 // identity from one status call; empty when the folder cannot be read. A catalogue of thousands
 // of files is listed at the cost of the system calls alone.

@@ -138,41 +138,109 @@ FileIdentity IdentifyFile(const QString& path)
     return IdentityOf(info);
 }
 
-QList<ListedFile> ListFolder(const QString& folder)
+FolderNames::FolderNames(const QString& folder)
 {
-    QList<ListedFile> listed;
     DIR* dir = ::opendir(QFile::encodeName(folder).constData());
     if (!dir)
-        return listed;
-    // The names first, so that the listing takes its memory in one go; then a status call each.
-    QByteArray names;
+        return;
+    m_dir = dir;
+    // The encoded names first, in one buffer, so that the names take their memory in one go.
     qsizetype count = 0;
     while (const dirent* entry = ::readdir(dir))
     {
         const char* name = entry->d_name;
         if (name[0] == '.' && (name[1] == '\0' || (name[1] == '.' && name[2] == '\0')))
             continue;
-        names.append(name, qsizetype(std::strlen(name)) + 1);
+        m_starts.append(m_encoded.size());
+        m_encoded.append(name, qsizetype(std::strlen(name)) + 1);
         ++count;
     }
+    m_names.reserve(count);
+    for (const qsizetype start : std::as_const(m_starts))
+        m_names.append(QFile::decodeName(m_encoded.constData() + start));
+}
+
+FolderNames::~FolderNames()
+{
+    if (m_dir)
+        ::closedir(static_cast<DIR*>(m_dir));
+}
+
+ListedFile FolderNames::Identify(qsizetype i) const
+{
+    ListedFile file;
+    if (i < 0 || i >= m_names.size())
+        return file;
+    const char* name = m_encoded.constData() + m_starts.at(i);
+    file.name = m_names.at(i);
+    file.hidden = name[0] == '.';
+    struct stat info;
+    // Followed like any open would follow it; a broken link has no identity.
+    if (::fstatat(::dirfd(static_cast<DIR*>(m_dir)), name, &info, 0) == 0)
+    {
+        file.identity = IdentityOf(info);
+        file.regularFile = S_ISREG(info.st_mode);
+    }
+    return file;
+}
+
+ListedFile StatusOf(const QString& path)
+{
+    ListedFile file;
+    const qsizetype slash = path.lastIndexOf(QLatin1Char('/'));
+    file.hidden = path.size() > slash + 1 && path.at(slash + 1) == QLatin1Char('.');
+    struct stat info;
+    if (::stat(QFile::encodeName(path).constData(), &info) == 0)
+    {
+        file.identity = IdentityOf(info);
+        file.regularFile = S_ISREG(info.st_mode);
+    }
+    return file;
+}
+
+FolderStatus::~FolderStatus()
+{
+    if (m_folderHandle >= 0)
+        ::close(m_folderHandle);
+}
+
+ListedFile FolderStatus::Of(const QString& path)
+{
+    const qsizetype slash = path.lastIndexOf(QLatin1Char('/'));
+    if (slash < 0)
+        return StatusOf(path);
+    // The folder with its closing slash: "/" stays itself.
+    const QStringView folder = QStringView(path).left(slash + 1);
+    if (m_folderHandle < 0 || folder != m_folder)
+    {
+        if (m_folderHandle >= 0)
+            ::close(m_folderHandle);
+        m_folder = folder.toString();
+        m_folderHandle = ::open(QFile::encodeName(m_folder).constData(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    }
+    if (m_folderHandle < 0)
+        return StatusOf(path);
+    ListedFile file;
+    const QByteArray name = QFile::encodeName(path.mid(slash + 1));
+    file.hidden = name.startsWith('.');
+    struct stat info;
+    if (!name.isEmpty() && ::fstatat(m_folderHandle, name.constData(), &info, 0) == 0)
+    {
+        file.identity = IdentityOf(info);
+        file.regularFile = S_ISREG(info.st_mode);
+    }
+    return file;
+}
+
+QList<ListedFile> ListFolder(const QString& folder)
+{
+    const FolderNames names(folder);
+    QList<ListedFile> listed;
+    const qsizetype count = names.Names().size();
     listed.reserve(count);
     PrepareMemory(listed.data(), size_t(count) * sizeof(ListedFile));
-    const int dirFd = ::dirfd(dir);
-    for (const char* name = names.constData(); name < names.constEnd(); name += std::strlen(name) + 1)
-    {
-        ListedFile file;
-        file.name = QFile::decodeName(name);
-        file.hidden = name[0] == '.';
-        struct stat info;
-        // Followed like any open would follow it; a broken link has no identity.
-        if (::fstatat(dirFd, name, &info, 0) == 0)
-        {
-            file.identity = IdentityOf(info);
-            file.regularFile = S_ISREG(info.st_mode);
-        }
-        listed.append(std::move(file));
-    }
-    ::closedir(dir);
+    for (qsizetype i = 0; i < count; ++i)
+        listed.append(names.Identify(i));
     return listed;
 }
 

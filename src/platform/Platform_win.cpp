@@ -66,23 +66,53 @@ FileIdentity IdentifyFile(const QString& path)
     return identity;
 }
 
-QList<ListedFile> ListFolder(const QString& folder)
+FolderNames::FolderNames(const QString& folder) : m_folder(folder)
 {
-    QList<ListedFile> listed;
     const QDir dir(folder);
     if (!dir.exists())
-        return listed;
-    const QFileInfoList entries = dir.entryInfoList(
-        QDir::AllEntries | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot, QDir::Unsorted);
-    for (const QFileInfo& entry : entries)
-    {
-        ListedFile file;
-        file.name = entry.fileName();
-        file.hidden = entry.isHidden();
-        file.regularFile = entry.isFile();
-        file.identity = IdentifyFile(entry.absoluteFilePath());
-        listed.append(std::move(file));
-    }
+        return;
+    m_names =
+        dir.entryList(QDir::AllEntries | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot, QDir::Unsorted);
+}
+
+FolderNames::~FolderNames() = default;
+
+ListedFile FolderNames::Identify(qsizetype i) const
+{
+    ListedFile file;
+    if (i < 0 || i >= m_names.size())
+        return file;
+    const QFileInfo entry(QDir(m_folder), m_names.at(i));
+    file.name = m_names.at(i);
+    file.hidden = entry.isHidden();
+    file.regularFile = entry.isFile();
+    file.identity = IdentifyFile(entry.absoluteFilePath());
+    return file;
+}
+
+ListedFile StatusOf(const QString& path)
+{
+    ListedFile file;
+    const QFileInfo entry(path);
+    file.hidden = entry.isHidden();
+    file.regularFile = entry.isFile();
+    file.identity = IdentifyFile(path);
+    return file;
+}
+
+FolderStatus::~FolderStatus() = default;
+
+ListedFile FolderStatus::Of(const QString& path)
+{
+    return StatusOf(path);
+}
+
+QList<ListedFile> ListFolder(const QString& folder)
+{
+    const FolderNames names(folder);
+    QList<ListedFile> listed;
+    for (qsizetype i = 0; i < names.Names().size(); ++i)
+        listed.append(names.Identify(i));
     return listed;
 }
 

@@ -380,6 +380,39 @@ private slots:
         QVERIFY(!find(QStringLiteral("pipe.workflow")).regularFile);
         QVERIFY(find(QStringLiteral("pipe.workflow")).identity.exists);
 #endif
+
+        // Each entry asked about by its path, alone or folder by folder, is what the listing saw,
+        // whatever it is; asking about a file of another folder in between changes nothing.
+        QTemporaryDir other;
+        QVERIFY(other.isValid());
+        {
+            QFile elsewhere(other.filePath(QStringLiteral("elsewhere.workflow")));
+            QVERIFY(elsewhere.open(QIODevice::WriteOnly) && elsewhere.write("<Workflows/>") == 12);
+        }
+        Platform::FolderStatus status;
+        int asked = 0;
+        for (const Platform::ListedFile& file : listed)
+        {
+            const QString path = dir.filePath(file.name);
+            for (const Platform::ListedFile& seen : {Platform::StatusOf(path), status.Of(path)})
+            {
+                QVERIFY2(seen.regularFile == file.regularFile, qPrintable(file.name));
+                QVERIFY2(seen.hidden == file.hidden, qPrintable(file.name));
+                QVERIFY2(seen.identity == file.identity, qPrintable(file.name));
+            }
+            if (++asked % 700 == 0)
+            {
+                const Platform::ListedFile elsewhere =
+                    status.Of(other.filePath(QStringLiteral("elsewhere.workflow")));
+                QVERIFY(elsewhere.regularFile);
+                QCOMPARE(elsewhere.identity.size, 12);
+            }
+        }
+        QCOMPARE(asked, int(listed.size()));
+        QVERIFY(!status.Of(dir.filePath(QStringLiteral("missing.workflow"))).identity.exists);
+        QVERIFY(!status.Of(other.filePath(QStringLiteral("missing/elsewhere.workflow"))).identity.exists);
+        QVERIFY(!Platform::StatusOf(dir.filePath(QStringLiteral("missing.workflow"))).identity.exists);
+        QVERIFY(status.Of(dir.filePath(QStringLiteral(".hidden.workflow"))).hidden);
     }
 
     void aListingOfAnEmptyOrMissingFolderIsEmpty()
