@@ -11,6 +11,10 @@
 #include <QSet>
 
 #include <algorithm>
+#include <tuple>
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
 #include <cstring>
 #include <utility>
 
@@ -66,6 +70,24 @@ quint64 Digest(const char* data, qsizetype size)
         hash = (hash ^ static_cast<unsigned char>(data[at])) * 0xC4CEB9FE1A85EC53ULL;
     hash ^= hash >> 32;
     return hash;
+}
+
+// Latin-1 bytes as UTF-16: most of an index's bytes are widened so, sixteen at a time where the
+// processor can.
+void WidenLatin1(char16_t* to, const char* from, qsizetype count)
+{
+    qsizetype i = 0;
+#if defined(__SSE2__)
+    const __m128i zero = _mm_setzero_si128();
+    for (; i + 16 <= count; i += 16)
+    {
+        const __m128i bytes = _mm_loadu_si128(reinterpret_cast<const __m128i*>(from + i));
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(to + i), _mm_unpacklo_epi8(bytes, zero));
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(to + i + 8), _mm_unpackhi_epi8(bytes, zero));
+    }
+#endif
+    for (; i < count; ++i)
+        to[i] = static_cast<unsigned char>(from[i]);
 }
 
 class Writer
@@ -168,17 +190,44 @@ public:
         auto length = Number<quint32>();
         if (m_failed || length == kNullText)
             return QString();
-        if (length & kLatin1Text)
-        {
-            length &= ~kLatin1Text;
-            if (!Take(qsizetype(length)))
-                return QString();
-            return QString::fromLatin1(m_data + m_at - qsizetype(length), qsizetype(length));
-        }
-        if (!Take(qsizetype(length) * 2))
+        const bool latin1 = length & kLatin1Text;
+        length &= ~kLatin1Text;
+        const qsizetype units = qsizetype(length);
+        if (!Take(latin1 ? units : units * 2))
             return QString();
-        QString text(static_cast<qsizetype>(length), Qt::Uninitialized);
-        std::memcpy(text.data(), m_data + m_at - qsizetype(length) * 2, qsizetype(length) * 2);
+        const char* from = m_data + m_at - (latin1 ? units : units * 2);
+        if (m_measuring)
+        {
+            m_units += units + 1;
+            return QString();
+        }
+        QString text;
+        char16_t* to;
+        if (m_block)
+        {
+            // A slice of the file's block: it shares the block's header, and the zero after it
+            // ends it as every text's data is ended.
+            QString::DataPointer slice = m_block->data_ptr();
+            slice.ptr = m_blockAt;
+            slice.size = units;
+            text = QString(std::move(slice));
+            to = m_blockAt;
+            to[units] = u'\0';
+            m_blockAt += units + 1;
+        }
+        else
+        {
+            text = QString(units, Qt::Uninitialized);
+            to = reinterpret_cast<char16_t*>(text.data());
+        }
+        if (latin1)
+        {
+            WidenLatin1(to, from, units);
+        }
+        else
+        {
+            std::memcpy(to, from, size_t(units) * 2);
+        }
         return text;
     }
     Platform::FileIdentity Identity()
@@ -192,21 +241,48 @@ public:
         identity.changedNs = Number<qint64>();
         return identity;
     }
+    // The texts of one file share one block: a file's entry takes one allocation for its texts
+    // rather than one for each, and gives them back all at once when the last of them goes.
     ScannedFilePtr File()
     {
+        const qsizetype start = m_at;
+        m_measuring = true;
+        m_units = 0;
+        ReadFile(nullptr);
+        m_measuring = false;
         auto file = std::make_shared<ScannedFile>();
+        if (m_failed)
+            return file;
+        m_at = start;
+        QString block(m_units, Qt::Uninitialized);
+        m_block = &block;
+        m_blockAt = block.data_ptr().data();
+        ReadFile(file.get());
+        m_block = nullptr;
+        return file;
+    }
+
+private:
+    // Reads a file's entry into file; with none, only walks it.
+    void ReadFile(ScannedFile* file)
+    {
         const auto read = Number<quint8>();
         if (read > 1)
             m_failed = true;
         if (read != 1)
-            return file;
-        file->result = StreamReadResult::Read;
-        file->data.hasXlfFile = Flag();
-        file->data.xlfFile = Text();
+            return;
+        WorkflowFileData scratch;
+        WorkflowFileData& data = file ? file->data : scratch;
+        if (file)
+            file->result = StreamReadResult::Read;
+        data.hasXlfFile = Flag();
+        data.xlfFile = Text();
         const auto count = Number<quint32>();
         // Every element takes some bytes: a count the rest of the file cannot hold is damage.
         if (count > quint64(m_size - m_at))
             m_failed = true;
+        if (file && !m_failed)
+            data.elements.reserve(qsizetype(count));
         for (quint32 i = 0; i < count && !m_failed; ++i)
         {
             WorkflowElementData element;
@@ -217,19 +293,17 @@ public:
             for (int attribute = 0; attribute < WorkflowAttributeCount; ++attribute)
             {
                 element.present[attribute] = (present >> attribute) & 1u;
-                if (element.present[attribute])
-                    element.values[attribute] = Text();
+                element.values[attribute] = element.present[attribute] ? Text() : QString();
             }
             element.hasIntroduction = Flag();
             element.introduction = Text();
             element.hasSettings = Flag();
             element.settings = Text();
-            file->data.elements.append(std::move(element));
+            if (file)
+                data.elements.append(std::move(element));
         }
-        return file;
     }
 
-private:
     bool Take(qsizetype count)
     {
         if (m_failed || count > m_size - m_at)
@@ -245,6 +319,11 @@ private:
     qsizetype m_size;
     qsizetype m_at = 0;
     bool m_failed = false;
+    // Reading a file's entry takes two passes: the first only adds up the length of its texts.
+    bool m_measuring = false;
+    qsizetype m_units = 0;
+    QString* m_block = nullptr;
+    char16_t* m_blockAt = nullptr;
 };
 
 } // namespace
@@ -381,14 +460,55 @@ namespace {
 // what the benchmark's index of 10,000 files takes. Every fault the load takes itself delays the
 // whole start, so this errs on the high side; what is not used goes back when the load is over.
 constexpr size_t kLoadedQuartersPerIndexByte = 10;
+// The load makes its memory ready this much ahead of what it has read: enough to take hundreds of
+// fresh pages in one go, little enough that the first entries are handed over at once.
+constexpr size_t kLoadReservationStep = 2 << 20;
+// Entries are handed to the scan in chunks of this many.
+constexpr size_t kChunkEntries = 128;
+// The load asks for the status of a file when the scan is at least this many entries behind.
+constexpr qsizetype kStatusLead = 256;
 
 } // namespace
 
-bool CatalogueIndex::Load(bool reserveMemory)
+void CatalogueIndex::ExpectLoad()
 {
-    m_loaded.clear();
+    // Whatever an earlier load of this index gave is dropped, on the thread that takes entries.
+    m_seen.clear();
+    m_next = EntryAt();
+    m_byPath.clear();
+    m_byPathMade = false;
+    m_passed = 0;
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    m_chunks.clear();
+    m_entryCount = 0;
     m_source.reset();
     m_loadedScanStartedNs = 0;
+    m_state = LoadState::Loading;
+}
+
+bool CatalogueIndex::Load(bool reserveMemory, bool askStatus)
+{
+    // Announced already when the load runs on another thread than the scan's.
+    if (m_state != LoadState::Loading)
+        ExpectLoad();
+    qsizetype entries = 0;
+    bool loaded = false;
+    try
+    {
+        loaded = LoadEntries(reserveMemory, askStatus, entries);
+    }
+    catch (...)
+    {
+        // An index that could not be read for want of memory is no index; a scan waiting for
+        // its entries must still hear that the load has ended.
+        loaded = false;
+    }
+    EndLoad(loaded, entries);
+    return loaded;
+}
+
+bool CatalogueIndex::LoadEntries(bool reserveMemory, bool askStatus, qsizetype& entries)
+{
     if (m_file.isEmpty() || !IsRegularFile(m_file))
         return false;
     auto source = std::make_unique<QFile>(m_file);
@@ -418,14 +538,42 @@ bool CatalogueIndex::Load(bool reserveMemory)
     const auto scanStarted = head.Number<qint64>();
     if (head.Failed() || !head.AtEnd())
         return false;
-    // The entries of an index of this catalogue are about to fill this thread's heap: their texts
-    // widen from UTF-8 to UTF-16, and each text, list and file has a header of its own.
-    const Platform::HeapReservation reservation(
-        reserveMemory ? size_t(source->size()) * kLoadedQuartersPerIndexByte / 4 : 0);
-    QHash<QString, Entry> loaded;
+    {
+        // Read by the scan only after it has been handed a chunk.
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        m_loadedScanStartedNs = scanStarted;
+    }
+    // The entries of an index of this catalogue fill this thread's heap as they are read: their
+    // texts widen from UTF-8 to UTF-16, and each text, list and file has a header of its own.
+    // Their memory is made ready a step ahead of them, so that the scan, which takes the entries
+    // as they come, never waits for all of it.
+    const size_t planned = reserveMemory ? size_t(source->size()) * kLoadedQuartersPerIndexByte / 4 : 0;
+    std::vector<std::unique_ptr<Platform::HeapReservation>> reservations;
+    size_t reserved = 0;
+    const auto reserveAhead = [&](qint64 read) {
+        const size_t wanted =
+            std::min(planned, size_t(read) * kLoadedQuartersPerIndexByte / 4 + kLoadReservationStep);
+        while (reserved < wanted)
+        {
+            const size_t step = std::min(kLoadReservationStep, planned - reserved);
+            reservations.push_back(std::make_unique<Platform::HeapReservation>(step));
+            reserved += step;
+        }
+    };
+    // Handed over before any entry is, so that the scan may copy the blocks it took even when a
+    // later one turns out damaged. Neither thread reads it again until the load has ended.
+    {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        m_source = std::move(source);
+    }
+    std::vector<Entry> chunk;
+    chunk.reserve(kChunkEntries);
+    qsizetype published = 0;
+    Platform::FolderStatus status;
     for (;;)
     {
         const qint64 offset = kHeaderSize + blocks.Offset();
+        reserveAhead(offset);
         block = blocks.Next(size);
         if (!block)
             return false;
@@ -434,59 +582,221 @@ bool CatalogueIndex::Load(bool reserveMemory)
         if (kind == kEndBlock)
         {
             const auto count = reader.Number<quint32>();
-            if (reader.Failed() || !reader.AtEnd() || count != quint64(loaded.size()) || !blocks.AtEnd())
+            if (reader.Failed() || !reader.AtEnd() || count != quint64(entries) || !blocks.AtEnd())
                 return false;
             break;
         }
         if (kind != kEntryBlock)
             return false;
-        const QString path = reader.Text();
         Entry entry;
+        entry.path = reader.Text();
         entry.identity = reader.Identity();
         entry.file = reader.File();
-        if (reader.Failed() || !reader.AtEnd() || loaded.contains(path))
+        if (reader.Failed() || !reader.AtEnd())
             return false;
         entry.offset = offset;
         entry.length = kHeaderSize + blocks.Offset() - offset;
-        loaded.insert(path, std::move(entry));
+        if (askStatus && published * qsizetype(kChunkEntries) + qsizetype(chunk.size()) >
+                             m_passed.load(std::memory_order_relaxed) + kStatusLead)
+        {
+            entry.status = status.Of(entry.path);
+            entry.statusAsked = true;
+        }
+        chunk.push_back(std::move(entry));
+        ++entries;
+        if (chunk.size() == kChunkEntries)
+        {
+            Publish(chunk);
+            ++published;
+        }
     }
-    m_loaded = std::move(loaded);
-    // A later start enters about every file the index holds.
-    m_entered.reserve(m_loaded.size());
-    m_loadedScanStartedNs = scanStarted;
-    m_source = std::move(source);
+    if (!chunk.empty())
+        Publish(chunk);
     return true;
 }
 
-QByteArray CatalogueIndex::LoadedBlock(const Entry& entry) const
+void CatalogueIndex::Publish(std::vector<Entry>& chunk)
+{
+    {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        m_chunks.push_back(std::move(chunk));
+    }
+    m_changed.notify_all();
+    chunk = std::vector<Entry>();
+    chunk.reserve(kChunkEntries);
+}
+
+void CatalogueIndex::EndLoad(bool loaded, qsizetype entries)
+{
+    {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        m_entryCount = entries;
+        m_state = loaded ? LoadState::Loaded : LoadState::Failed;
+    }
+    m_changed.notify_all();
+}
+
+const QHash<QString, CatalogueIndex::EntryAt>& CatalogueIndex::Paths()
+{
+    if (m_byPathMade)
+        return m_byPath;
+    m_byPathMade = true;
+    // Kept after a failure too: the entries handed over before it are intact, and the blocks of
+    // those the scan took are copied into the new index.
+    qsizetype count = 0;
+    for (const auto& [entries, size] : m_seen)
+        count += size;
+    m_byPath.reserve(count);
+    // From the last entry back, so that the first of two for one path is the one kept.
+    for (size_t chunk = m_seen.size(); chunk-- > 0;)
+    {
+        for (qsizetype at = m_seen[chunk].second; at-- > 0;)
+            m_byPath.insert(m_seen[chunk].first[at].path, EntryAt{qsizetype(chunk), at});
+    }
+    return m_byPath;
+}
+
+void CatalogueIndex::SeeChunks(std::unique_lock<std::mutex>& lock)
+{
+    Q_UNUSED(lock);
+    for (size_t k = m_seen.size(); k < m_chunks.size(); ++k)
+        m_seen.emplace_back(m_chunks[k].data(), qsizetype(m_chunks[k].size()));
+}
+
+bool CatalogueIndex::WaitForLoad()
+{
+    std::unique_lock<std::mutex> lock(m_mutex);
+    m_changed.wait(lock, [this] { return m_state != LoadState::Loading; });
+    SeeChunks(lock);
+    return m_state == LoadState::Loaded;
+}
+
+bool CatalogueIndex::MayAnswer() const
+{
+    const LoadState state = m_state;
+    return state == LoadState::Loading || state == LoadState::Loaded;
+}
+
+CatalogueIndex::Entry* CatalogueIndex::NextEntry(const QString& path)
+{
+    for (;;)
+    {
+        if (size_t(m_next.chunk) < m_seen.size())
+        {
+            const auto [entries, count] = m_seen[size_t(m_next.chunk)];
+            if (m_next.at >= count)
+            {
+                ++m_next.chunk;
+                m_next.at = 0;
+                continue;
+            }
+            Entry& entry = entries[m_next.at];
+            if (entry.path != path)
+                return nullptr;
+            ++m_next.at;
+            m_passed.store(m_next.chunk * qsizetype(kChunkEntries) + m_next.at, std::memory_order_relaxed);
+            return &entry;
+        }
+        std::unique_lock<std::mutex> lock(m_mutex);
+        m_changed.wait(lock,
+                       [this] { return m_chunks.size() > m_seen.size() || m_state != LoadState::Loading; });
+        const size_t seen = m_seen.size();
+        SeeChunks(lock);
+        // The load has ended with nothing more to hand over.
+        if (m_seen.size() == seen)
+            return nullptr;
+    }
+}
+
+bool CatalogueIndex::LoadedStatus(const QString& path, Platform::ListedFile& status)
+{
+    if (!MayAnswer())
+        return false;
+    for (;;)
+    {
+        if (size_t(m_next.chunk) >= m_seen.size())
+        {
+            std::unique_lock<std::mutex> lock(m_mutex);
+            const size_t seen = m_seen.size();
+            SeeChunks(lock);
+            if (m_seen.size() == seen)
+                return false;
+            continue;
+        }
+        const auto [entries, count] = m_seen[size_t(m_next.chunk)];
+        if (m_next.at >= count)
+        {
+            ++m_next.chunk;
+            m_next.at = 0;
+            continue;
+        }
+        const Entry& entry = entries[m_next.at];
+        if (!entry.statusAsked || entry.path != path)
+            return false;
+        status = entry.status;
+        return true;
+    }
+}
+
+CatalogueIndex::Entry* CatalogueIndex::EntryOf(const QString& path)
+{
+    if (!WaitForLoad())
+        return nullptr;
+    const QHash<QString, EntryAt>& paths = Paths();
+    const auto found = paths.constFind(path);
+    if (found == paths.cend())
+        return nullptr;
+    m_next = {found->chunk, found->at + 1};
+    m_passed.store(m_next.chunk * qsizetype(kChunkEntries) + m_next.at, std::memory_order_relaxed);
+    return &m_seen[size_t(found->chunk)].first[found->at];
+}
+
+const CatalogueIndex::Entry* CatalogueIndex::LoadedEntry(const QString& path)
+{
+    const QHash<QString, EntryAt>& paths = Paths();
+    const auto found = paths.constFind(path);
+    if (found == paths.cend() || size_t(found->chunk) >= m_seen.size())
+        return nullptr;
+    return &m_seen[size_t(found->chunk)].first[found->at];
+}
+
+QByteArray CatalogueIndex::LoadedBlock(const Entry* entry) const
 {
     QByteArray bytes;
-    if (!m_source || !m_source->seek(entry.offset))
+    if (!entry || !m_source || !m_source->seek(entry->offset))
         return bytes;
-    bytes.resize(entry.length);
-    if (m_source->read(bytes.data(), entry.length) != entry.length)
+    bytes.resize(entry->length);
+    if (m_source->read(bytes.data(), entry->length) != entry->length)
         bytes.clear();
     return bytes;
 }
 
 ScannedFilePtr CatalogueIndex::Take(const QString& path, const Platform::FileIdentity& identity)
 {
-    const auto found = m_loaded.find(path);
-    if (found == m_loaded.end() || found->identity != identity)
+    if (!MayAnswer())
+        return nullptr;
+    // Unchanged files come in the order the index holds them; anything else is looked up.
+    Entry* entry = NextEntry(path);
+    if (!entry)
+        entry = EntryOf(path);
+    // A damaged block found further on makes the whole index untrusted from then on.
+    if (!entry || !MayAnswer() || entry->identity != identity)
         return nullptr;
     if (identity.modifiedNs > m_loadedScanStartedNs - kRacyWindowNs)
         return nullptr;
-    if (found->file)
+    if (entry->file)
     {
-        ScannedFilePtr file = std::move(found->file);
-        found->taken = file;
+        ScannedFilePtr file = std::move(entry->file);
+        entry->taken = file;
         return file;
     }
     // Taken before (a folder listed twice): the same data while it lives, else read again
-    // from its block.
-    if (ScannedFilePtr file = found->taken.lock())
+    // from its block once the load has let go of the file.
+    if (ScannedFilePtr file = entry->taken.lock())
         return file;
-    const QByteArray block = LoadedBlock(*found);
+    if (!WaitForLoad())
+        return nullptr;
+    const QByteArray block = LoadedBlock(entry);
     if (block.size() < kBlockHeaderSize)
         return nullptr;
     Reader reader(block.constData() + kBlockHeaderSize, block.size() - kBlockHeaderSize);
@@ -496,7 +806,7 @@ ScannedFilePtr CatalogueIndex::Take(const QString& path, const Platform::FileIde
     ScannedFilePtr file = reader.File();
     if (reader.Failed())
         return nullptr;
-    found->taken = file;
+    entry->taken = file;
     return file;
 }
 
@@ -551,10 +861,12 @@ bool CatalogueIndex::StartWriting()
     writing->out.reserve(2 << 20);
     AppendStart(writing->out, writing->block, m_key, m_scanStartedNs);
     m_writing = std::move(writing);
-    // What was entered unchanged so far goes in as it stood in the old index.
+    // What was entered unchanged so far goes in as it stood in the old index, once the load has
+    // let go of it.
+    WaitForLoad();
     for (const QString& path : std::as_const(m_unchangedEntered))
     {
-        const QByteArray copied = LoadedBlock(m_loaded.value(path));
+        const QByteArray copied = LoadedBlock(LoadedEntry(path));
         m_writing->written = m_writing->written && !copied.isEmpty();
         m_writing->out.append(copied);
         ++m_writing->count;
@@ -579,7 +891,7 @@ void CatalogueIndex::Enter(const QString& path, const Platform::FileIdentity& id
         return;
     if (fromIndex)
     {
-        const QByteArray copied = LoadedBlock(m_loaded.value(path));
+        const QByteArray copied = LoadedBlock(LoadedEntry(path));
         m_writing->written = m_writing->written && !copied.isEmpty();
         m_writing->out.append(copied);
     }
@@ -600,7 +912,8 @@ void CatalogueIndex::Enter(const QString& path, const Platform::FileIdentity& id
 bool CatalogueIndex::Finish()
 {
     // Nothing differed and nothing is gone: the old index stands.
-    if (!m_writing && !m_writeFailed && m_source && m_entered.size() == m_loaded.size())
+    const bool intact = WaitForLoad();
+    if (!m_writing && !m_writeFailed && intact && m_entered.size() == m_entryCount)
         return true;
     if (!StartWriting())
         return false;
@@ -617,6 +930,24 @@ bool CatalogueIndex::Finish()
         return false;
     }
     return writing->output.commit();
+}
+
+void CatalogueIndex::ReleaseOn(QThreadPool& pool)
+{
+    WaitForLoad();
+    auto remains = std::make_shared<
+        std::tuple<std::vector<std::vector<Entry>>, QHash<QString, EntryAt>, QSet<QString>, QStringList>>(
+        std::move(m_chunks), std::move(m_byPath), std::move(m_entered), std::move(m_unchangedEntered));
+    m_chunks.clear();
+    m_seen.clear();
+    m_next = EntryAt();
+    m_byPath.clear();
+    m_byPathMade = false;
+    m_entered.clear();
+    m_unchangedEntered.clear();
+    m_entryCount = 0;
+    m_state = LoadState::None;
+    pool.start([remains = std::move(remains)]() mutable { remains.reset(); });
 }
 
 } // namespace Velmora::WorkflowCore

@@ -9,8 +9,14 @@
 #include <QSet>
 #include <QString>
 #include <QStringList>
+#include <QThreadPool>
 
+#include <atomic>
+#include <condition_variable>
 #include <memory>
+#include <mutex>
+#include <utility>
+#include <vector>
 
 namespace Velmora::WorkflowCore {
 
@@ -52,15 +58,35 @@ public:
 
     // Reads the index an earlier scan wrote. False, with nothing loaded, for anything that is
     // not an intact index of this catalogue in this format. With reserveMemory, the memory the
-    // entries will take is made ready in one go first: worth it in a process whose heap has not
+    // entries will take is made ready as the load goes: worth it in a process whose heap has not
     // held a catalogue yet, wasted in one that has.
-    bool Load(bool reserveMemory = true);
+    //
+    // The load may run on another thread than the scan's, announced by ExpectLoad() first: the
+    // scan then takes each entry as soon as it is read, in the order the index holds them, which
+    // is the order the last scan entered its files in. A later start of unchanged files makes its
+    // records while the rest of the index is still being read.
+    //
+    // With askStatus, the load also asks each entry's file for its status as it reads the entry,
+    // on its own thread, so that the scan need not (see LoadedStatus).
+    bool Load(bool reserveMemory = true, bool askStatus = false);
+    // Announces a load about to run on another thread: until it ends, the scan waits for the
+    // entries it asks for instead of finding none.
+    void ExpectLoad();
+    // Waits for a load running on another thread; true when it read an intact index.
+    bool WaitForLoad();
+    // A scan about to enter about this many files takes the room to remember them at once.
+    void ReserveEntries(qsizetype files) { m_entered.reserve(files); }
+    // Whether the index may still answer: a load is running or has read an intact index.
+    bool MayAnswer() const;
     // What path gave the last scan, when the file still has the identity it had then and was
     // last changed well before that scan began: a change made within the same tick of the
-    // file system's clock as the read could not be told from the file read. Null otherwise.
-    // The index keeps no hold of what it hands out, so that the catalogue's records are the
-    // only holders of their texts.
+    // file system's clock as the read could not be told from the file read. Null otherwise, and
+    // null for every file once the load has found the index damaged. The index keeps no hold of
+    // what it hands out, so that the catalogue's records are the only holders of their texts.
     ScannedFilePtr Take(const QString& path, const Platform::FileIdentity& identity);
+    // The status the load took of path's file, when path's entry is the next one and already
+    // handed over; false otherwise, without waiting, and the scan asks the file itself.
+    bool LoadedStatus(const QString& path, Platform::ListedFile& status);
     // Enters what this scan took for path, read from the file or taken from the index
     // (fromIndex). The new index is written as files are entered, from the first one that
     // differs from what was loaded on: a scan of unchanged files writes nothing, and a first
@@ -71,6 +97,10 @@ public:
     // atomically and under a lock file. False when nothing could be written (the reason does
     // not matter: the next start reads the files again).
     bool Finish();
+    // After Finish: what the index still holds of the loaded entries and of the scan's files is
+    // let go of on a thread of pool, while the scan's thread goes on. Thousands of entries take a
+    // while to free, and nothing of them is needed once the scan is over.
+    void ReleaseOn(QThreadPool& pool);
 
     // An index file of the catalogue key whose blocks after the first are the given payloads,
     // each framed and digested as a scan frames its blocks: for tests and fuzzing that must
@@ -85,25 +115,73 @@ public:
 private:
     struct Entry
     {
+        QString path;
         Platform::FileIdentity identity;
         // What was loaded, until it is taken; then only the block it came from.
         ScannedFilePtr file;
         std::weak_ptr<const ScannedFile> taken;
         qint64 offset = 0;
         qint64 length = 0;
+        // The file as the load found it, when it asked.
+        Platform::ListedFile status;
+        bool statusAsked = false;
+    };
+    // Where an entry is: its chunk and its place in it.
+    struct EntryAt
+    {
+        qsizetype chunk = 0;
+        qsizetype at = 0;
+    };
+    enum class LoadState
+    {
+        None,
+        Loading,
+        Loaded,
+        Failed
     };
     struct Writing;
 
+    bool LoadEntries(bool reserveMemory, bool askStatus, qsizetype& entries);
+    void Publish(std::vector<Entry>& chunk);
+    void EndLoad(bool loaded, qsizetype entries);
+    // Once the load has ended: where each path's entry is, made on first use (only files out of
+    // step with the index need it). The first of two entries for one path counts.
+    const QHash<QString, EntryAt>& Paths();
+    // The entry at the scan's place in the index when it is path's; waits for it to be read.
+    Entry* NextEntry(const QString& path);
+    // Path's entry wherever it is, once the whole index is read; the scan goes on after it.
+    Entry* EntryOf(const QString& path);
+    void SeeChunks(std::unique_lock<std::mutex>& lock);
     bool StartWriting();
-    QByteArray LoadedBlock(const Entry& entry) const;
+    // Once the load has ended: the entry of path, null when there is none, and its bytes.
+    const Entry* LoadedEntry(const QString& path);
+    QByteArray LoadedBlock(const Entry* entry) const;
 
     QString m_file;
     QString m_key;
     qint64 m_scanStartedNs = 0;
+
+    // Shared by the loading thread and the scan's thread.
+    std::mutex m_mutex;
+    std::condition_variable m_changed;
+    std::atomic<LoadState> m_state{LoadState::None};
+    // Entries in the order of the index, in chunks handed over as they are read; an entry is
+    // never touched by the loading thread once its chunk is handed over.
+    std::vector<std::vector<Entry>> m_chunks;
+    // How many entries the scan has passed: the load asks for the status of files only well
+    // ahead of the scan, and leaves the files the scan is about to reach to the scan.
+    std::atomic<qsizetype> m_passed{0};
     qint64 m_loadedScanStartedNs = 0;
-    QHash<QString, Entry> m_loaded;
+    // How many entries the load read, once it has ended.
+    qsizetype m_entryCount = 0;
     // The loaded index stays open: its blocks are copied into the new one as they stand.
     std::unique_ptr<QFile> m_source;
+
+    // The scan's thread only: the chunks it has seen and its place among the entries.
+    std::vector<std::pair<Entry*, qsizetype>> m_seen;
+    EntryAt m_next;
+    QHash<QString, EntryAt> m_byPath;
+    bool m_byPathMade = false;
     QSet<QString> m_entered;
     // Files entered unchanged before anything differed: copied once writing starts.
     QStringList m_unchangedEntered;

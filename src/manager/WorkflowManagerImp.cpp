@@ -78,6 +78,8 @@ const qsizetype kParallelScanMinimum = 8;
 const size_t kScanBatch = 16;
 // An index smaller than this, a few dozen files' worth, is read on the caller's thread alone.
 const qint64 kParallelIndexMinimum = 64 * 1024;
+// What a scan of at least this many files leaves in its index is let go of on a worker.
+const qsizetype kReleaseAsideMinimum = 1000;
 
 // What parsing a file takes of a worker's heap, in eighths of a byte per byte of the file: the
 // plain data its records keep, the rest being reused from batch to batch. A little under what
@@ -87,9 +89,9 @@ constexpr qint64 kParsedEighthsPerFileByte = 12;
 // enough to leave nothing much unused when the folder is done.
 constexpr qint64 kWorkerReservationStep = 1024 * 1024;
 // What the records of a file the index answers for take of the caller's heap (the record, its
-// fields, its keys in the lookups, the file's entry in the scan), a little under what the
-// benchmark's records take. A file that is parsed leaves most of that on the worker's heap.
-constexpr size_t kRecordBytesPerIndexedFile = 1400;
+// fields, its keys in the lookups, its path), about what the benchmark's records take. The
+// file's plain data stays on the heap of the thread that loaded or parsed it.
+constexpr size_t kRecordBytesPerIndexedFile = 1100;
 
 // The most workflow files one scan in this process has taken. A heap that held a catalogue keeps
 // its pages after the catalogue is gone, and a rescan fills them again: only what goes beyond
@@ -262,8 +264,8 @@ void WorkflowManagerImp::ScanCatalogue()
                                   ? QString()
                                   : CatalogueIndex::FileFor(folders, m_currentLocale);
     CatalogueIndex index(indexFile, CatalogueIndex::KeyFor(folders, m_currentLocale), scanStartedNs);
-    // A large index is read on a worker while this thread lists the folders; a small one is
-    // read here, as a few files are.
+    // A large index is read on a worker while this thread lists the folders and makes the
+    // records of the entries read so far; a small one is read here, as a few files are.
     std::future<void> loading;
     const struct WaitForLoading
     {
@@ -281,29 +283,24 @@ void WorkflowManagerImp::ScanCatalogue()
     }
     else if (!indexFile.isEmpty())
     {
+        index.ExpectLoad();
         auto loaded = std::make_shared<std::promise<void>>();
         loading = loaded->get_future();
         ScanPool().start([&index, loaded, freshHeap] {
-            try
-            {
-                index.Load(freshHeap);
-            }
-            catch (...)
-            {
-                // An index that could not be read for want of memory is no index.
-            }
+            index.Load(freshHeap, true);
             loaded->set_value();
         });
     }
-    QList<QList<FoundFile>> listed;
-    for (const QString& folder : std::as_const(folders))
-        listed.append(ListWorkflowFiles(folder));
-    if (loading.valid())
-        loading.get();
-    m_lastScanFilesRead = 0;
+    // The names of every folder first: they tell how many files the scan is about.
+    std::vector<ListedFolder> listed;
+    listed.reserve(size_t(folders.size()));
     qsizetype listedCount = 0;
-    for (const QList<FoundFile>& files : std::as_const(listed))
-        listedCount += files.size();
+    for (const QString& folder : std::as_const(folders))
+    {
+        listed.push_back(ListWorkflowFileNames(folder));
+        listedCount += qsizetype(listed.back().candidates.size());
+    }
+    m_lastScanFilesRead = 0;
     const double freshShare = FreshShare(listedCount);
     // Most files hold one workflow: the catalogue and its lookups take their room once, rather
     // than growing and rehashing step by step as thousands of records come in.
@@ -311,11 +308,17 @@ void WorkflowManagerImp::ScanCatalogue()
     m_byId.reserve(listedCount);
     m_byName.reserve(listedCount);
     m_indexedKeys.reserve(listedCount);
-    for (const QList<FoundFile>& files : std::as_const(listed))
-        ReadWorkflowFiles(files, index, freshShare);
+    index.ReserveEntries(listedCount);
+    qsizetype found = 0;
+    for (const ListedFolder& folder : listed)
+        found += ReadListedFolder(folder, index, freshShare);
+    if (loading.valid())
+        loading.get();
     index.Finish();
+    if (found >= kReleaseAsideMinimum)
+        index.ReleaseOn(ScanPool());
     qsizetype held = s_mostFilesScanned.load();
-    while (listedCount > held && !s_mostFilesScanned.compare_exchange_weak(held, listedCount))
+    while (found > held && !s_mostFilesScanned.compare_exchange_weak(held, found))
     {
     }
 
@@ -334,27 +337,133 @@ QThreadPool& WorkflowManagerImp::ScanPool()
     return *m_scanPool;
 }
 
+namespace {
+
+// Whether a name ends in ".workflow", in any case: a folder of thousands of files asks it of
+// every name, so plain letters are compared as they stand, and only a name that ends in other
+// characters (a sign that folds to one of the letters) is compared the long way.
+bool HasWorkflowSuffix(const QString& name)
+{
+    static constexpr char16_t kSuffix[] = u".workflow";
+    constexpr qsizetype kLength = sizeof kSuffix / sizeof kSuffix[0] - 1;
+    if (name.size() < kLength)
+        return false;
+    const QChar* tail = name.constData() + name.size() - kLength;
+    for (qsizetype i = 0; i < kLength; ++i)
+    {
+        const char16_t c = tail[i].unicode();
+        if (c >= 0x80)
+            return name.endsWith(QLatin1String(".workflow"), Qt::CaseInsensitive);
+        const char16_t lower = c >= u'A' && c <= u'Z' ? char16_t(c + (u'a' - u'A')) : c;
+        if (lower != kSuffix[i])
+            return false;
+    }
+    return true;
+}
+
+} // namespace
+
+WorkflowManagerImp::ListedFolder WorkflowManagerImp::ListWorkflowFileNames(const QString& folder)
+{
+    ListedFolder listed;
+    const QString base = QDir::cleanPath(QDir(folder).absolutePath());
+    listed.prefix = base.endsWith(QLatin1Char('/')) ? base : base + QLatin1Char('/');
+    listed.names = std::make_unique<Platform::FolderNames>(folder);
+    // Named "*.workflow" in any case, in the order of their names: what a listing of the folder
+    // for that pattern gives.
+    const QStringList& names = listed.names->Names();
+    listed.candidates.reserve(size_t(names.size()));
+    for (qsizetype i = 0; i < names.size(); ++i)
+    {
+        if (HasWorkflowSuffix(names.at(i)))
+            listed.candidates.push_back(i);
+    }
+    std::sort(listed.candidates.begin(), listed.candidates.end(),
+              [&names](qsizetype a, qsizetype b) { return names.at(a) < names.at(b); });
+    return listed;
+}
+
+bool WorkflowManagerImp::IdentifyWorkflowFile(const ListedFolder& folder, size_t k, FoundFile& file)
+{
+    const Platform::ListedFile listed = folder.names->Identify(folder.candidates[k]);
+    if (!listed.regularFile || listed.hidden)
+        return false;
+    file.path = folder.prefix + listed.name;
+    file.identity = listed.identity;
+    return true;
+}
+
 QList<WorkflowManagerImp::FoundFile> WorkflowManagerImp::ListWorkflowFiles(const QString& folder)
 {
+    const ListedFolder listed = ListWorkflowFileNames(folder);
     QList<FoundFile> found;
-    const QString base = QDir::cleanPath(QDir(folder).absolutePath());
-    const QString prefix = base.endsWith(QLatin1Char('/')) ? base : base + QLatin1Char('/');
-    // Regular files and links to them, not hidden, named "*.workflow" in any case, in the
-    // order of their names: what a listing of the folder for that pattern gives.
-    const QLatin1String suffix(".workflow");
-    QList<Platform::ListedFile> listed = Platform::ListFolder(folder);
-    found.reserve(listed.size());
-    Platform::PrepareMemory(found.data(), size_t(listed.size()) * sizeof(FoundFile));
-    for (Platform::ListedFile& file : listed)
+    found.reserve(qsizetype(listed.candidates.size()));
+    FoundFile file;
+    for (size_t k = 0; k < listed.candidates.size(); ++k)
     {
-        if (!file.regularFile || file.hidden || !file.name.endsWith(suffix, Qt::CaseInsensitive))
-            continue;
-        found.append({std::move(file.name), file.identity});
+        if (IdentifyWorkflowFile(listed, k, file))
+            found.append(std::move(file));
     }
-    std::sort(found.begin(), found.end(),
-              [](const FoundFile& a, const FoundFile& b) { return a.path < b.path; });
-    for (FoundFile& file : found)
-        file.path.prepend(prefix);
+    return found;
+}
+
+qsizetype WorkflowManagerImp::ReadListedFolder(const ListedFolder& folder, CatalogueIndex& index,
+                                               double freshShare)
+{
+    const size_t count = folder.candidates.size();
+    size_t next = 0;
+    qsizetype found = 0;
+    QList<FoundFile> rest;
+    FoundFile file;
+    if (!m_scanReadsDocuments && index.MayAnswer())
+    {
+        // While the index answers, each file is asked its status, taken from the index as the
+        // load hands its entry over, and made into records at once, one file after the other:
+        // a later start of unchanged files makes its records while the other core is still
+        // reading the index, instead of after the status of every file and the whole index.
+        // The records' fresh pages are made ready first, while the load gets ahead.
+        const Platform::HeapReservation reservation(
+            size_t(double(count) * freshShare * double(kRecordBytesPerIndexedFile)));
+        Platform::ListedFile status;
+        for (; next < count; ++next)
+        {
+            // The load asks the files it reads the entries of for their status, on its own
+            // thread; a file it has not reached yet is asked here.
+            const QString& name = folder.names->Names().at(folder.candidates[next]);
+            file.path = folder.prefix + name;
+            if (index.LoadedStatus(file.path, status))
+            {
+                if (!status.regularFile || status.hidden)
+                    continue;
+                file.identity = status.identity;
+            }
+            else if (!IdentifyWorkflowFile(folder, next, file))
+            {
+                continue;
+            }
+            ++found;
+            const ScannedFilePtr scanned = index.Take(file.path, file.identity);
+            if (!scanned)
+                break;
+            if (scanned->result == StreamReadResult::Read)
+                AddWorkflowRecords(file.path, scanned->data);
+            index.Enter(file.path, file.identity, scanned, true);
+        }
+        // From the first file the index does not answer for, the files are read as a first scan
+        // reads them.
+        if (next < count)
+            rest.append(std::move(file));
+        ++next;
+    }
+    rest.reserve(rest.size() + qsizetype(count - std::min(next, count)));
+    for (; next < count; ++next)
+    {
+        if (!IdentifyWorkflowFile(folder, next, file))
+            continue;
+        ++found;
+        rest.append(std::move(file));
+    }
+    ReadWorkflowFiles(rest, index, freshShare);
     return found;
 }
 

@@ -119,6 +119,20 @@ public:
     // The workflow files of one folder in the order a scan reads them: regular files and links
     // to them, not hidden, named "*.workflow" in any case, by name; with absolute paths.
     static QList<FoundFile> ListWorkflowFiles(const QString& folder);
+    // The names of one folder that may be workflow files, in the order a scan reads them, before
+    // anything else is asked of them.
+    struct ListedFolder
+    {
+        std::unique_ptr<Platform::FolderNames> names;
+        // What the absolute path of each file starts with.
+        QString prefix;
+        // The names named "*.workflow" in any case, as places in names, by name.
+        std::vector<qsizetype> candidates;
+    };
+    static ListedFolder ListWorkflowFileNames(const QString& folder);
+    // The kth candidate of a listed folder, when it is a workflow file: a regular file or a link
+    // to one, not hidden, with its identity from a status call made now.
+    static bool IdentifyWorkflowFile(const ListedFolder& folder, size_t k, FoundFile& file);
     // How many files the last scan read, the others being answered by the index.
     qsizetype LastScanFilesRead() const { return m_lastScanFilesRead; }
 
@@ -137,6 +151,8 @@ private:
     // The files of one folder into records, in order. freshShare is the part of the memory they
     // take that is likely fresh to this process: that part is made ready in one go.
     void ReadWorkflowFiles(const QList<FoundFile>& files, CatalogueIndex& index, double freshShare);
+    // The workflow files of one listed folder into records, in order; how many there were.
+    qsizetype ReadListedFolder(const ListedFolder& folder, CatalogueIndex& index, double freshShare);
     void ReadWorkflowDocument(const QString& path);
     // The workers of large scans, started on first use.
     QThreadPool& ScanPool();

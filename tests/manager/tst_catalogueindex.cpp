@@ -647,16 +647,17 @@ private slots:
         QCOMPARE(CompareWithAndWithout("unlocked, again"), qsizetype(0));
     }
 
-    // A large index is read on a worker while the folders are listed: the same catalogue.
-    void largeIndexes()
+    // A folder of files large enough that their index is read on a worker while the scan
+    // already takes its entries; every tenth file a generated one.
+    void MakeLargeCatalogue(Generator& generator, int files)
     {
-        Generator generator(Seed() + 5);
         QDir(m_folder).removeRecursively();
+        QDir(QFileInfo(IndexFile()).absolutePath()).removeRecursively();
         m_names.clear();
         QByteArray steps;
         for (int i = 0; i < 40; ++i)
             steps += "<Step Order=\"" + QByteArray::number(i) + "\" Action=\"Collect the figures\"/>";
-        for (int i = 0; i < 300; ++i)
+        for (int i = 0; i < files; ++i)
         {
             const QString name = QStringLiteral("large_%1.workflow").arg(i, 3, 10, QLatin1Char('0'));
             const QByteArray id = "Large_" + QByteArray::number(i);
@@ -667,6 +668,13 @@ private slots:
             QVERIFY(SetModified(PathOf(name), Old(i)));
             m_names.append(name);
         }
+    }
+
+    // A large index is read on a worker while the folders are listed: the same catalogue.
+    void largeIndexes()
+    {
+        Generator generator(Seed() + 5);
+        MakeLargeCatalogue(generator, 300);
         QCOMPARE(CompareWithAndWithout("large, first"), qsizetype(600));
         QVERIFY(QFileInfo(IndexFile()).size() > 256 * 1024);
         QCOMPARE(CompareWithAndWithout("large, again"), qsizetype(0));
@@ -674,6 +682,96 @@ private slots:
         QVERIFY(SetModified(PathOf(m_names.at(150)), Old(5000)));
         QCOMPARE(CompareWithAndWithout("large, one changed"), qsizetype(2));
         QCOMPARE(CompareWithAndWithout("large, settled"), qsizetype(0));
+    }
+
+    // The scan takes a large index's entries in the order the last scan entered its files; files
+    // gone, added, renamed, replaced or hidden since then put the two orders out of step, and
+    // the catalogue is still the one the files hold.
+    void largeIndexesOutOfStepWithTheFolder()
+    {
+        Generator generator(Seed() + 6);
+        MakeLargeCatalogue(generator, 300);
+        QCOMPARE(CompareWithAndWithout("large, first"), qsizetype(600));
+        for (int round = 0; round < 16; ++round)
+        {
+            const int victim = generator.Below(static_cast<int>(m_names.size()));
+            const QString path = PathOf(m_names.at(victim));
+            qsizetype expectedReads = 1;
+            QByteArray step;
+            switch (round % 6)
+            {
+            case 0:
+                step = "delete";
+                QVERIFY(QFile::remove(path));
+                m_names.removeAt(victim);
+                expectedReads = 0;
+                break;
+            case 1:
+            {
+                step = "add between two files";
+                const QString added = m_names.at(victim).chopped(9) + QStringLiteral("_added.workflow");
+                QVERIFY(WriteFile(PathOf(added), generator.Document(m_serial)));
+                QVERIFY(SetModified(PathOf(added), Old(3000 + round)));
+                m_names.append(added);
+                break;
+            }
+            case 2:
+            {
+                step = "rename to the front";
+                const QString renamed = QStringLiteral("a_%1.workflow").arg(round);
+                QVERIFY(QFile::rename(path, PathOf(renamed)));
+                m_names[victim] = renamed;
+                break;
+            }
+            case 3:
+            {
+                step = "edit";
+                QVERIFY(WriteFile(path, generator.Document(m_serial)));
+                QVERIFY(SetModified(path, Old(4000 + round)));
+                break;
+            }
+            case 4:
+            {
+                step = "hide";
+                const QString hidden = QLatin1Char('.') + m_names.at(victim);
+                QVERIFY(QFile::rename(path, PathOf(hidden)));
+                m_names.removeAt(victim);
+                expectedReads = 0;
+                break;
+            }
+            default:
+            {
+                step = "replace by a folder";
+                QVERIFY(QFile::remove(path));
+                QVERIFY(QDir().mkpath(path));
+                m_names.removeAt(victim);
+                expectedReads = 0;
+                break;
+            }
+            }
+            const qsizetype read = CompareWithAndWithout(step.constData());
+            QVERIFY2(read == 2 * expectedReads, qPrintable(QStringLiteral("%1: %2 files read, %3 expected")
+                                                               .arg(QString::fromLatin1(step))
+                                                               .arg(read)
+                                                               .arg(2 * expectedReads)));
+            QCOMPARE(CompareWithAndWithout("out of step, again"), qsizetype(0));
+        }
+    }
+
+    // A large index damaged near its end is found damaged only after the scan has taken many of
+    // its entries: those were intact, nothing after them is trusted, and the index is rebuilt.
+    void largeIndexDamagedNearItsEnd()
+    {
+        Generator generator(Seed() + 7);
+        MakeLargeCatalogue(generator, 300);
+        QCOMPARE(CompareWithAndWithout("large, first"), qsizetype(600));
+        QCOMPARE(CompareWithAndWithout("large, again"), qsizetype(0));
+        QByteArray bytes = ReadFile(IndexFile());
+        const qsizetype at = bytes.size() - bytes.size() / 50;
+        bytes[at] = static_cast<char>(bytes.at(at) ^ 0x10);
+        QVERIFY(WriteFile(IndexFile(), bytes));
+        QVERIFY(CompareWithAndWithout("damaged near the end") > 0);
+        QCOMPARE(CompareWithAndWithout("rebuilt"), qsizetype(0));
     }
 
     // The sample workflows shipped with the library, with their translations in every locale.
