@@ -1,6 +1,7 @@
 // Feeds any bytes to the per-user settings reader as the settings file, then writes one setting:
 // the written value reads back, every other setting read before reads the same afterwards, and a
-// file that cannot be read is never replaced.
+// file that cannot be read is never replaced. Bytes the writer's own layout reader takes read the
+// same through the XML reader.
 
 #include "workflow/WorkflowSettings.h"
 
@@ -45,6 +46,11 @@ extern "C" int LLVMFuzzerInitialize(int*, char***)
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
 {
     const QByteArray bytes = Bytes(data, size);
+    // What the byte-by-byte reader reads of the writer's own layout, the XML reader reads the same.
+    QList<QString> asWritten;
+    QList<QString> plain;
+    if (ReadSettingsAsWritten(bytes, asWritten))
+        Check(ReadPlainSettings(bytes, plain) && plain == asWritten);
     const QString file = WorkflowSettingsFile();
     Check(!file.isEmpty());
     QDir().mkpath(WorkflowSettingsFolder());
