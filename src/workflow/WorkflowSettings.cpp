@@ -246,13 +246,12 @@ bool ParseAsWritten(const QByteArray& bytes, QList<QString>& elements)
             return false;
         // Where each attribute's name starts and ends in packed, to tell a name given twice.
         QVarLengthArray<std::pair<qsizetype, qsizetype>, 8> names;
+        // Each element is packed here first, then kept in a text of its exact size.
+        QString packed;
+        packed.reserve(256);
         while (take(QLatin1StringView("        <Workflow")))
         {
-            // The element's line bounds what it packs into: the characters are fewer than the
-            // bytes, and the quotes, spaces and signs the line holds more than the ends added.
-            const char* const lineEnd = static_cast<const char*>(std::memchr(at, '\n', size_t(end - at)));
-            QString packed;
-            packed.reserve(lineEnd ? lineEnd - at : end - at);
+            packed.resize(0);
             names.clear();
             bool hasId = false;
             while (at < end && *at == ' ')
@@ -281,7 +280,7 @@ bool ParseAsWritten(const QByteArray& bytes, QList<QString>& elements)
             }
             if (!hasId || !take(QLatin1StringView("/>\n")))
                 return false;
-            read.append(std::move(packed));
+            read.append(QString(packed.constData(), packed.size()));
         }
         // The writer writes an empty list as one empty element.
         if (read.isEmpty() || !take(QLatin1StringView("    </Workflows>\n")))
