@@ -277,6 +277,10 @@ void WorkflowManagerImp::ScanCatalogue()
         }
     } waitForLoading{loading};
     const bool freshHeap = s_mostFilesScanned.load() == 0;
+    // In a heap that held a catalogue already, records are made faster than entries are loaded,
+    // and taking each entry as it comes costs the two threads more in each other's way than it
+    // saves.
+    const bool takeAsLoaded = freshHeap || m_alwaysTakeAsLoaded;
     if (!indexFile.isEmpty() && QFileInfo(indexFile).size() < kParallelIndexMinimum)
     {
         index.Load(freshHeap);
@@ -286,8 +290,8 @@ void WorkflowManagerImp::ScanCatalogue()
         index.ExpectLoad();
         auto loaded = std::make_shared<std::promise<void>>();
         loading = loaded->get_future();
-        ScanPool().start([&index, loaded, freshHeap] {
-            index.Load(freshHeap, true);
+        ScanPool().start([&index, loaded, freshHeap, takeAsLoaded] {
+            index.Load(freshHeap, takeAsLoaded);
             loaded->set_value();
         });
     }
@@ -311,7 +315,7 @@ void WorkflowManagerImp::ScanCatalogue()
     index.ReserveEntries(listedCount);
     qsizetype found = 0;
     for (const ListedFolder& folder : listed)
-        found += ReadListedFolder(folder, index, freshShare);
+        found += ReadListedFolder(folder, index, freshShare, takeAsLoaded);
     if (loading.valid())
         loading.get();
     index.Finish();
@@ -408,14 +412,14 @@ QList<WorkflowManagerImp::FoundFile> WorkflowManagerImp::ListWorkflowFiles(const
 }
 
 qsizetype WorkflowManagerImp::ReadListedFolder(const ListedFolder& folder, CatalogueIndex& index,
-                                               double freshShare)
+                                               double freshShare, bool takeAsLoaded)
 {
     const size_t count = folder.candidates.size();
     size_t next = 0;
     qsizetype found = 0;
     QList<FoundFile> rest;
     FoundFile file;
-    if (!m_scanReadsDocuments && index.MayAnswer())
+    if (takeAsLoaded && !m_scanReadsDocuments && index.MayAnswer())
     {
         // While the index answers, each file is asked its status, taken from the index as the
         // load hands its entry over, and made into records at once, one file after the other:

@@ -110,6 +110,10 @@ public:
     // Whether scans keep and use the per-user index of what the files held. Off, every file is
     // read: the catalogue the index is checked against.
     void SetScanUsesIndex(bool use) { m_useScanIndex = use; }
+    // Whether every scan takes each entry of a large index as soon as its load hands it over, as
+    // a process's first scan does (its memory is all fresh, and the load's is the dearer half);
+    // a later scan in the same process otherwise asks all files for their status first.
+    void SetScanTakesEntriesAsLoaded(bool always) { m_alwaysTakeAsLoaded = always; }
     // A workflow file of a folder, with its identity when it was listed.
     struct FoundFile
     {
@@ -151,8 +155,11 @@ private:
     // The files of one folder into records, in order. freshShare is the part of the memory they
     // take that is likely fresh to this process: that part is made ready in one go.
     void ReadWorkflowFiles(const QList<FoundFile>& files, CatalogueIndex& index, double freshShare);
-    // The workflow files of one listed folder into records, in order; how many there were.
-    qsizetype ReadListedFolder(const ListedFolder& folder, CatalogueIndex& index, double freshShare);
+    // The workflow files of one listed folder into records, in order; how many there were. With
+    // takeAsLoaded, each file's entry is taken as soon as the index's load hands it over; else
+    // the folder's files are all asked for their status first.
+    qsizetype ReadListedFolder(const ListedFolder& folder, CatalogueIndex& index, double freshShare,
+                               bool takeAsLoaded);
     void ReadWorkflowDocument(const QString& path);
     // The workers of large scans, started on first use.
     QThreadPool& ScanPool();
@@ -177,6 +184,7 @@ private:
     bool m_catalogueLoaded = false;
     bool m_scanReadsDocuments = false;
     bool m_useScanIndex = true;
+    bool m_alwaysTakeAsLoaded = false;
     qsizetype m_lastScanFilesRead = 0;
     HostApplicationContext* m_context = nullptr;
     std::unique_ptr<ExecutingRegistry> m_registry;

@@ -223,6 +223,9 @@ class tst_CatalogueIndex : public QObject
     QString m_folder;
     QStringList m_names;
     int m_serial = 0;
+    // Whether scans take the index's entries as they are loaded, as a process's first one does,
+    // or ask every file for its status first, as later ones do.
+    bool m_takeAsLoaded = false;
 
     // A fresh start of the catalogue: a new manager, the search path set, one scan.
     Scan ScanOnce(bool useIndex, const QString& locale = QStringLiteral("en-US"))
@@ -233,6 +236,7 @@ class tst_CatalogueIndex : public QObject
             return scan;
         WorkflowManagerImp* imp = Imp();
         imp->SetScanUsesIndex(useIndex);
+        imp->SetScanTakesEntriesAsLoaded(m_takeAsLoaded);
         imp->SetCurrentLocale(locale);
         const auto record = [&scan](const char* name) {
             return [&scan, name](int value) {
@@ -317,7 +321,23 @@ class tst_CatalogueIndex : public QObject
         QVERIFY(WriteTranslations(QStringLiteral("de-DE"), QStringLiteral("Deutsch")));
     }
 
+    // Each test of this column runs twice: scans taking the index's entries as they are
+    // loaded, and scans asking every file for its status first.
+    static void AddTakingColumn()
+    {
+        QTest::addColumn<bool>("takeAsLoaded");
+        QTest::newRow("taken as loaded") << true;
+        QTest::newRow("status first") << false;
+    }
+    void FetchTaking()
+    {
+        QFETCH(bool, takeAsLoaded);
+        m_takeAsLoaded = takeAsLoaded;
+    }
+
 private slots:
+    void init() { m_takeAsLoaded = false; }
+
     void initTestCase()
     {
         QVERIFY(m_env.Setup());
@@ -372,8 +392,10 @@ private slots:
 
     // A later start with nothing changed reads no file at all; each change is read again, and
     // the catalogue always equals the one read without the index.
+    void mutationsBetweenScans_data() { AddTakingColumn(); }
     void mutationsBetweenScans()
     {
+        FetchTaking();
         Generator generator(Seed());
         MakeCatalogue(generator, 40);
         QCOMPARE(CompareWithAndWithout("first scan"), qsizetype(80));
@@ -545,14 +567,19 @@ private slots:
     void damagedIndexesAreIgnoredAndRebuilt_data()
     {
         QTest::addColumn<QString>("damage");
+        QTest::addColumn<bool>("takeAsLoaded");
         for (const char* damage :
              {"truncated to nothing", "truncated in the header", "truncated in a file",
               "truncated by one byte", "one byte flipped", "a byte appended", "a later format",
               "foreign bytes", "another catalogue's index", "a folder"})
-            QTest::newRow(damage) << QString::fromLatin1(damage);
+        {
+            QTest::addRow("%s, taken as loaded", damage) << QString::fromLatin1(damage) << true;
+            QTest::addRow("%s, status first", damage) << QString::fromLatin1(damage) << false;
+        }
     }
     void damagedIndexesAreIgnoredAndRebuilt()
     {
+        FetchTaking();
         QFETCH(QString, damage);
         Generator generator(Seed() + 2);
         MakeCatalogue(generator, 12);
@@ -671,8 +698,10 @@ private slots:
     }
 
     // A large index is read on a worker while the folders are listed: the same catalogue.
+    void largeIndexes_data() { AddTakingColumn(); }
     void largeIndexes()
     {
+        FetchTaking();
         Generator generator(Seed() + 5);
         MakeLargeCatalogue(generator, 300);
         QCOMPARE(CompareWithAndWithout("large, first"), qsizetype(600));
@@ -687,8 +716,10 @@ private slots:
     // The scan takes a large index's entries in the order the last scan entered its files; files
     // gone, added, renamed, replaced or hidden since then put the two orders out of step, and
     // the catalogue is still the one the files hold.
+    void largeIndexesOutOfStepWithTheFolder_data() { AddTakingColumn(); }
     void largeIndexesOutOfStepWithTheFolder()
     {
+        FetchTaking();
         Generator generator(Seed() + 6);
         MakeLargeCatalogue(generator, 300);
         QCOMPARE(CompareWithAndWithout("large, first"), qsizetype(600));
@@ -760,8 +791,10 @@ private slots:
 
     // A large index damaged near its end is found damaged only after the scan has taken many of
     // its entries: those were intact, nothing after them is trusted, and the index is rebuilt.
+    void largeIndexDamagedNearItsEnd_data() { AddTakingColumn(); }
     void largeIndexDamagedNearItsEnd()
     {
+        FetchTaking();
         Generator generator(Seed() + 7);
         MakeLargeCatalogue(generator, 300);
         QCOMPARE(CompareWithAndWithout("large, first"), qsizetype(600));
