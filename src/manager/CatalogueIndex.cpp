@@ -677,65 +677,50 @@ bool CatalogueIndex::MayAnswer() const
     return state == LoadState::Loading || state == LoadState::Loaded;
 }
 
-CatalogueIndex::Entry* CatalogueIndex::NextEntry(const QString& path)
+CatalogueIndex::Entry* CatalogueIndex::EntryAtPlace(bool wait)
 {
     for (;;)
     {
         if (size_t(m_next.chunk) < m_seen.size())
         {
             const auto [entries, count] = m_seen[size_t(m_next.chunk)];
-            if (m_next.at >= count)
-            {
-                ++m_next.chunk;
-                m_next.at = 0;
-                continue;
-            }
-            Entry& entry = entries[m_next.at];
-            if (entry.path != path)
-                return nullptr;
-            ++m_next.at;
-            m_passed.store(m_next.chunk * qsizetype(kChunkEntries) + m_next.at, std::memory_order_relaxed);
-            return &entry;
+            if (m_next.at < count)
+                return &entries[m_next.at];
+            ++m_next.chunk;
+            m_next.at = 0;
+            continue;
         }
         std::unique_lock<std::mutex> lock(m_mutex);
-        m_changed.wait(lock,
-                       [this] { return m_chunks.size() > m_seen.size() || m_state != LoadState::Loading; });
+        if (wait)
+            m_changed.wait(
+                lock, [this] { return m_chunks.size() > m_seen.size() || m_state != LoadState::Loading; });
         const size_t seen = m_seen.size();
         SeeChunks(lock);
-        // The load has ended with nothing more to hand over.
+        // Nothing more handed over: not yet, or (when waiting) the load has ended.
         if (m_seen.size() == seen)
             return nullptr;
     }
+}
+
+CatalogueIndex::Entry* CatalogueIndex::NextEntry(const QString& path)
+{
+    Entry* entry = EntryAtPlace(true);
+    if (!entry || entry->path != path)
+        return nullptr;
+    ++m_next.at;
+    m_passed.store(m_next.chunk * qsizetype(kChunkEntries) + m_next.at, std::memory_order_relaxed);
+    return entry;
 }
 
 bool CatalogueIndex::LoadedStatus(const QString& path, Platform::ListedFile& status)
 {
     if (!MayAnswer())
         return false;
-    for (;;)
-    {
-        if (size_t(m_next.chunk) >= m_seen.size())
-        {
-            std::unique_lock<std::mutex> lock(m_mutex);
-            const size_t seen = m_seen.size();
-            SeeChunks(lock);
-            if (m_seen.size() == seen)
-                return false;
-            continue;
-        }
-        const auto [entries, count] = m_seen[size_t(m_next.chunk)];
-        if (m_next.at >= count)
-        {
-            ++m_next.chunk;
-            m_next.at = 0;
-            continue;
-        }
-        const Entry& entry = entries[m_next.at];
-        if (!entry.statusAsked || entry.path != path)
-            return false;
-        status = entry.status;
-        return true;
-    }
+    const Entry* entry = EntryAtPlace(false);
+    if (!entry || !entry->statusAsked || entry->path != path)
+        return false;
+    status = entry->status;
+    return true;
 }
 
 CatalogueIndex::Entry* CatalogueIndex::EntryOf(const QString& path)

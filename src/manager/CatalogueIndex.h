@@ -147,7 +147,11 @@ private:
     // Once the load has ended: where each path's entry is, made on first use (only files out of
     // step with the index need it). The first of two entries for one path counts.
     const QHash<QString, EntryAt>& Paths();
-    // The entry at the scan's place in the index when it is path's; waits for it to be read.
+    // The entry at the scan's place in the index, null when none has been handed over there;
+    // with wait, waits for one until the load ends.
+    Entry* EntryAtPlace(bool wait);
+    // The entry at the scan's place in the index when it is path's, and the scan goes past it;
+    // waits for it to be read.
     Entry* NextEntry(const QString& path);
     // Path's entry wherever it is, once the whole index is read; the scan goes on after it.
     Entry* EntryOf(const QString& path);

@@ -291,6 +291,13 @@ class tst_CatalogueIndex : public QObject
         return indexed.filesRead;
     }
 
+    // What a step read against what it should have, for a failure to say.
+    static QByteArray ReadCount(const QByteArray& step, qsizetype read, qsizetype expected)
+    {
+        return step + ": " + QByteArray::number(read) + " files read, " + QByteArray::number(expected) +
+               " expected";
+    }
+
     QString PathOf(const QString& name) const { return m_folder + QLatin1Char('/') + name; }
 
     bool WriteTranslations(const QString& locale, const QString& flavour)
@@ -508,10 +515,7 @@ private slots:
             QVERIFY2(read >= 0, step.constData());
             // Each mutated file is read once more (twice: the folder is listed twice); nothing
             // else is.
-            QVERIFY2(read == 2 * expectedReads, qPrintable(QStringLiteral("%1: %2 files read, %3 expected")
-                                                               .arg(QString::fromLatin1(step))
-                                                               .arg(read)
-                                                               .arg(2 * expectedReads)));
+            QVERIFY2(read == 2 * expectedReads, ReadCount(step, read, 2 * expectedReads).constData());
             QCOMPARE(CompareWithAndWithout("after a mutation, again"), qsizetype(0));
         }
         QCOMPARE(mutations, 60);
@@ -781,10 +785,7 @@ private slots:
             }
             }
             const qsizetype read = CompareWithAndWithout(step.constData());
-            QVERIFY2(read == 2 * expectedReads, qPrintable(QStringLiteral("%1: %2 files read, %3 expected")
-                                                               .arg(QString::fromLatin1(step))
-                                                               .arg(read)
-                                                               .arg(2 * expectedReads)));
+            QVERIFY2(read == 2 * expectedReads, ReadCount(step, read, 2 * expectedReads).constData());
             QCOMPARE(CompareWithAndWithout("out of step, again"), qsizetype(0));
         }
     }
