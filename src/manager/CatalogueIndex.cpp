@@ -55,16 +55,39 @@ bool IsLatin1(const QString& text)
 
 // A fast digest of the payload, to tell an intact index from a damaged or truncated one. It is
 // no defence against a forger, and need not be: the file is the user's own cache.
+//
+// Four lanes take the words in turn, each mixing only its own: the products of one lane do not
+// wait for those of the others, and an index of many megabytes is checked at the speed it is
+// read. Every step is a bijection of its lane's state, so a change to any one word always
+// changes the digest.
+constexpr quint64 kDigestMultiplier = 0xFF51AFD7ED558CCDULL;
+
+inline quint64 MixWord(quint64 lane, quint64 word)
+{
+    lane = (lane ^ word) * kDigestMultiplier;
+    return lane ^ (lane >> 29);
+}
+
 quint64 Digest(const char* data, qsizetype size)
 {
-    quint64 hash = 0x9E3779B97F4A7C15ULL ^ static_cast<quint64>(size);
+    quint64 lanes[4] = {0x9E3779B97F4A7C15ULL ^ static_cast<quint64>(size), 0xC2B2AE3D27D4EB4FULL,
+                        0x165667B19E3779F9ULL, 0x27D4EB2F165667C5ULL};
     qsizetype at = 0;
+    for (; at + 32 <= size; at += 32)
+    {
+        quint64 words[4];
+        std::memcpy(words, data + at, sizeof words);
+        for (int lane = 0; lane < 4; ++lane)
+            lanes[lane] = MixWord(lanes[lane], words[lane]);
+    }
+    quint64 hash = lanes[0];
+    for (int lane = 1; lane < 4; ++lane)
+        hash = MixWord(hash, lanes[lane]);
     for (; at + 8 <= size; at += 8)
     {
         quint64 word;
         std::memcpy(&word, data + at, 8);
-        hash = (hash ^ word) * 0xFF51AFD7ED558CCDULL;
-        hash ^= hash >> 29;
+        hash = MixWord(hash, word);
     }
     for (; at < size; ++at)
         hash = (hash ^ static_cast<unsigned char>(data[at])) * 0xC4CEB9FE1A85EC53ULL;
@@ -72,19 +95,31 @@ quint64 Digest(const char* data, qsizetype size)
     return hash;
 }
 
+constexpr qsizetype RoundUp(qsizetype count, qsizetype step)
+{
+    return (count + step - 1) / step * step;
+}
+
 // Latin-1 bytes as UTF-16: most of an index's bytes are widened so, sixteen at a time where the
-// processor can.
-void WidenLatin1(char16_t* to, const char* from, qsizetype count)
+// processor can. With overshoot, the last sixteen are widened whole, reading up to fifteen bytes
+// past count and writing up to fifteen units past it: only for a source and a destination known
+// to have that room, where whatever lands past the end is written over or never read.
+constexpr qsizetype kWidenStep = 16;
+
+void WidenLatin1(char16_t* to, const char* from, qsizetype count, bool overshoot)
 {
     qsizetype i = 0;
 #if defined(__SSE2__)
     const __m128i zero = _mm_setzero_si128();
-    for (; i + 16 <= count; i += 16)
+    const qsizetype whole = overshoot ? count : count - kWidenStep + 1;
+    for (; i < whole; i += kWidenStep)
     {
         const __m128i bytes = _mm_loadu_si128(reinterpret_cast<const __m128i*>(from + i));
         _mm_storeu_si128(reinterpret_cast<__m128i*>(to + i), _mm_unpacklo_epi8(bytes, zero));
         _mm_storeu_si128(reinterpret_cast<__m128i*>(to + i + 8), _mm_unpackhi_epi8(bytes, zero));
     }
+#else
+    Q_UNUSED(overshoot);
 #endif
     for (; i < count; ++i)
         to[i] = static_cast<unsigned char>(from[i]);
@@ -201,33 +236,27 @@ public:
             m_units += units + 1;
             return QString();
         }
-        QString text;
-        char16_t* to;
-        if (m_block)
+        if (m_header)
         {
-            // A slice of the file's block: it shares the block's header, and the zero after it
-            // ends it as every text's data is ended.
-            QString::DataPointer slice = m_block->data_ptr();
-            slice.ptr = m_blockAt;
-            slice.size = units;
-            text = QString(std::move(slice));
-            to = m_blockAt;
-            to[units] = u'\0';
+            // A slice of the file's block, ended by a zero as every text's data is. It takes no
+            // reference of its own as it is made: File() adds those of all the slices at once.
+            char16_t* const to = m_blockAt;
             m_blockAt += units + 1;
+            ++m_slices;
+            const bool readable = m_size - (from - m_data) >= RoundUp(units, kWidenStep);
+            if (latin1)
+                WidenLatin1(to, from, units, readable);
+            else
+                std::memcpy(to, from, size_t(units) * 2);
+            to[units] = u'\0';
+            return QString(QString::DataPointer(m_header, to, units));
         }
-        else
-        {
-            text = QString(units, Qt::Uninitialized);
-            to = reinterpret_cast<char16_t*>(text.data());
-        }
+        QString text(units, Qt::Uninitialized);
+        char16_t* const to = reinterpret_cast<char16_t*>(text.data());
         if (latin1)
-        {
-            WidenLatin1(to, from, units);
-        }
+            WidenLatin1(to, from, units, false);
         else
-        {
             std::memcpy(to, from, size_t(units) * 2);
-        }
         return text;
     }
     Platform::FileIdentity Identity()
@@ -254,11 +283,15 @@ public:
         if (m_failed)
             return file;
         m_at = start;
-        QString block(m_units, Qt::Uninitialized);
-        m_block = &block;
+        // Room for the last text to be widened past its end in whole steps.
+        QString block(m_units + kWidenStep - 1, Qt::Uninitialized);
+        m_header = block.data_ptr().d_ptr();
         m_blockAt = block.data_ptr().data();
+        m_slices = 0;
         ReadFile(file.get());
-        m_block = nullptr;
+        // The slices' references, all at once: one atomic step per file rather than one per text.
+        m_header->ref_.fetchAndAddRelaxed(int(m_slices));
+        m_header = nullptr;
         return file;
     }
 
@@ -322,8 +355,9 @@ private:
     // Reading a file's entry takes two passes: the first only adds up the length of its texts.
     bool m_measuring = false;
     qsizetype m_units = 0;
-    QString* m_block = nullptr;
+    QTypedArrayData<char16_t>* m_header = nullptr;
     char16_t* m_blockAt = nullptr;
+    qsizetype m_slices = 0;
 };
 
 } // namespace

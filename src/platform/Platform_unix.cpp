@@ -116,6 +116,55 @@ qint64 CurrentProcessId()
 
 namespace {
 
+// A path or name as the system spells it, for one call. Nearly every name a catalogue asks about
+// is plain ASCII, which is its own encoding: such a text is copied byte for byte into room of
+// its own, and only anything else goes through the file-name encoder.
+class SystemName
+{
+public:
+    explicit SystemName(QStringView text)
+    {
+        const qsizetype size = text.size();
+        if (size < qsizetype(sizeof m_short))
+        {
+            const char16_t* units = text.utf16();
+            qsizetype i = 0;
+            for (; i < size && units[i] < 0x80; ++i)
+                m_short[i] = static_cast<char>(units[i]);
+            if (i == size)
+            {
+                m_short[size] = '\0';
+                m_data = m_short;
+                return;
+            }
+        }
+        m_long = QFile::encodeName(text.toString());
+        m_data = m_long.constData();
+    }
+    SystemName(const SystemName&) = delete;
+    SystemName& operator=(const SystemName&) = delete;
+
+    const char* Data() const { return m_data; }
+    bool IsEmpty() const { return m_data[0] == '\0'; }
+
+private:
+    char m_short[256];
+    QByteArray m_long;
+    const char* m_data = nullptr;
+};
+
+// A name as the system gave it, ended by a zero: ASCII is taken as it stands, anything else is
+// decoded as every file name is.
+QString DecodedName(const char* name, size_t length)
+{
+    for (size_t i = 0; i < length; ++i)
+    {
+        if (static_cast<unsigned char>(name[i]) >= 0x80)
+            return QFile::decodeName(name);
+    }
+    return QString::fromLatin1(name, qsizetype(length));
+}
+
 FileIdentity IdentityOf(const struct stat& info)
 {
     FileIdentity identity;
@@ -133,7 +182,7 @@ FileIdentity IdentityOf(const struct stat& info)
 FileIdentity IdentifyFile(const QString& path)
 {
     struct stat info;
-    if (::stat(QFile::encodeName(path).constData(), &info) != 0)
+    if (::stat(SystemName(path).Data(), &info) != 0)
         return FileIdentity();
     return IdentityOf(info);
 }
@@ -156,8 +205,12 @@ FolderNames::FolderNames(const QString& folder)
         ++count;
     }
     m_names.reserve(count);
-    for (const qsizetype start : std::as_const(m_starts))
-        m_names.append(QFile::decodeName(m_encoded.constData() + start));
+    for (qsizetype i = 0; i < count; ++i)
+    {
+        const qsizetype start = m_starts.at(i);
+        const qsizetype end = i + 1 < count ? m_starts.at(i + 1) : m_encoded.size();
+        m_names.append(DecodedName(m_encoded.constData() + start, size_t(end - start - 1)));
+    }
 }
 
 FolderNames::~FolderNames()
@@ -190,7 +243,7 @@ ListedFile StatusOf(const QString& path)
     const qsizetype slash = path.lastIndexOf(QLatin1Char('/'));
     file.hidden = path.size() > slash + 1 && path.at(slash + 1) == QLatin1Char('.');
     struct stat info;
-    if (::stat(QFile::encodeName(path).constData(), &info) == 0)
+    if (::stat(SystemName(path).Data(), &info) == 0)
     {
         file.identity = IdentityOf(info);
         file.regularFile = S_ISREG(info.st_mode);
@@ -221,10 +274,10 @@ ListedFile FolderStatus::Of(const QString& path)
     if (m_folderHandle < 0)
         return StatusOf(path);
     ListedFile file;
-    const QByteArray name = QFile::encodeName(path.mid(slash + 1));
-    file.hidden = name.startsWith('.');
+    const SystemName name(QStringView(path).mid(slash + 1));
+    file.hidden = name.Data()[0] == '.';
     struct stat info;
-    if (!name.isEmpty() && ::fstatat(m_folderHandle, name.constData(), &info, 0) == 0)
+    if (!name.IsEmpty() && ::fstatat(m_folderHandle, name.Data(), &info, 0) == 0)
     {
         file.identity = IdentityOf(info);
         file.regularFile = S_ISREG(info.st_mode);
@@ -247,7 +300,7 @@ QList<ListedFile> ListFolder(const QString& folder)
 bool ReadRegularFile(const QString& path, QByteArray& bytes)
 {
     // Not blocking: a pipe opened for reading would otherwise wait for a writer here.
-    const int fd = ::open(QFile::encodeName(path).constData(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
+    const int fd = ::open(SystemName(path).Data(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
     if (fd < 0)
         return false;
     struct stat info;
