@@ -18,6 +18,11 @@ bool Same(const QString& a, const QString& b)
     return a == b && a.isNull() == b.isNull();
 }
 
+bool Same(const CompactText& a, const CompactText& b)
+{
+    return a == b && a.isNull() == b.isNull();
+}
+
 bool Same(const WorkflowElementData& a, const WorkflowElementData& b)
 {
     if (!Same(a.tag, b.tag) || a.present != b.present || a.hasIntroduction != b.hasIntroduction ||

@@ -89,17 +89,13 @@ qint64 TextBytes(const WorkflowManagerImp& manager)
     for (Workflow* workflow : manager.Catalogue())
     {
         const WorkflowFields& m = ImpOf(workflow)->Fields();
-        for (const QString* text : {&m.TemplateId,     &m.Id,
-                                    &m.HelpId,         &m.Name,
-                                    &m.Description,    &m.TemplateImage,
-                                    &m.ModifiedImage,  &m.Tooltip,
-                                    &m.Keywords,       &m.Tag,
-                                    &m.UIFile,         &m.Settings,
-                                    &m.SourceFile,     &m.Plugin,
-                                    &m.PrimaryProduct, &m.RequiredProducts,
-                                    &m.TargetProduct,  &m.RequiredProductsDisplayText,
-                                    &m.Introduction,   &m.XlfFile})
+        for (const QString* text :
+             {&m.TemplateId, &m.Id, &m.HelpId, &m.Name, &m.Description, &m.TemplateImage, &m.ModifiedImage,
+              &m.Tooltip, &m.Keywords, &m.Tag, &m.UIFile, &m.SourceFile, &m.Plugin, &m.PrimaryProduct,
+              &m.RequiredProducts, &m.TargetProduct, &m.RequiredProductsDisplayText, &m.Introduction,
+              &m.XlfFile})
             units += text->size();
+        units += m.Settings.size();
         for (const QString& image : m.TemplateImages)
             units += image.size();
         for (const QString& image : m.ModifiedImages)

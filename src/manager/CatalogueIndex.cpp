@@ -153,6 +153,17 @@ public:
         Number<quint32>(static_cast<quint32>(text.size()));
         m_bytes.append(reinterpret_cast<const char*>(text.utf16()), text.size() * 2);
     }
+    // Written as the same text in UTF-16 would be: a reader tells the forms apart by the bytes.
+    void Text(const CompactText& text)
+    {
+        if (!text.IsNarrow())
+        {
+            Text(text.Wide());
+            return;
+        }
+        Number<quint32>(static_cast<quint32>(text.size()) | kLatin1Text);
+        m_bytes.append(text.Latin1());
+    }
     void Identity(const Platform::FileIdentity& identity)
     {
         Number<quint64>(identity.device);
@@ -259,6 +270,22 @@ public:
             std::memcpy(to, from, size_t(units) * 2);
         return text;
     }
+    // A text kept as a record keeps its markup: one written one byte per character is taken in
+    // bytes as it stands, outside the file's block of UTF-16 texts.
+    CompactText Markup()
+    {
+        const qsizetype at = m_at;
+        const auto length = Number<quint32>();
+        if (m_failed || length == kNullText || !(length & kLatin1Text))
+        {
+            m_at = at;
+            return CompactText(Text());
+        }
+        const qsizetype units = qsizetype(length & ~kLatin1Text);
+        if (!Take(units) || m_measuring)
+            return CompactText();
+        return CompactText::FromLatin1(QByteArray(m_data + m_at - units, units));
+    }
     Platform::FileIdentity Identity()
     {
         Platform::FileIdentity identity;
@@ -331,7 +358,7 @@ private:
             element.hasIntroduction = Flag();
             element.introduction = Text();
             element.hasSettings = Flag();
-            element.settings = Text();
+            element.settings = Markup();
             if (file)
                 data.elements.append(std::move(element));
         }

@@ -16,6 +16,27 @@ namespace {
 
 using ByteWriter = InnerXmlWriter<std::string, QByteArrayView>;
 
+// Whether every byte is below 0x80: such UTF-8 reads as the same characters in Latin-1.
+bool IsAscii(QByteArrayView bytes)
+{
+    const char* data = bytes.data();
+    const qsizetype size = bytes.size();
+    qsizetype i = 0;
+    for (; i + 8 <= size; i += 8)
+    {
+        quint64 word;
+        std::memcpy(&word, data + i, 8);
+        if (word & 0x8080808080808080ULL)
+            return false;
+    }
+    for (; i < size; ++i)
+    {
+        if (static_cast<unsigned char>(data[i]) >= 0x80)
+            return false;
+    }
+    return true;
+}
+
 bool IsBlank(char c)
 {
     return c == ' ' || c == '\n' || c == '\t' || c == '\r';
@@ -654,9 +675,15 @@ private:
                 m_writer->Finish();
                 m_writer.reset();
                 // Settings without children stay a null text, as the general reader leaves them.
-                m_element->settings = m_settings.empty() ? QString() : Utf8Text(QByteArrayView(m_settings));
-                // The record keeps this text for its life: no spare capacity.
-                m_element->settings.squeeze();
+                // Markup in plain ASCII, as nearly all is, is its own Latin-1: kept as it stands,
+                // of exactly its size, for the record keeps it for its life.
+                const QByteArrayView markup(m_settings);
+                if (markup.isEmpty())
+                    m_element->settings = CompactText();
+                else if (IsAscii(markup))
+                    m_element->settings = CompactText::FromLatin1(markup.toByteArray());
+                else
+                    m_element->settings = CompactText(Utf8Text(markup));
                 m_settingsDepth = 0;
             }
             else

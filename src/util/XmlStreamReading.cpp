@@ -360,10 +360,12 @@ StreamReadResult ReadWorkflowFileFromDocument(const QString& path, const QString
         if (!settings.isNull())
         {
             element.hasSettings = true;
-            QTextStream stream(&element.settings);
+            QString markup;
+            QTextStream stream(&markup);
             for (QDomNode node = settings.firstChild(); !node.isNull(); node = node.nextSibling())
                 node.save(stream, kIndent);
             stream.flush();
+            element.settings = CompactText(markup);
         }
         result.elements.append(std::move(element));
     }

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include "util/CompactText.h"
+
 #include <QByteArray>
 #include <QList>
 #include <QString>
@@ -72,7 +74,7 @@ struct WorkflowElementData
     // The first "Settings" child: whether there is one, and its children written out with an
     // indent of four, as the document writer writes them.
     bool hasSettings = false;
-    QString settings;
+    CompactText settings;
 
     const QString& Value(WorkflowAttribute attribute) const { return values[attribute]; }
     bool Has(WorkflowAttribute attribute) const { return present[attribute]; }

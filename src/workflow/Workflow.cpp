@@ -102,12 +102,15 @@ void Workflow::SetTag(const WideChar* value)
 
 int Workflow::GetSettings(WideChar* buffer, int size)
 {
-    return CopyTextOut(m_imp->Fields().Settings, buffer, size);
+    return CopyTextOut(m_imp->Fields().Settings.ToString(), buffer, size);
 }
 
 void Workflow::SetSettings(const WideChar* value)
 {
-    AssignIfDifferent(m_imp->Fields().Settings, value);
+    CompactText& field = m_imp->Fields().Settings;
+    const CompactText text(TextIn(value));
+    if (field != text)
+        field = text;
 }
 
 int Workflow::GetUIFile(WideChar* buffer, int size)

@@ -120,7 +120,7 @@ void ReadWorkflow(XmlFiler& filer, WorkflowImp& record)
     m.Settings.clear();
     filer.PushPosition();
     if (filer.GoToPath(QStringLiteral("Settings")))
-        m.Settings = filer.GetInnerXml();
+        m.Settings = CompactText(filer.GetInnerXml());
     filer.PopPosition();
 }
 
@@ -306,7 +306,7 @@ bool WriteWorkflow(WorkflowImp& record, const QString& name, const QString& targ
     filer.SetAttribute(QStringLiteral("Description"), m.Description);
     filer.SetAttribute(QStringLiteral("Keywords"), m.Keywords);
     filer.GoToOrCreatePath(QStringLiteral("Settings"), true, false);
-    filer.AppendXml(m.Settings);
+    filer.AppendXml(m.Settings.ToString());
     filer.EnsureXmlDeclaration();
     return filer.Save(target);
 }

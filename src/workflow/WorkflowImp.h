@@ -6,6 +6,8 @@
 #include "workflow/WorkflowCatalogue.h"
 #include "workflow/WorkflowSettings.h"
 
+#include "util/CompactText.h"
+
 #include <QDateTime>
 #include <QMap>
 #include <QString>
@@ -30,7 +32,7 @@ struct WorkflowFields
     QString Keywords;
     QString Tag;
     QString UIFile;
-    QString Settings;
+    CompactText Settings;
     QString SourceFile;
     QString Plugin;
     QString PrimaryProduct;

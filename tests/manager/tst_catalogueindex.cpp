@@ -91,7 +91,8 @@ QStringList Described(const WorkflowFields& m)
             QStringLiteral("Keywords ") + text(m.Keywords),
             QStringLiteral("Tag ") + text(m.Tag),
             QStringLiteral("UIFile ") + text(m.UIFile),
-            QStringLiteral("Settings ") + text(m.Settings),
+            QStringLiteral("Settings ") + text(m.Settings.ToString()),
+            QStringLiteral("Settings in bytes %1").arg(m.Settings.IsNarrow()),
             QStringLiteral("SourceFile ") + text(m.SourceFile),
             QStringLiteral("Plugin ") + text(m.Plugin),
             QStringLiteral("PrimaryProduct ") + text(m.PrimaryProduct),
@@ -132,6 +133,10 @@ public:
             return QByteArray();
         case 4:
             return "&quot;quoted&quot; &apos;too&apos;";
+        case 5:
+            // Beyond ASCII, yet every character one byte in Latin-1.
+            return "Cr\xc3\xa8me br\xc3\xbbl\xc3\xa9"
+                   "e \xc3\xbf";
         default:
             return "Plain text " + QByteArray::number(Below(1000));
         }

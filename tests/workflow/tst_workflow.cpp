@@ -97,17 +97,13 @@ private slots:
         QVERIFY(f.LastModifiedDate.isNull());
         QCOMPARE(workflow.GetCreatedDate(), 0u);
         QCOMPARE(workflow.GetLastModifiedDate(), 0u);
-        for (const QString* text : {&f.TemplateId,     &f.Id,
-                                    &f.HelpId,         &f.Name,
-                                    &f.Description,    &f.TemplateImage,
-                                    &f.ModifiedImage,  &f.Tooltip,
-                                    &f.Keywords,       &f.Tag,
-                                    &f.UIFile,         &f.Settings,
-                                    &f.SourceFile,     &f.Plugin,
-                                    &f.PrimaryProduct, &f.RequiredProducts,
-                                    &f.TargetProduct,  &f.RequiredProductsDisplayText,
-                                    &f.Introduction,   &f.XlfFile})
+        for (const QString* text :
+             {&f.TemplateId, &f.Id, &f.HelpId, &f.Name, &f.Description, &f.TemplateImage, &f.ModifiedImage,
+              &f.Tooltip, &f.Keywords, &f.Tag, &f.UIFile, &f.SourceFile, &f.Plugin, &f.PrimaryProduct,
+              &f.RequiredProducts, &f.TargetProduct, &f.RequiredProductsDisplayText, &f.Introduction,
+              &f.XlfFile})
             QVERIFY(text->isEmpty());
+        QVERIFY(f.Settings.isEmpty());
         QVERIFY(f.TemplateImages.isEmpty());
         QVERIFY(f.ModifiedImages.isEmpty());
         QVERIFY(WorkflowPrivate::GetUIState(&workflow).ShowIntroductionOnExecute);
@@ -129,7 +125,7 @@ private slots:
         QCOMPARE(F(workflow).Description, QStringLiteral("description"));
         QCOMPARE(F(workflow).Tooltip, QStringLiteral("tip"));
         QCOMPARE(F(workflow).Tag, QStringLiteral("tag"));
-        QCOMPARE(F(workflow).Settings, QStringLiteral("<A/>"));
+        QCOMPARE(F(workflow).Settings.ToString(), QStringLiteral("<A/>"));
         QCOMPARE(F(workflow).UIFile, QStringLiteral("ui.xml"));
         QCOMPARE(F(workflow).Keywords, QStringLiteral("k1 k2"));
         QCOMPARE(ReadText([&](WideChar* b, int s) { return workflow.GetKeywords(b, s); }),
@@ -427,7 +423,7 @@ private slots:
         user->Reset();
         QCOMPARE(F(*user).Description, QStringLiteral("template description"));
         QCOMPARE(F(*user).Keywords, QStringLiteral("template keywords"));
-        QCOMPARE(F(*user).Settings, QStringLiteral("<Step/>"));
+        QCOMPARE(F(*user).Settings.ToString(), QStringLiteral("<Step/>"));
         QCOMPARE(F(*user).Name, QStringLiteral("my name"));
     }
 
