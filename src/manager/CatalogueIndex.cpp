@@ -773,15 +773,24 @@ CatalogueIndex::Entry* CatalogueIndex::NextEntry(const QString& path)
     return entry;
 }
 
-bool CatalogueIndex::LoadedStatus(const QString& path, Platform::ListedFile& status)
+bool CatalogueIndex::LoadedStatus(QStringView folder, QStringView name, QString& path,
+                                  Platform::ListedFile& status)
 {
-    if (!MayAnswer())
-        return false;
-    const Entry* entry = EntryAtPlace(false);
-    if (!entry || !entry->statusAsked || entry->path != path)
-        return false;
-    status = entry->status;
-    return true;
+    const Entry* entry = MayAnswer() ? EntryAtPlace(false) : nullptr;
+    if (entry && entry->path.size() == folder.size() + name.size() && entry->path.startsWith(folder) &&
+        entry->path.endsWith(name))
+    {
+        path = entry->path;
+        if (!entry->statusAsked)
+            return false;
+        status = entry->status;
+        return true;
+    }
+    QString joined;
+    joined.reserve(folder.size() + name.size());
+    joined.append(folder).append(name);
+    path = std::move(joined);
+    return false;
 }
 
 CatalogueIndex::Entry* CatalogueIndex::EntryOf(const QString& path)

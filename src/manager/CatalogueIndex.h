@@ -84,9 +84,12 @@ public:
     // null for every file once the load has found the index damaged. The index keeps no hold of
     // what it hands out, so that the catalogue's records are the only holders of their texts.
     ScannedFilePtr Take(const QString& path, const Platform::FileIdentity& identity);
-    // The status the load took of path's file, when path's entry is the next one and already
-    // handed over; false otherwise, without waiting, and the scan asks the file itself.
-    bool LoadedStatus(const QString& path, Platform::ListedFile& status);
+    // The path of the file name in folder (which ends in its separator), and the status the load
+    // took of that file, when the file's entry is the next one and already handed over; false
+    // otherwise, without waiting, and the scan asks the file itself. The path is the entry's
+    // own text when the entry is the file's: thousands of files then share the index's paths
+    // instead of each making its own.
+    bool LoadedStatus(QStringView folder, QStringView name, QString& path, Platform::ListedFile& status);
     // Enters what this scan took for path, read from the file or taken from the index
     // (fromIndex). The new index is written as files are entered, from the first one that
     // differs from what was loaded on: a scan of unchanged files writes nothing, and a first

@@ -434,17 +434,11 @@ qsizetype WorkflowManagerImp::ReadListedFolder(const ListedFolder& folder, Catal
             // The load asks the files it reads the entries of for their status, on its own
             // thread; a file it has not reached yet is asked here.
             const QString& name = folder.names->Names().at(folder.candidates[next]);
-            file.path = folder.prefix + name;
-            if (index.LoadedStatus(file.path, status))
-            {
-                if (!status.regularFile || status.hidden)
-                    continue;
-                file.identity = status.identity;
-            }
-            else if (!IdentifyWorkflowFile(folder, next, file))
-            {
+            if (!index.LoadedStatus(folder.prefix, name, file.path, status))
+                status = folder.names->Identify(folder.candidates[next]);
+            if (!status.regularFile || status.hidden)
                 continue;
-            }
+            file.identity = status.identity;
             ++found;
             const ScannedFilePtr scanned = index.Take(file.path, file.identity);
             if (!scanned)
