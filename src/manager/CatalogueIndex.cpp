@@ -177,6 +177,7 @@ public:
         Number<quint8>(file.result == StreamReadResult::Read ? 1 : 0);
         if (file.result != StreamReadResult::Read)
             return;
+        Number<quint32>(BlockUnits(file.data));
         Flag(file.data.hasXlfFile);
         Text(file.data.xlfFile);
         Number<quint32>(static_cast<quint32>(file.data.elements.size()));
@@ -198,6 +199,31 @@ public:
             Flag(element.hasSettings);
             Text(element.settings);
         }
+    }
+    // The UTF-16 units a reader's block takes for the file's texts: every text but a null one and
+    // markup kept in bytes, each with the zero that ends it. Kept in the entry, so that a reader
+    // makes the block before it reads the texts, in one pass.
+    static quint32 BlockUnits(const WorkflowFileData& data)
+    {
+        qsizetype units = 0;
+        const auto count = [&units](const QString& text) {
+            if (!text.isNull())
+                units += text.size() + 1;
+        };
+        count(data.xlfFile);
+        for (const WorkflowElementData& element : data.elements)
+        {
+            count(element.tag);
+            for (int i = 0; i < WorkflowAttributeCount; ++i)
+            {
+                if (element.present[i])
+                    count(element.values[i]);
+            }
+            count(element.introduction);
+            if (!element.settings.IsNarrow())
+                count(element.settings.Wide());
+        }
+        return static_cast<quint32>(units);
     }
     const QByteArray& Bytes() const { return m_bytes; }
     // Empties the writer for the next block; what it holds stays allocated.
@@ -242,13 +268,14 @@ public:
         if (!Take(latin1 ? units : units * 2))
             return QString();
         const char* from = m_data + m_at - (latin1 ? units : units * 2);
-        if (m_measuring)
-        {
-            m_units += units + 1;
-            return QString();
-        }
         if (m_header)
         {
+            // The entry said how many units its texts take: one that takes more is damage.
+            if (units >= m_blockEnd - m_blockAt + 1)
+            {
+                m_failed = true;
+                return QString();
+            }
             // A slice of the file's block, ended by a zero as every text's data is. It takes no
             // reference of its own as it is made: File() adds those of all the slices at once.
             char16_t* const to = m_blockAt;
@@ -282,7 +309,7 @@ public:
             return CompactText(Text());
         }
         const qsizetype units = qsizetype(length & ~kLatin1Text);
-        if (!Take(units) || m_measuring)
+        if (!Take(units))
             return CompactText();
         return CompactText::FromLatin1(QByteArray(m_data + m_at - units, units));
     }
@@ -301,51 +328,58 @@ public:
     // rather than one for each, and gives them back all at once when the last of them goes.
     ScannedFilePtr File()
     {
-        const qsizetype start = m_at;
-        m_measuring = true;
-        m_units = 0;
-        ReadFile(nullptr);
-        m_measuring = false;
         auto file = std::make_shared<ScannedFile>();
-        if (m_failed)
-            return file;
-        m_at = start;
-        // Room for the last text to be widened past its end in whole steps.
-        QString block(m_units + kWidenStep - 1, Qt::Uninitialized);
-        m_header = block.data_ptr().d_ptr();
-        m_blockAt = block.data_ptr().data();
-        m_slices = 0;
-        ReadFile(file.get());
-        // The slices' references, all at once: one atomic step per file rather than one per text.
-        m_header->ref_.fetchAndAddRelaxed(int(m_slices));
-        m_header = nullptr;
+        ReadFile(*file);
         return file;
     }
 
 private:
-    // Reads a file's entry into file; with none, only walks it.
-    void ReadFile(ScannedFile* file)
+    // Reads a file's entry into file.
+    void ReadFile(ScannedFile& file)
     {
         const auto read = Number<quint8>();
         if (read > 1)
             m_failed = true;
         if (read != 1)
             return;
-        WorkflowFileData scratch;
-        WorkflowFileData& data = file ? file->data : scratch;
-        if (file)
-            file->result = StreamReadResult::Read;
+        file.result = StreamReadResult::Read;
+        WorkflowFileData& data = file.data;
+        const auto units = Number<quint32>();
+        // Every unit of the block comes from at least one byte of the entry.
+        if (m_failed || units > quint64(m_size - m_at))
+        {
+            m_failed = true;
+            return;
+        }
+        // Room for the last text to be widened past its end in whole steps.
+        QString block(qsizetype(units) + kWidenStep - 1, Qt::Uninitialized);
+        m_header = block.data_ptr().d_ptr();
+        m_blockAt = block.data_ptr().data();
+        m_blockEnd = m_blockAt + units;
+        m_slices = 0;
+        ReadTexts(data);
+        // Every unit the entry announced is used, as a writer counts them.
+        if (m_blockAt != m_blockEnd)
+            m_failed = true;
+        // The slices' references, all at once: one atomic step per file rather than one per text.
+        m_header->ref_.fetchAndAddRelaxed(int(m_slices));
+        m_header = nullptr;
+    }
+
+    void ReadTexts(WorkflowFileData& data)
+    {
         data.hasXlfFile = Flag();
         data.xlfFile = Text();
         const auto count = Number<quint32>();
         // Every element takes some bytes: a count the rest of the file cannot hold is damage.
         if (count > quint64(m_size - m_at))
             m_failed = true;
-        if (file && !m_failed)
-            data.elements.reserve(qsizetype(count));
+        if (m_failed)
+            return;
+        data.elements.reserve(qsizetype(count));
         for (quint32 i = 0; i < count && !m_failed; ++i)
         {
-            WorkflowElementData element;
+            WorkflowElementData& element = data.elements.emplace_back();
             element.tag = Text();
             const auto present = Number<quint32>();
             if (present >> WorkflowAttributeCount)
@@ -353,14 +387,13 @@ private:
             for (int attribute = 0; attribute < WorkflowAttributeCount; ++attribute)
             {
                 element.present[attribute] = (present >> attribute) & 1u;
-                element.values[attribute] = element.present[attribute] ? Text() : QString();
+                if (element.present[attribute])
+                    element.values[attribute] = Text();
             }
             element.hasIntroduction = Flag();
             element.introduction = Text();
             element.hasSettings = Flag();
             element.settings = Markup();
-            if (file)
-                data.elements.append(std::move(element));
         }
     }
 
@@ -379,11 +412,10 @@ private:
     qsizetype m_size;
     qsizetype m_at = 0;
     bool m_failed = false;
-    // Reading a file's entry takes two passes: the first only adds up the length of its texts.
-    bool m_measuring = false;
-    qsizetype m_units = 0;
+    // The block of the file being read and the room left in it.
     QTypedArrayData<char16_t>* m_header = nullptr;
     char16_t* m_blockAt = nullptr;
+    char16_t* m_blockEnd = nullptr;
     qsizetype m_slices = 0;
 };
 

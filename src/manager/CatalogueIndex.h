@@ -113,7 +113,7 @@ public:
     // The layout of the file's fixed start, for tests that damage an index on purpose: eight
     // bytes of magic, then the format version as a 32-bit number.
     static constexpr int kVersionOffset = 8;
-    static constexpr quint32 kFormatVersion = 3;
+    static constexpr quint32 kFormatVersion = 4;
 
 private:
     struct Entry

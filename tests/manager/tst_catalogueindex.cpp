@@ -311,6 +311,22 @@ class tst_CatalogueIndex : public QObject
                          TranslationDocument(m_names, flavour));
     }
 
+    // The payloads of an index file's blocks in order, the head first: each block after the
+    // fixed start is its length, a digest of eight bytes and the payload.
+    static QList<QByteArray> Payloads(const QByteArray& bytes)
+    {
+        QList<QByteArray> payloads;
+        qsizetype at = CatalogueIndex::kVersionOffset + 8;
+        while (at + 12 <= bytes.size())
+        {
+            quint32 length;
+            std::memcpy(&length, bytes.constData() + at, 4);
+            payloads.append(bytes.mid(at + 12, length));
+            at += 12 + qsizetype(length);
+        }
+        return payloads;
+    }
+
     QString IndexFile(const QString& locale = QStringLiteral("en-US")) const
     {
         return CatalogueIndex::FileFor({m_folder, m_folder, Imp()->UserWorkflowFolder()}, locale);
@@ -580,7 +596,8 @@ private slots:
         for (const char* damage :
              {"truncated to nothing", "truncated in the header", "truncated in a file",
               "truncated by one byte", "one byte flipped", "a byte appended", "a later format",
-              "foreign bytes", "another catalogue's index", "a folder"})
+              "foreign bytes", "another catalogue's index", "a folder",
+              "a file's texts announced one unit short", "a file's texts announced one unit long"})
         {
             QTest::addRow("%s, taken as loaded", damage) << QString::fromLatin1(damage) << true;
             QTest::addRow("%s, status first", damage) << QString::fromLatin1(damage) << false;
@@ -616,6 +633,35 @@ private slots:
         }
         else if (damage == QLatin1String("foreign bytes"))
             bytes = QByteArray("<?xml version=\"1.0\"?><Workflows/>\n").repeated(40);
+        else if (damage.startsWith(QLatin1String("a file's texts announced")))
+        {
+            // Framed and digested as a writer frames them: only the entry's own count is wrong.
+            const qint32 by = damage.endsWith(QLatin1String("short")) ? -1 : 1;
+            QList<QByteArray> payloads = Payloads(bytes);
+            QVERIFY(payloads.size() > 2);
+            const QByteArray head = payloads.takeFirst();
+            quint32 keyLength;
+            std::memcpy(&keyLength, head.constData(), 4);
+            QVERIFY(keyLength & 0x80000000u);
+            keyLength &= ~0x80000000u;
+            const QString key = QString::fromLatin1(head.mid(4, keyLength));
+            qint64 scanStarted;
+            std::memcpy(&scanStarted, head.constData() + 4 + keyLength, 8);
+            // The first entry of a file that was read: its kind, its path, its identity, the
+            // flag that it was read, then the units of its texts.
+            QByteArray& entry = payloads.first();
+            QCOMPARE(entry.at(0), 'E');
+            quint32 pathLength;
+            std::memcpy(&pathLength, entry.constData() + 1, 4);
+            QVERIFY(pathLength & 0x80000000u);
+            const qsizetype flagAt = 1 + 4 + qsizetype(pathLength & ~0x80000000u) + 40;
+            QCOMPARE(entry.at(flagAt), '\1');
+            quint32 units;
+            std::memcpy(&units, entry.constData() + flagAt + 1, 4);
+            units = quint32(qint64(units) + by);
+            std::memcpy(entry.data() + flagAt + 1, &units, 4);
+            bytes = CatalogueIndex::Framed(key, scanStarted, payloads);
+        }
         else if (damage == QLatin1String("another catalogue's index"))
         {
             // Written for another folder, then put in this catalogue's place.
