@@ -271,13 +271,13 @@ public:
         if (m_header)
         {
             // The entry said how many units its texts take: one that takes more is damage.
-            if (units >= m_blockEnd - m_blockAt + 1)
+            if (units + 1 > m_blockEnd - m_blockAt)
             {
                 m_failed = true;
                 return QString();
             }
             // A slice of the file's block, ended by a zero as every text's data is. It takes no
-            // reference of its own as it is made: File() adds those of all the slices at once.
+            // reference of its own as it is made: ReadFile() adds those of all the slices at once.
             char16_t* const to = m_blockAt;
             m_blockAt += units + 1;
             ++m_slices;
