@@ -43,16 +43,6 @@ constexpr quint32 kNullText = 0xFFFFFFFFu;
 // catalogue are plain Latin, and the index is then half the size.
 constexpr quint32 kLatin1Text = 0x80000000u;
 
-bool IsLatin1(const QString& text)
-{
-    for (const QChar c : text)
-    {
-        if (c.unicode() > 0xFF)
-            return false;
-    }
-    return true;
-}
-
 // A fast digest of the payload, to tell an intact index from a damaged or truncated one. It is
 // no defence against a forger, and need not be: the file is the user's own cache.
 //
@@ -140,7 +130,7 @@ public:
             Number<quint32>(kNullText);
             return;
         }
-        if (IsLatin1(text))
+        if (CompactText::FitsInLatin1(text))
         {
             Number<quint32>(static_cast<quint32>(text.size()) | kLatin1Text);
             const qsizetype at = m_bytes.size();
@@ -257,9 +247,43 @@ public:
             m_failed = true;
         return value == 1;
     }
-    QString Text()
+    QString Text() { return TextOf(Number<quint32>()); }
+    // A text kept as a record keeps its markup: one written one byte per character is taken in
+    // bytes as it stands, outside the file's block of UTF-16 texts.
+    CompactText Markup()
     {
-        auto length = Number<quint32>();
+        const auto length = Number<quint32>();
+        if (m_failed || length == kNullText || !(length & kLatin1Text))
+            return CompactText(TextOf(length));
+        const qsizetype units = qsizetype(length & ~kLatin1Text);
+        if (!Take(units))
+            return CompactText();
+        return CompactText::FromLatin1(QByteArray(m_data + m_at - units, units));
+    }
+    Platform::FileIdentity Identity()
+    {
+        Platform::FileIdentity identity;
+        identity.exists = true;
+        identity.device = Number<quint64>();
+        identity.inode = Number<quint64>();
+        identity.size = Number<qint64>();
+        identity.modifiedNs = Number<qint64>();
+        identity.changedNs = Number<qint64>();
+        return identity;
+    }
+    // The texts of one file share one block: a file's entry takes one allocation for its texts
+    // rather than one for each, and gives them back all at once when the last of them goes.
+    ScannedFilePtr File()
+    {
+        auto file = std::make_shared<ScannedFile>();
+        ReadFile(*file);
+        return file;
+    }
+
+private:
+    // The text whose length, with the mark of its form, was just read.
+    QString TextOf(quint32 length)
+    {
         if (m_failed || length == kNullText)
             return QString();
         const bool latin1 = length & kLatin1Text;
@@ -297,43 +321,6 @@ public:
             std::memcpy(to, from, size_t(units) * 2);
         return text;
     }
-    // A text kept as a record keeps its markup: one written one byte per character is taken in
-    // bytes as it stands, outside the file's block of UTF-16 texts.
-    CompactText Markup()
-    {
-        const qsizetype at = m_at;
-        const auto length = Number<quint32>();
-        if (m_failed || length == kNullText || !(length & kLatin1Text))
-        {
-            m_at = at;
-            return CompactText(Text());
-        }
-        const qsizetype units = qsizetype(length & ~kLatin1Text);
-        if (!Take(units))
-            return CompactText();
-        return CompactText::FromLatin1(QByteArray(m_data + m_at - units, units));
-    }
-    Platform::FileIdentity Identity()
-    {
-        Platform::FileIdentity identity;
-        identity.exists = true;
-        identity.device = Number<quint64>();
-        identity.inode = Number<quint64>();
-        identity.size = Number<qint64>();
-        identity.modifiedNs = Number<qint64>();
-        identity.changedNs = Number<qint64>();
-        return identity;
-    }
-    // The texts of one file share one block: a file's entry takes one allocation for its texts
-    // rather than one for each, and gives them back all at once when the last of them goes.
-    ScannedFilePtr File()
-    {
-        auto file = std::make_shared<ScannedFile>();
-        ReadFile(*file);
-        return file;
-    }
-
-private:
     // Reads a file's entry into file.
     void ReadFile(ScannedFile& file)
     {

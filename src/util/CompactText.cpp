@@ -3,28 +3,26 @@
 
 namespace Velmora::WorkflowCore {
 
+bool CompactText::FitsInLatin1(QStringView text)
+{
+    for (const QChar c : text)
+    {
+        if (c.unicode() > 0xFF)
+            return false;
+    }
+    return true;
+}
+
 CompactText::CompactText(const QString& text)
 {
-    const qsizetype size = text.size();
-    // constData(), not utf16(): the latter would make a null text an empty one.
-    const char16_t* units = reinterpret_cast<const char16_t*>(text.constData());
-    for (qsizetype i = 0; i < size; ++i)
-    {
-        if (units[i] > 0xFF)
-        {
-            m_wide = text;
-            return;
-        }
-    }
-    if (size == 0)
+    // A view, not the text itself: asking a null text for its characters would make it empty.
+    const QStringView view(text);
+    if (view.isEmpty() || !FitsInLatin1(view))
     {
         m_wide = text;
         return;
     }
-    m_latin1 = QByteArray(size, Qt::Uninitialized);
-    char* to = m_latin1.data();
-    for (qsizetype i = 0; i < size; ++i)
-        to[i] = static_cast<char>(units[i]);
+    m_latin1 = view.toLatin1();
     m_narrow = true;
 }
 

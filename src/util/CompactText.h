@@ -21,6 +21,8 @@ public:
     explicit CompactText(const QString& text);
     // Bytes known to be Latin-1, one per character: taken as they are.
     static CompactText FromLatin1(QByteArray latin1);
+    // Whether every character of text fits in one Latin-1 byte.
+    static bool FitsInLatin1(QStringView text);
     CompactText& operator=(const QString& text) { return *this = CompactText(text); }
 
     bool isNull() const { return !m_narrow && m_wide.isNull(); }

@@ -8,10 +8,11 @@ namespace Velmora::WorkflowCore {
 
 namespace {
 
-// Compare-then-assign: a setter of the exported interface stores only a different value.
-bool AssignIfDifferent(QString& field, const WideChar* value)
+// Compare-then-assign: a setter of the exported interface stores only a different value. Field
+// is a QString or the CompactText of the settings markup.
+template <typename Field> bool AssignIfDifferent(Field& field, const WideChar* value)
 {
-    const QString text = TextIn(value);
+    const Field text(TextIn(value));
     if (field == text)
         return false;
     field = text;
@@ -107,10 +108,7 @@ int Workflow::GetSettings(WideChar* buffer, int size)
 
 void Workflow::SetSettings(const WideChar* value)
 {
-    CompactText& field = m_imp->Fields().Settings;
-    const CompactText text(TextIn(value));
-    if (field != text)
-        field = text;
+    AssignIfDifferent(m_imp->Fields().Settings, value);
 }
 
 int Workflow::GetUIFile(WideChar* buffer, int size)

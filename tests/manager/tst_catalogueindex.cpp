@@ -170,9 +170,26 @@ public:
         if (Below(4) == 0)
             children += "<!-- a comment --><Unknown a=\"b\"/>";
         if (Below(3) != 0)
-            children += "<Settings>\n  <Step Order=\"1\" Action=\"" + Text(serial + 3) +
-                        "\"/><Note>text &amp; more</Note>\n</Settings>";
+            children += Settings(serial);
         return WorkflowElement(attributes, children);
+    }
+
+    // Settings markup of every kind a record keeps: with steps (their texts in ASCII, in Latin-1
+    // beyond ASCII, or beyond Latin-1), and empty in each way it can be written.
+    QByteArray Settings(int serial)
+    {
+        switch (Below(6))
+        {
+        case 0:
+            return "<Settings></Settings>";
+        case 1:
+            return "<Settings/>";
+        case 2:
+            return "<Settings>\n    </Settings>";
+        default:
+            return "<Settings>\n  <Step Order=\"1\" Action=\"" + Text(serial + 3) +
+                   "\"/><Note>text &amp; more</Note>\n</Settings>";
+        }
     }
 
     QByteArray Document(int& serial)
