@@ -442,6 +442,15 @@ QString FileInFolder(const QString& folder)
     return folder.isEmpty() ? QString() : folder + QStringLiteral("/WorkflowSettings.xml");
 }
 
+// A text as the file gives it back once written: without the characters no XML file holds. An
+// Id that holds one never matches an element of the file, and the element a write makes for it
+// reads back under the Id without them.
+QString AsReadBack(QString text)
+{
+    RemoveNonXmlCharacters(text);
+    return text;
+}
+
 } // namespace
 
 QString WorkflowSettingsFolder()
@@ -516,22 +525,24 @@ struct WorkflowSettingsStore::ReadCache
         return QStringView(packed).mid(start, length);
     }
 
-    // Sets key = value as a single write sets it on the file; true when that changed anything.
-    bool Apply(const QString& workflowId, const QString& key, const QString& value)
+    // Sets key = value as a single write sets it on the file and the file reads it back; true
+    // when that changed anything.
+    bool Apply(const QString& workflowId, const QString& key, const QString& written)
     {
+        const QString value = AsReadBack(written);
         const auto found = first.constFind(workflowId);
         if (found == first.constEnd())
         {
             // A new element, last of the run: its Id, then the key.
             QString packed;
-            Pack(packed, kId, key == kId ? value : workflowId);
+            const QString id = key == kId ? value : AsReadBack(workflowId);
+            Pack(packed, kId, id);
             if (key != kId)
                 Pack(packed, key, value);
             elements.append(std::move(packed));
-            if (key == kId)
-                Index();
-            else
-                first.insert(workflowId, elements.size() - 1);
+            // An earlier element of the Id it reads back as stays the first.
+            if (!first.contains(id))
+                first.insert(id, elements.size() - 1);
             return true;
         }
         QString& packed = elements[*found];
@@ -772,7 +783,7 @@ void WorkflowSettingsStore::CommitPending()
                 do
                 {
                     const QDomElement element = filer.GetCurrentElement();
-                    const QString id = element.attribute(kId);
+                    const QString id = AsReadBack(element.attribute(kId));
                     if (!elements.contains(id))
                         elements.insert(id, element);
                 } while (filer.GoToNextSibling());
@@ -788,7 +799,9 @@ void WorkflowSettingsStore::CommitPending()
                 filer.GoToOrCreatePath(kWorkflowPath, true, true);
                 filer.SetAttribute(kId, write.workflowId);
                 element = filer.GetCurrentElement();
-                elements.insert(write.workflowId, element);
+                const QString id = AsReadBack(write.workflowId);
+                if (!elements.contains(id))
+                    elements.insert(id, element);
             }
             element.setAttribute(write.key, write.value);
             if (write.key == kId)
