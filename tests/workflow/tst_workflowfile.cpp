@@ -464,6 +464,37 @@ private slots:
         QVERIFY(!written.contains("Extra"));
         QVERIFY(written.contains("XlfFile=\"Texts\""));
     }
+
+    // The document writer ends a processing instruction with a line break whatever follows it, and
+    // a text after one keeps the break it was read with: such a text gains one break at every
+    // write. Everything else in the markup reads back as it was.
+    void markupGainsALineBreakAfterAnInstructionAtEachWrite()
+    {
+        QVERIFY(
+            WriteFile(Path(QStringLiteral("instruction.workflow")),
+                      WorkflowDocument(WorkflowElement(
+                          R"(Id="Id_P" Name="P")", "<Settings>text<Step/><!-- c --><?pi x?>K</Settings>"))));
+        Workflow first;
+        QVERIFY(first.Load(Wide(Path(QStringLiteral("instruction.workflow"))), Wide(QString())));
+        const QString read = QStringLiteral("text<Step/>\n    <!-- c -->\n<?pi x?>\nK");
+        QCOMPARE(F(first).Settings.ToString(), read);
+        QVERIFY(
+            WriteWorkflow(*ImpOf(first), F(first).Name, Path(QStringLiteral("once.workflow")), F(first).Id));
+        Workflow second;
+        QVERIFY(second.Load(Wide(Path(QStringLiteral("once.workflow"))), Wide(QString())));
+        QCOMPARE(F(second).Settings.ToString(), QStringLiteral("text<Step/>\n    <!-- c -->\n<?pi x?>\n\nK"));
+        // An instruction followed by nothing but white space or an element reads back as it was.
+        QVERIFY(WriteFile(Path(QStringLiteral("instruction.workflow")),
+                          WorkflowDocument(WorkflowElement(
+                              R"(Id="Id_P" Name="P")", "<Settings><?pi x?> <Step/><?pi y?></Settings>"))));
+        Workflow third;
+        QVERIFY(third.Load(Wide(Path(QStringLiteral("instruction.workflow"))), Wide(QString())));
+        QVERIFY(
+            WriteWorkflow(*ImpOf(third), F(third).Name, Path(QStringLiteral("twice.workflow")), F(third).Id));
+        Workflow fourth;
+        QVERIFY(fourth.Load(Wide(Path(QStringLiteral("twice.workflow"))), Wide(QString())));
+        QCOMPARE(F(fourth).Settings, F(third).Settings);
+    }
 };
 
 QTEST_GUILESS_MAIN(tst_WorkflowFile)
