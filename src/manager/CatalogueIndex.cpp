@@ -253,8 +253,20 @@ public:
     CompactText Markup()
     {
         const auto length = Number<quint32>();
-        if (m_failed || length == kNullText || !(length & kLatin1Text))
+        if (m_failed || length == kNullText)
+            return CompactText();
+        if (!(length & kLatin1Text))
+        {
+            // A writer keeps markup that fits in bytes as bytes, so wide markup that fits is damage.
+            // Told before a slice is made: CompactText would narrow the slice and drop it before
+            // ReadFile() adds the slices' references, giving back the block's own.
+            if (WideFitsInLatin1(length))
+            {
+                m_failed = true;
+                return CompactText();
+            }
             return CompactText(TextOf(length));
+        }
         const qsizetype units = qsizetype(length & ~kLatin1Text);
         if (!Take(units))
             return CompactText();
@@ -281,6 +293,24 @@ public:
     }
 
 private:
+    // Whether the next units of the entry, read as UTF-16, are a text that is not empty and
+    // whose every character fits in one byte; false also when the entry is too short for them.
+    bool WideFitsInLatin1(qsizetype units) const
+    {
+        if (units == 0 || units > (m_size - m_at) / 2)
+            return false;
+        // The entry's bytes need not be aligned for UTF-16: each unit's high byte is looked at.
+        const char* const from = m_data + m_at;
+        for (qsizetype i = 0; i < units; ++i)
+        {
+            char16_t unit;
+            std::memcpy(&unit, from + 2 * i, 2);
+            if (unit > 0xff)
+                return false;
+        }
+        return true;
+    }
+
     // The text whose length, with the mark of its form, was just read.
     QString TextOf(quint32 length)
     {

@@ -614,7 +614,8 @@ private slots:
              {"truncated to nothing", "truncated in the header", "truncated in a file",
               "truncated by one byte", "one byte flipped", "a byte appended", "a later format",
               "foreign bytes", "another catalogue's index", "a folder",
-              "a file's texts announced one unit short", "a file's texts announced one unit long"})
+              "a file's texts announced one unit short", "a file's texts announced one unit long",
+              "a file's markup written wide though it fits in bytes"})
         {
             QTest::addRow("%s, taken as loaded", damage) << QString::fromLatin1(damage) << true;
             QTest::addRow("%s, status first", damage) << QString::fromLatin1(damage) << false;
@@ -650,10 +651,9 @@ private slots:
         }
         else if (damage == QLatin1String("foreign bytes"))
             bytes = QByteArray("<?xml version=\"1.0\"?><Workflows/>\n").repeated(40);
-        else if (damage.startsWith(QLatin1String("a file's texts announced")))
+        else if (damage.startsWith(QLatin1String("a file's")))
         {
-            // Framed and digested as a writer frames them: only the entry's own count is wrong.
-            const qint32 by = damage.endsWith(QLatin1String("short")) ? -1 : 1;
+            // Framed and digested as a writer frames them: only the one entry is wrong.
             QList<QByteArray> payloads = Payloads(bytes);
             QVERIFY(payloads.size() > 2);
             const QByteArray head = payloads.takeFirst();
@@ -687,10 +687,41 @@ private slots:
             }
             QByteArray& entry = payloads[read];
             const qsizetype flagAt = flagOf(entry);
-            quint32 units;
-            std::memcpy(&units, entry.constData() + flagAt + 1, 4);
-            units = quint32(qint64(units) + by);
-            std::memcpy(entry.data() + flagAt + 1, &units, 4);
+            if (damage.startsWith(QLatin1String("a file's texts announced")))
+            {
+                const qint32 by = damage.endsWith(QLatin1String("short")) ? -1 : 1;
+                quint32 units;
+                std::memcpy(&units, entry.constData() + flagAt + 1, 4);
+                units = quint32(qint64(units) + by);
+                std::memcpy(entry.data() + flagAt + 1, &units, 4);
+            }
+            else
+            {
+                // The file's texts made anew, all well formed: no translation file, one element
+                // "Workflow" without attributes or introduction, and settings markup "abc" in
+                // UTF-16, which a writer keeps in bytes.
+                const auto number = [&entry](quint32 value) {
+                    entry.append(reinterpret_cast<const char*>(&value), 4);
+                };
+                entry.truncate(flagAt);
+                entry.append('\1');
+                number(9 + 4); // "Workflow" and "abc", each with its ending zero
+                entry.append('\0');
+                number(0xFFFFFFFFu);
+                number(1);
+                number(8 | 0x80000000u);
+                entry.append("Workflow");
+                number(0);
+                entry.append('\0');
+                number(0xFFFFFFFFu);
+                entry.append('\1');
+                number(3);
+                for (const char c : {'a', 'b', 'c'})
+                {
+                    entry.append(c);
+                    entry.append('\0');
+                }
+            }
             bytes = CatalogueIndex::Framed(key, scanStarted, payloads);
         }
         else if (damage == QLatin1String("another catalogue's index"))
