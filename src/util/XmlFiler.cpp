@@ -263,7 +263,18 @@ void KeepOnlyXmlCharacters(QDomDocument& document)
         node = NextInDocumentOrder(node);
     }
     for (QDomNode& instruction : doomed)
-        instruction.parentNode().removeChild(instruction);
+    {
+        // The texts on either side of it become one, as they read back once written.
+        QDomNode before = instruction.previousSibling();
+        QDomNode after = instruction.nextSibling();
+        QDomNode parent = instruction.parentNode();
+        parent.removeChild(instruction);
+        if (before.nodeType() == QDomNode::TextNode && after.nodeType() == QDomNode::TextNode)
+        {
+            before.setNodeValue(before.nodeValue() + after.nodeValue());
+            parent.removeChild(after);
+        }
+    }
 }
 
 } // namespace

@@ -499,6 +499,30 @@ private slots:
         QCOMPARE(again.GetDocument().toString(4), filer.GetDocument().toString(4));
     }
 
+    void instructionDroppedBetweenTwoTextsLeavesOneText()
+    {
+        // An instruction whose target no file may hold goes; the texts on either side of it were
+        // left as two, which a saved file reads back as one.
+        const QString path = Path(QStringLiteral("droppedinstruction.xml"));
+        QVERIFY(WriteFile(
+            path, QByteArray("<Root>a<?m\x01\x00s?>b<?n\x01?><?o\x01?>c<![CDATA[d]]><?p\x01?>e</Root>", 56)));
+        XmlFiler filer(false);
+        QVERIFY(filer.Open(path));
+        const QDomNode first = filer.GetCurrentElement().firstChild();
+        QCOMPARE(first.nodeType(), QDomNode::TextNode);
+        QCOMPARE(first.nodeValue(), QStringLiteral("abc"));
+        // A character data section stays a section of its own.
+        QCOMPARE(first.nextSibling().nodeType(), QDomNode::CDATASectionNode);
+        QCOMPARE(first.nextSibling().nextSibling().nodeValue(), QStringLiteral("e"));
+        QVERIFY(first.nextSibling().nextSibling().nextSibling().isNull());
+        QCOMPARE(filer.GetText(), QStringLiteral("abc"));
+        QVERIFY(filer.Save(path));
+        XmlFiler again(false);
+        QVERIFY(again.Open(path));
+        QCOMPARE(again.GetDocument().toString(4), filer.GetDocument().toString(4));
+        QCOMPARE(again.GetText(), QStringLiteral("abc"));
+    }
+
     void attributeWhoseNameNoFileMayHoldIsDropped()
     {
         // The reader takes an attribute name running into NUL and control characters; written
