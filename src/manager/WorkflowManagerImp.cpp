@@ -11,6 +11,7 @@
 #include "platform/Platform.h"
 #include "util/FacadeAccess.h"
 #include "util/FileUtil.h"
+#include "util/NameOrder.h"
 #include "util/XlfCatalog.h"
 #include "util/XmlFiler.h"
 #include "util/XmlStreamReading.h"
@@ -382,8 +383,7 @@ WorkflowManagerImp::ListedFolder WorkflowManagerImp::ListWorkflowFileNames(const
         if (HasWorkflowSuffix(names.at(i)))
             listed.candidates.push_back(i);
     }
-    std::sort(listed.candidates.begin(), listed.candidates.end(),
-              [&names](qsizetype a, qsizetype b) { return names.at(a) < names.at(b); });
+    SortByName(listed.candidates, names);
     return listed;
 }
 
