@@ -7,6 +7,11 @@
 #include <QRandomGenerator>
 #include <QtTest>
 
+#include <atomic>
+#include <memory>
+#include <thread>
+#include <vector>
+
 using namespace Velmora::WorkflowCore;
 
 namespace {
@@ -38,6 +43,25 @@ bool FitsInBytes(const QString& text)
 {
     return std::all_of(text.cbegin(), text.cend(), [](QChar c) { return c.unicode() <= 0xFF; });
 }
+
+// A deferred text's source that counts how often it is read.
+class CountingSource final : public DeferredText
+{
+public:
+    explicit CountingSource(CompactText text) : m_text(std::move(text)) {}
+    int Reads() const { return m_reads.load(); }
+
+protected:
+    CompactText Read() const override
+    {
+        ++m_reads;
+        return m_text;
+    }
+
+private:
+    const CompactText m_text;
+    mutable std::atomic<int> m_reads{0};
+};
 
 } // namespace
 
@@ -112,6 +136,85 @@ private slots:
         // The same text, however it came: equal, and in the same form.
         QVERIFY(text == CompactText(QString::fromLatin1(bytes)));
         QVERIFY(text != CompactText(QStringLiteral("<B>et\u00E9</B>")));
+    }
+
+    // A deferred text reads as the text its source gives, read once, at the first question any
+    // copy of it asks, and kept by all of them from then on.
+    void deferredTextIsReadOnceWhenFirstAskedFor()
+    {
+        const QString markup = QStringLiteral("<Step Order=\"1\" Action=\"Caf\u00E9\"/>");
+        const auto source = std::make_shared<CountingSource>(CompactText(markup));
+        const CompactText deferred = CompactText::Deferred(source);
+        const CompactText copy = deferred;
+        QVERIFY(deferred.IsWaiting());
+        // Copies of one deferred text are equal without reading it.
+        QVERIFY(copy == deferred);
+        QCOMPARE(source->Reads(), 0);
+        QVERIFY(copy.IsWaiting());
+
+        QCOMPARE(copy.size(), markup.size());
+        QCOMPARE(source->Reads(), 1);
+        QVERIFY(!deferred.IsWaiting());
+        QVERIFY(!copy.IsWaiting());
+        QVERIFY(deferred.IsNarrow());
+        QCOMPARE(deferred.Latin1(), markup.toLatin1());
+        QCOMPARE(deferred.ToString(), markup);
+        QVERIFY(!deferred.isNull());
+        QVERIFY(!deferred.isEmpty());
+        QVERIFY(deferred == CompactText(markup));
+        QVERIFY(CompactText(markup) == deferred);
+        QVERIFY(deferred != CompactText(QStringLiteral("<Step/>")));
+        QCOMPARE(source->Reads(), 1);
+
+        // Assigning a text ends the deferral for that copy alone.
+        CompactText assigned = copy;
+        assigned = QStringLiteral("<Other/>");
+        QVERIFY(!assigned.IsWaiting());
+        QCOMPARE(assigned.ToString(), QStringLiteral("<Other/>"));
+        QCOMPARE(copy.ToString(), markup);
+    }
+
+    // Whatever the source gives, in either form or none, is what the deferred text reads as; a
+    // source that gives another deferred text is read through.
+    void deferredTextTakesTheFormItsSourceGives()
+    {
+        const CompactText wide = CompactText::Deferred(
+            std::make_shared<CountingSource>(CompactText(QStringLiteral("<A>\u65E5</A>"))));
+        QVERIFY(!wide.IsNarrow());
+        QCOMPARE(wide.Wide(), QStringLiteral("<A>\u65E5</A>"));
+
+        const CompactText none = CompactText::Deferred(std::make_shared<CountingSource>(CompactText()));
+        QVERIFY(none.isNull());
+        QVERIFY(none.isEmpty());
+        QVERIFY(none == CompactText());
+
+        const auto inner = std::make_shared<CountingSource>(CompactText(QStringLiteral("<Inner/>")));
+        const auto outer = std::make_shared<CountingSource>(CompactText::Deferred(inner));
+        const CompactText nested = CompactText::Deferred(outer);
+        QCOMPARE(nested.ToString(), QStringLiteral("<Inner/>"));
+        QVERIFY(!nested.IsWaiting());
+        QCOMPARE(inner->Reads(), 1);
+    }
+
+    // Threads asking one deferred text at once read it once and all see the same text.
+    void deferredTextIsReadOnceWhateverThreadsAsk()
+    {
+        for (int round = 0; round < 50; ++round)
+        {
+            const auto source = std::make_shared<CountingSource>(CompactText(QStringLiteral("<Step/>")));
+            const CompactText deferred = CompactText::Deferred(source);
+            std::vector<std::thread> threads;
+            std::atomic<int> right{0};
+            for (int i = 0; i < 4; ++i)
+                threads.emplace_back([deferred, &right] {
+                    if (deferred.ToString() == QStringLiteral("<Step/>"))
+                        ++right;
+                });
+            for (std::thread& thread : threads)
+                thread.join();
+            QCOMPARE(right.load(), 4);
+            QCOMPARE(source->Reads(), 1);
+        }
     }
 
     void randomTextsRoundTrip()
