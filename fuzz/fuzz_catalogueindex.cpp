@@ -1,6 +1,7 @@
 // Feeds any bytes to the catalogue index reader, twice: as the index file itself (which the
 // digests mostly turn away), and split at each "\xff" byte into blocks that are framed and digested as
-// a scan frames them, so that the entries' own bytes are read. Nothing may crash, hang or leak;
+// a scan frames them, so that the entries' own bytes are read, and the markup an entry leaves in
+// the block after it is read as a record reads it. Nothing may crash, hang or leak;
 // an index that loads is written anew by a scan that finds its files gone, and that index loads.
 
 #include "manager/CatalogueIndex.h"
@@ -25,6 +26,13 @@ void Exercise(const QString& file)
         const ScannedFilePtr taken = index.Take(QString::fromLatin1(path), identity);
         Check(!taken || taken->result == StreamReadResult::Read ||
               taken->result == StreamReadResult::Unreadable);
+        // Markup left in the index is read now, checked against its digest; damaged markup is
+        // read from a workflow file that is not there, and reads as none.
+        if (taken)
+        {
+            for (const WorkflowElementData& element : taken->data.elements)
+                Check(element.settings.ToString().size() == element.settings.size());
+        }
     }
     if (!loaded)
         return;

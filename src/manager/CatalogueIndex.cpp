@@ -42,6 +42,14 @@ constexpr quint32 kNullText = 0xFFFFFFFFu;
 // Set in a text's length when the text is kept one byte per character: most texts of a
 // catalogue are plain Latin, and the index is then half the size.
 constexpr quint32 kLatin1Text = 0x80000000u;
+// Set in a markup's length when the markup is kept in the block that follows its file's entry,
+// with the other long markup of that file, rather than in the entry: a start reads the entries
+// and leaves that block where it is until a record's markup is asked for. No block is long
+// enough for a length to reach this bit.
+constexpr quint32 kDeferredText = 0x40000000u;
+constexpr quint8 kEntryBlock = 'E';
+constexpr quint8 kMarkupBlock = 'M';
+constexpr quint8 kEndBlock = 'Z';
 
 // A fast digest of the payload, to tell an intact index from a damaged or truncated one. It is
 // no defence against a forger, and need not be: the file is the user's own cache.
@@ -144,11 +152,20 @@ public:
         m_bytes.append(reinterpret_cast<const char*>(text.utf16()), text.size() * 2);
     }
     // Written as the same text in UTF-16 would be: a reader tells the forms apart by the bytes.
-    void Text(const CompactText& text)
+    // Long markup in bytes goes to the file's markup block, and only its length to the entry.
+    void Markup(const CompactText& text)
     {
         if (!text.IsNarrow())
         {
             Text(text.Wide());
+            return;
+        }
+        if (text.size() >= CatalogueIndex::kDeferredMarkupMinimum)
+        {
+            Number<quint32>(static_cast<quint32>(text.size()) | kLatin1Text | kDeferredText);
+            if (m_markup.isEmpty())
+                m_markup.append(char(kMarkupBlock));
+            m_markup.append(text.Latin1());
             return;
         }
         Number<quint32>(static_cast<quint32>(text.size()) | kLatin1Text);
@@ -187,7 +204,7 @@ public:
             Flag(element.hasIntroduction);
             Text(element.introduction);
             Flag(element.hasSettings);
-            Text(element.settings);
+            Markup(element.settings);
         }
     }
     // The UTF-16 units a reader's block takes for the file's texts: every text but a null one and
@@ -216,11 +233,19 @@ public:
         return static_cast<quint32>(units);
     }
     const QByteArray& Bytes() const { return m_bytes; }
+    // The payload of the markup block that follows the entry File() wrote; empty when the entry
+    // kept all its markup.
+    const QByteArray& MarkupBlock() const { return m_markup; }
     // Empties the writer for the next block; what it holds stays allocated.
-    void Clear() { m_bytes.resize(0); }
+    void Clear()
+    {
+        m_bytes.resize(0);
+        m_markup.resize(0);
+    }
 
 private:
     QByteArray m_bytes;
+    QByteArray m_markup;
 };
 
 // Reads what Writer wrote; any read past the end, or any value no writer writes, sets failed
@@ -249,12 +274,25 @@ public:
     }
     QString Text() { return TextOf(Number<quint32>()); }
     // A text kept as a record keeps its markup: one written one byte per character is taken in
-    // bytes as it stands, outside the file's block of UTF-16 texts.
-    CompactText Markup()
+    // bytes as it stands, outside the file's block of UTF-16 texts. Markup kept in the file's
+    // markup block is left null here, and its length given in deferredUnits.
+    CompactText Markup(qsizetype& deferredUnits)
     {
+        deferredUnits = 0;
         const auto length = Number<quint32>();
         if (m_failed || length == kNullText)
             return CompactText();
+        if (length & kDeferredText)
+        {
+            // Only long markup in bytes is kept apart.
+            deferredUnits = qsizetype(length & ~(kLatin1Text | kDeferredText));
+            if (!(length & kLatin1Text) || deferredUnits < CatalogueIndex::kDeferredMarkupMinimum)
+            {
+                deferredUnits = 0;
+                m_failed = true;
+            }
+            return CompactText();
+        }
         if (!(length & kLatin1Text))
         {
             // A writer keeps markup that fits in bytes as bytes, so wide markup that fits is damage.
@@ -285,12 +323,17 @@ public:
     }
     // The texts of one file share one block: a file's entry takes one allocation for its texts
     // rather than one for each, and gives them back all at once when the last of them goes.
-    ScannedFilePtr File()
+    // Markup kept in the file's markup block is left to the caller (Deferred()).
+    std::shared_ptr<ScannedFile> File()
     {
         auto file = std::make_shared<ScannedFile>();
+        m_deferred.clear();
         ReadFile(*file);
         return file;
     }
+    // The markup of the file just read that its markup block holds, in order: for each, its
+    // element and its length.
+    const std::vector<std::pair<qsizetype, qsizetype>>& Deferred() const { return m_deferred; }
 
 private:
     // Whether the next units of the entry, read as UTF-16, are a text that is not empty and
@@ -410,7 +453,10 @@ private:
             element.hasIntroduction = Flag();
             element.introduction = Text();
             element.hasSettings = Flag();
-            element.settings = Markup();
+            qsizetype deferredUnits = 0;
+            element.settings = Markup(deferredUnits);
+            if (deferredUnits > 0)
+                m_deferred.emplace_back(qsizetype(i), deferredUnits);
         }
     }
 
@@ -434,6 +480,7 @@ private:
     char16_t* m_blockAt = nullptr;
     char16_t* m_blockEnd = nullptr;
     qsizetype m_slices = 0;
+    std::vector<std::pair<qsizetype, qsizetype>> m_deferred;
 };
 
 } // namespace
@@ -461,34 +508,98 @@ QString CatalogueIndex::FileFor(const QStringList& folders, const QString& local
         .arg(cache, Platform::MakerName(), QString::fromLatin1(digest));
 }
 
-namespace {
+// An index file as a load opened it. It stays open while anything loaded from it lives: the
+// records' deferred markup is read from it, even after a later scan has replaced the file.
+class CatalogueIndexFile
+{
+public:
+    explicit CatalogueIndexFile(QString path) : m_path(std::move(path)), m_file(m_path) {}
 
-constexpr quint8 kEntryBlock = 'E';
-constexpr quint8 kEndBlock = 'Z';
+    bool Open()
+    {
+        if (!m_file.open(QIODevice::ReadOnly | QIODevice::Unbuffered))
+            return false;
+        m_identity = Platform::IdentifyFile(m_path);
+        return true;
+    }
+    qint64 Size() const { return m_file.size(); }
+    // Up to size bytes from offset; fewer where the file ends first. One reader at a time: the
+    // load, the scan copying blocks and a record reading its markup share the file.
+    qint64 ReadAt(qint64 offset, char* data, qint64 size)
+    {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        if (!m_file.seek(offset))
+            return -1;
+        qint64 done = 0;
+        while (done < size)
+        {
+            const qint64 read = m_file.read(data + done, size - done);
+            if (read <= 0)
+                break;
+            done += read;
+        }
+        return done;
+    }
+    // The bytes from offset, null unless all of them are there.
+    QByteArray ReadAt(qint64 offset, qint64 size)
+    {
+        QByteArray bytes(size, Qt::Uninitialized);
+        if (ReadAt(offset, bytes.data(), size) != size)
+            return QByteArray();
+        return bytes;
+    }
+    // The file was found damaged after its load: it goes, so that the next scan writes it anew,
+    // unless another scan has replaced it already.
+    void Drop()
+    {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        if (m_dropped)
+            return;
+        m_dropped = true;
+        if (m_identity.exists && Platform::IdentifyFile(m_path) == m_identity)
+            QFile::remove(m_path);
+    }
+
+private:
+    const QString m_path;
+    QFile m_file;
+    Platform::FileIdentity m_identity;
+    std::mutex m_mutex;
+    bool m_dropped = false;
+};
+
+namespace {
 
 // The blocks of an index file, read in order through a buffer that is reused.
 class BlockReader
 {
 public:
-    explicit BlockReader(QIODevice& device) : m_device(device) {}
+    BlockReader(CatalogueIndexFile& file, qint64 start) : m_file(file), m_start(start) {}
 
     // Where in the file the next block starts.
     qint64 Offset() const { return m_base + m_at; }
     // The next block's bytes when they are all there and match their digest; null otherwise.
     const char* Next(qsizetype& size)
     {
+        quint64 digest = 0;
+        const char* block = Unchecked(size, digest);
+        if (!block || Digest(block, size) != digest)
+            return nullptr;
+        return block;
+    }
+    // The next block's bytes when they are all there, and the digest they should match, which
+    // is left to whoever reads them.
+    const char* Unchecked(qsizetype& size, quint64& digest)
+    {
         if (!Fill(kBlockHeaderSize))
             return nullptr;
         quint32 length;
-        quint64 digest;
         std::memcpy(&length, m_buffer.constData() + m_at, 4);
         std::memcpy(&digest, m_buffer.constData() + m_at + 4, 8);
         if (length > kLargestBlock || !Fill(kBlockHeaderSize + length))
             return nullptr;
         const char* block = m_buffer.constData() + m_at + kBlockHeaderSize;
         m_at += kBlockHeaderSize + length;
-        if (Digest(block, length) != digest)
-            return nullptr;
         size = length;
         return block;
     }
@@ -509,7 +620,8 @@ private:
             m_buffer.resize(std::max<qsizetype>(count, 2 * m_buffer.size()));
         while (m_end < count)
         {
-            const qint64 read = m_device.read(m_buffer.data() + m_end, m_buffer.size() - m_end);
+            const qint64 read =
+                m_file.ReadAt(m_start + m_base + m_end, m_buffer.data() + m_end, m_buffer.size() - m_end);
             if (read <= 0)
                 return false;
             m_end += read;
@@ -517,7 +629,9 @@ private:
         return true;
     }
 
-    QIODevice& m_device;
+    CatalogueIndexFile& m_file;
+    // Where in the file the blocks start.
+    const qint64 m_start;
     QByteArray m_buffer = QByteArray(1 << 20, Qt::Uninitialized);
     qint64 m_base = 0;
     qsizetype m_at = 0;
@@ -531,6 +645,89 @@ void AppendBlock(QByteArray& out, const QByteArray& block)
     out.append(reinterpret_cast<const char*>(&length), 4);
     out.append(reinterpret_cast<const char*>(&digest), 8);
     out.append(block);
+}
+
+// A file's markup block, where a load left it.
+class StoredMarkup
+{
+public:
+    StoredMarkup(std::shared_ptr<CatalogueIndexFile> index, qint64 offset, qsizetype size, quint64 digest,
+                 QString workflowFile)
+        : m_index(std::move(index)), m_offset(offset), m_size(size), m_digest(digest),
+          m_workflowFile(std::move(workflowFile))
+    {
+    }
+
+    // The block's payload as its entry's scan wrote it; null when the index no longer holds it
+    // so (the index is then dropped).
+    QByteArray Payload() const
+    {
+        const QByteArray bytes = m_index->ReadAt(m_offset, kBlockHeaderSize + m_size);
+        if (!bytes.isNull())
+        {
+            quint32 length;
+            quint64 digest;
+            std::memcpy(&length, bytes.constData(), 4);
+            std::memcpy(&digest, bytes.constData() + 4, 8);
+            const char* payload = bytes.constData() + kBlockHeaderSize;
+            if (qsizetype(length) == m_size && digest == m_digest && Digest(payload, m_size) == m_digest &&
+                quint8(payload[0]) == kMarkupBlock)
+                return bytes.sliced(kBlockHeaderSize);
+        }
+        m_index->Drop();
+        return QByteArray();
+    }
+    // The markup of the element as the workflow file holds it now: what a damaged index can no
+    // longer give. Unless the file changed since the scan, that is the markup the scan took.
+    CompactText FromWorkflowFile(qsizetype element) const
+    {
+        WorkflowFileData data;
+        if (ReadWorkflowFileData(m_workflowFile, QString(), data) != StreamReadResult::Read ||
+            element >= data.elements.size())
+            return CompactText();
+        return data.elements.at(element).settings;
+    }
+
+private:
+    const std::shared_ptr<CatalogueIndexFile> m_index;
+    const qint64 m_offset;
+    const qsizetype m_size;
+    const quint64 m_digest;
+    const QString m_workflowFile;
+};
+
+// One element's markup in its file's markup block.
+class DeferredMarkup final : public DeferredText
+{
+public:
+    DeferredMarkup(std::shared_ptr<const StoredMarkup> block, qsizetype at, qsizetype size, qsizetype element)
+        : m_block(std::move(block)), m_at(at), m_size(size), m_element(element)
+    {
+    }
+
+protected:
+    CompactText Read() const override
+    {
+        const QByteArray payload = m_block->Payload();
+        if (payload.isNull())
+            return m_block->FromWorkflowFile(m_element);
+        return CompactText::FromLatin1(payload.sliced(m_at, m_size));
+    }
+
+private:
+    const std::shared_ptr<const StoredMarkup> m_block;
+    const qsizetype m_at;
+    const qsizetype m_size;
+    const qsizetype m_element;
+};
+
+// The length a markup block of these deferred markups has: its kind, then each markup.
+qsizetype MarkupBlockSize(const std::vector<std::pair<qsizetype, qsizetype>>& deferred)
+{
+    qsizetype size = 1;
+    for (const auto& [element, units] : deferred)
+        size += units;
+    return size;
 }
 
 } // namespace
@@ -621,11 +818,11 @@ bool CatalogueIndex::LoadEntries(bool reserveMemory, bool askStatus, qsizetype& 
 {
     if (m_file.isEmpty() || !IsRegularFile(m_file))
         return false;
-    auto source = std::make_unique<QFile>(m_file);
-    if (!source->open(QIODevice::ReadOnly | QIODevice::Unbuffered))
+    auto source = std::make_shared<CatalogueIndexFile>(m_file);
+    if (!source->Open())
         return false;
     char header[kHeaderSize];
-    if (source->read(header, kHeaderSize) != kHeaderSize)
+    if (source->ReadAt(0, header, kHeaderSize) != kHeaderSize)
         return false;
     Reader fixed(header, kHeaderSize);
     char magic[sizeof kMagic];
@@ -637,7 +834,7 @@ bool CatalogueIndex::LoadEntries(bool reserveMemory, bool askStatus, qsizetype& 
         byteOrder != kByteOrderMark)
         return false;
 
-    BlockReader blocks(*source);
+    BlockReader blocks(*source, kHeaderSize);
     qsizetype size = 0;
     const char* block = blocks.Next(size);
     if (!block)
@@ -657,7 +854,7 @@ bool CatalogueIndex::LoadEntries(bool reserveMemory, bool askStatus, qsizetype& 
     // texts widen from UTF-8 to UTF-16, and each text, list and file has a header of its own.
     // Their memory is made ready a step ahead of them, so that the scan, which takes the entries
     // as they come, never waits for all of it.
-    const size_t planned = reserveMemory ? size_t(source->size()) * kLoadedQuartersPerIndexByte / 4 : 0;
+    const size_t planned = reserveMemory ? size_t(source->Size()) * kLoadedQuartersPerIndexByte / 4 : 0;
     std::vector<std::unique_ptr<Platform::HeapReservation>> reservations;
     size_t reserved = 0;
     const auto reserveAhead = [&](qint64 read) {
@@ -674,7 +871,7 @@ bool CatalogueIndex::LoadEntries(bool reserveMemory, bool askStatus, qsizetype& 
     // later one turns out damaged. Neither thread reads it again until the load has ended.
     {
         const std::lock_guard<std::mutex> lock(m_mutex);
-        m_source = std::move(source);
+        m_source = source;
     }
     std::vector<Entry> chunk;
     chunk.reserve(kChunkEntries);
@@ -701,9 +898,29 @@ bool CatalogueIndex::LoadEntries(bool reserveMemory, bool askStatus, qsizetype& 
         Entry entry;
         entry.path = reader.Text();
         entry.identity = reader.Identity();
-        entry.file = reader.File();
+        const std::shared_ptr<ScannedFile> file = reader.File();
         if (reader.Failed() || !reader.AtEnd())
             return false;
+        if (!reader.Deferred().empty())
+        {
+            // The file's long markup follows in a block of its own, left where it is: it is
+            // checked against its digest when a record first asks for it.
+            const qint64 markupOffset = kHeaderSize + blocks.Offset();
+            quint64 digest = 0;
+            const char* markup = blocks.Unchecked(size, digest);
+            if (!markup || quint8(markup[0]) != kMarkupBlock || size != MarkupBlockSize(reader.Deferred()))
+                return false;
+            const auto stored =
+                std::make_shared<const StoredMarkup>(source, markupOffset, size, digest, entry.path);
+            qsizetype at = 1;
+            for (const auto& [element, units] : reader.Deferred())
+            {
+                file->data.elements[element].settings =
+                    CompactText::Deferred(std::make_shared<const DeferredMarkup>(stored, at, units, element));
+                at += units;
+            }
+        }
+        entry.file = file;
         entry.offset = offset;
         entry.length = kHeaderSize + blocks.Offset() - offset;
         if (askStatus && published * qsizetype(kChunkEntries) + qsizetype(chunk.size()) >
@@ -866,13 +1083,11 @@ const CatalogueIndex::Entry* CatalogueIndex::LoadedEntry(const QString& path)
 
 QByteArray CatalogueIndex::LoadedBlock(const Entry* entry) const
 {
-    QByteArray bytes;
-    if (!entry || !m_source || !m_source->seek(entry->offset))
-        return bytes;
-    bytes.resize(entry->length);
-    if (m_source->read(bytes.data(), entry->length) != entry->length)
-        bytes.clear();
-    return bytes;
+    if (!entry || !m_source)
+        return QByteArray();
+    QByteArray bytes = m_source->ReadAt(entry->offset, entry->length);
+    // Empty, not null, for a block that is not all there: a copy of it is no copy.
+    return bytes.isNull() ? QByteArray("") : bytes;
 }
 
 ScannedFilePtr CatalogueIndex::Take(const QString& path, const Platform::FileIdentity& identity)
@@ -900,16 +1115,47 @@ ScannedFilePtr CatalogueIndex::Take(const QString& path, const Platform::FileIde
         return file;
     if (!WaitForLoad())
         return nullptr;
-    const QByteArray block = LoadedBlock(entry);
-    if (block.size() < kBlockHeaderSize)
+    // The entry's block and the markup block that may follow it, each checked again: the file
+    // has been open since the load.
+    const QByteArray blocks = LoadedBlock(entry);
+    const auto checked = [&blocks](qsizetype at, qsizetype& size) -> const char* {
+        if (blocks.size() - at < kBlockHeaderSize)
+            return nullptr;
+        quint32 length;
+        quint64 digest;
+        std::memcpy(&length, blocks.constData() + at, 4);
+        std::memcpy(&digest, blocks.constData() + at + 4, 8);
+        const char* payload = blocks.constData() + at + kBlockHeaderSize;
+        if (qsizetype(length) > blocks.size() - at - kBlockHeaderSize || Digest(payload, length) != digest)
+            return nullptr;
+        size = length;
+        return payload;
+    };
+    qsizetype size = 0;
+    const char* block = checked(0, size);
+    if (!block)
         return nullptr;
-    Reader reader(block.constData() + kBlockHeaderSize, block.size() - kBlockHeaderSize);
+    Reader reader(block, size);
     reader.Number<quint8>();
     reader.Text();
     reader.Identity();
-    ScannedFilePtr file = reader.File();
+    const std::shared_ptr<ScannedFile> file = reader.File();
     if (reader.Failed())
         return nullptr;
+    if (!reader.Deferred().empty())
+    {
+        // Read whole here: the markup is taken as it stands.
+        qsizetype markupSize = 0;
+        const char* markup = checked(kBlockHeaderSize + size, markupSize);
+        if (!markup || quint8(markup[0]) != kMarkupBlock || markupSize != MarkupBlockSize(reader.Deferred()))
+            return nullptr;
+        qsizetype at = 1;
+        for (const auto& [element, units] : reader.Deferred())
+        {
+            file->data.elements[element].settings = CompactText::FromLatin1(QByteArray(markup + at, units));
+            at += units;
+        }
+    }
     entry->taken = file;
     return file;
 }
@@ -1008,6 +1254,8 @@ void CatalogueIndex::Enter(const QString& path, const Platform::FileIdentity& id
         block.Identity(identity);
         block.File(*file);
         AppendBlock(m_writing->out, block.Bytes());
+        if (!block.MarkupBlock().isEmpty())
+            AppendBlock(m_writing->out, block.MarkupBlock());
     }
     ++m_writing->count;
     m_writing->Flush(1 << 20);

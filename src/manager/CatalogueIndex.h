@@ -20,6 +20,8 @@
 
 namespace Velmora::WorkflowCore {
 
+class CatalogueIndexFile;
+
 // What one workflow file gave the scan that read it: the plain, untranslated data of its
 // elements. It depends on the file's bytes alone, so it can be kept from one start to the next.
 struct ScannedFile
@@ -34,6 +36,12 @@ using ScannedFilePtr = std::shared_ptr<const ScannedFile>;
 // unchanged files reads one index instead of thousands of files. Translations and per-user
 // settings are not kept: they are applied afresh at every start, so a changed translation file
 // or a changed choice is never answered from here.
+//
+// Long settings markup, most of what an index holds, is not read at a start: each record's
+// markup stays deferred (CompactText::Deferred) and is read from the index, which the records
+// keep open, when it is first asked for. Such markup is checked against its digest when it is
+// read; markup found damaged then is read from its workflow file instead, and the index is
+// dropped, to be written anew by the next scan.
 //
 // The index is a cache and nothing else: one that is missing, damaged, truncated, written for
 // another catalogue or by another format is ignored and written again; one that cannot be
@@ -113,7 +121,10 @@ public:
     // The layout of the file's fixed start, for tests that damage an index on purpose: eight
     // bytes of magic, then the format version as a 32-bit number.
     static constexpr int kVersionOffset = 8;
-    static constexpr quint32 kFormatVersion = 4;
+    static constexpr quint32 kFormatVersion = 5;
+    // Settings markup in bytes at least this long is kept apart from its file's entry and read
+    // when it is first asked for; shorter markup costs less to keep than to find again.
+    static constexpr qsizetype kDeferredMarkupMinimum = 128;
 
 private:
     struct Entry
@@ -181,8 +192,9 @@ private:
     qint64 m_loadedScanStartedNs = 0;
     // How many entries the load read, once it has ended.
     qsizetype m_entryCount = 0;
-    // The loaded index stays open: its blocks are copied into the new one as they stand.
-    std::unique_ptr<QFile> m_source;
+    // The loaded index stays open: its blocks are copied into the new one as they stand, and
+    // the records' deferred markup is read from it.
+    std::shared_ptr<CatalogueIndexFile> m_source;
 
     // The scan's thread only: the chunks it has seen and its place among the entries.
     std::vector<std::pair<Entry*, qsizetype>> m_seen;

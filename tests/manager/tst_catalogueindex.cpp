@@ -169,17 +169,22 @@ public:
                                       : "<Introduction>" + Text(serial + 2) + "</Introduction>";
         if (Below(4) == 0)
             children += "<!-- a comment --><Unknown a=\"b\"/>";
-        if (Below(3) != 0)
+        if (serial % 4 == 0 || Below(3) != 0)
             children += Settings(serial);
         return WorkflowElement(attributes, children);
     }
 
     // Settings markup of every kind a record keeps: with steps (their texts in ASCII, in Latin-1
-    // beyond ASCII, or beyond Latin-1), and empty in each way it can be written.
+    // beyond ASCII, or beyond Latin-1), short or long enough for the index to keep it apart from
+    // its entry, and empty in each way it can be written. Every fourth element has long markup.
     QByteArray Settings(int serial)
     {
-        switch (Below(6))
+        if (serial % 4 == 0)
+            return LongSettings(serial, true);
+        switch (Below(7))
         {
+        case 6:
+            return LongSettings(serial, false);
         case 0:
             return "<Settings></Settings>";
         case 1:
@@ -190,6 +195,17 @@ public:
             return "<Settings>\n  <Step Order=\"1\" Action=\"" + Text(serial + 3) +
                    "\"/><Note>text &amp; more</Note>\n</Settings>";
         }
+    }
+
+    // With plain, every character of it is ASCII.
+    QByteArray LongSettings(int serial, bool plain)
+    {
+        QByteArray steps;
+        for (int i = 3 + Below(6); i > 0; --i)
+            steps += "\n  <Step Order=\"" + QByteArray::number(i) + "\" Action=\"" +
+                     (plain ? "Part " + QByteArray::number(serial + i) : Text(serial + i)) + "\"/>";
+        return "<Settings>" + steps + "\n  <Note>Collect the figures of part " + QByteArray::number(serial) +
+               "</Note>\n</Settings>";
     }
 
     QByteArray Document(int& serial)
@@ -344,6 +360,61 @@ class tst_CatalogueIndex : public QObject
         return payloads;
     }
 
+    // The catalogue's key and the time its scan began, from the payload of an index file's head:
+    // the key in bytes, then the time.
+    static bool ReadHead(const QByteArray& head, QString& key, qint64& scanStarted)
+    {
+        quint32 keyLength;
+        std::memcpy(&keyLength, head.constData(), 4);
+        if (!(keyLength & 0x80000000u))
+            return false;
+        keyLength &= ~0x80000000u;
+        key = QString::fromLatin1(head.mid(4, keyLength));
+        std::memcpy(&scanStarted, head.constData() + 4 + keyLength, 8);
+        return true;
+    }
+
+    // No workflow files, and no index of them.
+    void ClearCatalogue()
+    {
+        QDir(m_folder).removeRecursively();
+        QDir(QFileInfo(IndexFile()).absolutePath()).removeRecursively();
+        m_names.clear();
+    }
+
+    // Where each block after the head starts in an index file, with the kind of entry its
+    // payload begins with.
+    static QList<std::pair<qsizetype, char>> Blocks(const QByteArray& bytes)
+    {
+        QList<std::pair<qsizetype, char>> blocks;
+        qsizetype at = CatalogueIndex::kVersionOffset + 8;
+        for (bool head = true; at + 12 < bytes.size(); head = false)
+        {
+            quint32 length;
+            std::memcpy(&length, bytes.constData() + at, 4);
+            if (!head)
+                blocks.append({at, bytes.at(at + 12)});
+            at += 12 + qsizetype(length);
+        }
+        return blocks;
+    }
+
+    // Where the payload of the first block of that kind at or after from starts (of the last
+    // one before from when none follows); -1 when the file has none.
+    static qsizetype PayloadNear(const QByteArray& bytes, char kind, qsizetype from)
+    {
+        qsizetype found = -1;
+        for (const auto& [at, blockKind] : Blocks(bytes))
+        {
+            if (blockKind != kind)
+                continue;
+            found = at + 12;
+            if (at >= from)
+                break;
+        }
+        return found;
+    }
+
     QString IndexFile(const QString& locale = QStringLiteral("en-US")) const
     {
         return CatalogueIndex::FileFor({m_folder, m_folder, Imp()->UserWorkflowFolder()}, locale);
@@ -352,9 +423,7 @@ class tst_CatalogueIndex : public QObject
     // A folder of generated files, all of them old, and an index of them.
     void MakeCatalogue(Generator& generator, int files)
     {
-        QDir(m_folder).removeRecursively();
-        QDir(QFileInfo(IndexFile()).absolutePath()).removeRecursively();
-        m_names.clear();
+        ClearCatalogue();
         for (int i = 0; i < files; ++i)
         {
             const QString name = QStringLiteral("flow_%1.workflow").arg(i, 3, 10, QLatin1Char('0'));
@@ -615,7 +684,8 @@ private slots:
               "truncated by one byte", "one byte flipped", "a byte appended", "a later format",
               "foreign bytes", "another catalogue's index", "a folder",
               "a file's texts announced one unit short", "a file's texts announced one unit long",
-              "a file's markup written wide though it fits in bytes"})
+              "a file's markup written wide though it fits in bytes", "a markup block left out",
+              "a markup block one byte longer", "a markup block where an entry belongs"})
         {
             QTest::addRow("%s, taken as loaded", damage) << QString::fromLatin1(damage) << true;
             QTest::addRow("%s, status first", damage) << QString::fromLatin1(damage) << false;
@@ -641,7 +711,13 @@ private slots:
         else if (damage == QLatin1String("truncated by one byte"))
             bytes.chop(1);
         else if (damage == QLatin1String("one byte flipped"))
-            bytes[bytes.size() * 2 / 3] = static_cast<char>(bytes.at(bytes.size() * 2 / 3) ^ 0x10);
+        {
+            // In a file's entry, which a load checks: a file's markup block is checked when it is
+            // read (markupKeptApartSurvivesWhateverHappensToTheIndex).
+            const qsizetype at = PayloadNear(bytes, 'E', bytes.size() * 2 / 3);
+            QVERIFY(at > 0);
+            bytes[at + 1] = static_cast<char>(bytes.at(at + 1) ^ 0x10);
+        }
         else if (damage == QLatin1String("a byte appended"))
             bytes.append('\0');
         else if (damage == QLatin1String("a later format"))
@@ -651,19 +727,34 @@ private slots:
         }
         else if (damage == QLatin1String("foreign bytes"))
             bytes = QByteArray("<?xml version=\"1.0\"?><Workflows/>\n").repeated(40);
+        else if (damage.startsWith(QLatin1String("a markup block")))
+        {
+            // Framed and digested as a writer frames them: only the block is out of place.
+            QList<QByteArray> payloads = Payloads(bytes);
+            QString key;
+            qint64 scanStarted = 0;
+            QVERIFY(ReadHead(payloads.takeFirst(), key, scanStarted));
+            qsizetype markup = 1;
+            while (markup < payloads.size() && payloads.at(markup).at(0) != 'M')
+                ++markup;
+            QVERIFY2(markup < payloads.size(), "no markup block");
+            QCOMPARE(payloads.at(markup - 1).at(0), 'E');
+            if (damage.endsWith(QLatin1String("left out")))
+                payloads.removeAt(markup);
+            else if (damage.endsWith(QLatin1String("longer")))
+                payloads[markup].append('x');
+            else
+                payloads.move(markup, markup - 1);
+            bytes = CatalogueIndex::Framed(key, scanStarted, payloads);
+        }
         else if (damage.startsWith(QLatin1String("a file's")))
         {
             // Framed and digested as a writer frames them: only the one entry is wrong.
             QList<QByteArray> payloads = Payloads(bytes);
             QVERIFY(payloads.size() > 2);
-            const QByteArray head = payloads.takeFirst();
-            quint32 keyLength;
-            std::memcpy(&keyLength, head.constData(), 4);
-            QVERIFY(keyLength & 0x80000000u);
-            keyLength &= ~0x80000000u;
-            const QString key = QString::fromLatin1(head.mid(4, keyLength));
-            qint64 scanStarted;
-            std::memcpy(&scanStarted, head.constData() + 4 + keyLength, 8);
+            QString key;
+            qint64 scanStarted = 0;
+            QVERIFY(ReadHead(payloads.takeFirst(), key, scanStarted));
             // The first entry of a file that was read (the generator damages some files, whose
             // entries say only that they were not): its kind, its path, its identity, the flag
             // that it was read, then the units of its texts.
@@ -795,9 +886,7 @@ private slots:
     // already takes its entries; every tenth file a generated one.
     void MakeLargeCatalogue(Generator& generator, int files)
     {
-        QDir(m_folder).removeRecursively();
-        QDir(QFileInfo(IndexFile()).absolutePath()).removeRecursively();
-        m_names.clear();
+        ClearCatalogue();
         QByteArray steps;
         for (int i = 0; i < 40; ++i)
             steps += "<Step Order=\"" + QByteArray::number(i) + "\" Action=\"Collect the figures\"/>";
@@ -914,11 +1003,181 @@ private slots:
         QCOMPARE(CompareWithAndWithout("large, first"), qsizetype(600));
         QCOMPARE(CompareWithAndWithout("large, again"), qsizetype(0));
         QByteArray bytes = ReadFile(IndexFile());
-        const qsizetype at = bytes.size() - bytes.size() / 50;
-        bytes[at] = static_cast<char>(bytes.at(at) ^ 0x10);
+        const qsizetype at = PayloadNear(bytes, 'E', bytes.size() - bytes.size() / 50);
+        QVERIFY(at > bytes.size() / 2);
+        bytes[at + 1] = static_cast<char>(bytes.at(at + 1) ^ 0x10);
         QVERIFY(WriteFile(IndexFile(), bytes));
         QVERIFY(CompareWithAndWithout("damaged near the end") > 0);
         QCOMPARE(CompareWithAndWithout("rebuilt"), qsizetype(0));
+    }
+
+    // Long markup in bytes waits in the index until a record is asked for it, each element's on
+    // its own, and then reads as the file holds it; short markup and markup beyond Latin-1 are
+    // held from the start.
+    void longMarkupWaitsInTheIndexUntilAskedFor()
+    {
+        ClearCatalogue();
+        QByteArray steps;
+        for (int i = 0; i < 8; ++i)
+            steps += "<Step Order=\"" + QByteArray::number(i) + "\" Action=\"Collect the figures\"/>";
+        const QList<std::pair<QString, QByteArray>> files = {
+            {QStringLiteral("long.workflow"),
+             WorkflowElement(R"(Id="Long" Name="Long")", "<Settings>" + steps + "</Settings>")},
+            {QStringLiteral("short.workflow"),
+             WorkflowElement(R"(Id="Short" Name="Short")", "<Settings><Step Order=\"1\"/></Settings>")},
+            {QStringLiteral("wide.workflow"),
+             WorkflowElement(R"(Id="Wide" Name="Wide")",
+                             "<Settings>" + steps + "<Note>\xe6\x97\xa5\xe6\x9c\xac</Note></Settings>")},
+            {QStringLiteral("two.workflow"),
+             WorkflowElement(R"(Id="First" Name="First")", "<Settings>" + steps + "<A/></Settings>") +
+                 WorkflowElement(R"(Id="Second" Name="Second")", "<Settings>" + steps + "<B/></Settings>")},
+        };
+        for (const auto& [name, elements] : files)
+        {
+            QVERIFY(WriteFile(PathOf(name), WorkflowDocument(elements)));
+            QVERIFY(SetModified(PathOf(name), Old()));
+            m_names.append(name);
+        }
+        QCOMPARE(CompareWithAndWithout("first scan"), qsizetype(8));
+
+        const auto markupById = [this](bool useIndex) {
+            QMap<QString, const WorkflowFields*> records;
+            WorkflowManager::Uninitialize();
+            WorkflowManager::Initialize();
+            Imp()->SetScanUsesIndex(useIndex);
+            Imp()->SetCurrentLocale(QStringLiteral("en-US"));
+            Imp()->SetWorkflowSearchPaths(m_folder + QLatin1Char(';') + m_folder);
+            for (Workflow* workflow : Imp()->Catalogue())
+            {
+                const WorkflowFields& fields = ImpOf(workflow)->Fields();
+                if (!records.contains(fields.Id))
+                    records.insert(fields.Id, &fields);
+            }
+            return records;
+        };
+        QMap<QString, QString> expected;
+        for (const auto& [id, fields] : markupById(false).asKeyValueRange())
+        {
+            QVERIFY(!fields->Settings.IsWaiting());
+            expected.insert(id, fields->Settings.ToString());
+        }
+        const QMap<QString, const WorkflowFields*> records = markupById(true);
+        QCOMPARE(Imp()->LastScanFilesRead(), qsizetype(0));
+        QCOMPARE(records.keys(), expected.keys());
+        QVERIFY(records.value(QStringLiteral("Long"))->Settings.IsWaiting());
+        QVERIFY(records.value(QStringLiteral("First"))->Settings.IsWaiting());
+        QVERIFY(records.value(QStringLiteral("Second"))->Settings.IsWaiting());
+        QVERIFY(!records.value(QStringLiteral("Short"))->Settings.IsWaiting());
+        QVERIFY(!records.value(QStringLiteral("Wide"))->Settings.IsWaiting());
+        QVERIFY(!records.value(QStringLiteral("Wide"))->Settings.IsNarrow());
+
+        // One element's markup read leaves its neighbour's waiting.
+        QCOMPARE(records.value(QStringLiteral("First"))->Settings.ToString(),
+                 expected.value(QStringLiteral("First")));
+        QVERIFY(!records.value(QStringLiteral("First"))->Settings.IsWaiting());
+        QVERIFY(records.value(QStringLiteral("Second"))->Settings.IsWaiting());
+        for (const auto& [id, fields] : records.asKeyValueRange())
+        {
+            QCOMPARE(fields->Settings.ToString(), expected.value(id));
+            QVERIFY(!fields->Settings.IsWaiting());
+        }
+        QVERIFY(records.value(QStringLiteral("Long"))->Settings.IsNarrow());
+        QVERIFY(records.value(QStringLiteral("Long"))->Settings.size() >=
+                CatalogueIndex::kDeferredMarkupMinimum);
+        // The copy a record takes of another shares its markup, and a changed markup is its own.
+        WorkflowFields copy = *records.value(QStringLiteral("Second"));
+        QCOMPARE(copy.Settings, records.value(QStringLiteral("Second"))->Settings);
+        copy.Settings = QStringLiteral("<Changed/>");
+        QCOMPARE(copy.Settings.ToString(), QStringLiteral("<Changed/>"));
+        QCOMPARE(records.value(QStringLiteral("Second"))->Settings.ToString(),
+                 expected.value(QStringLiteral("Second")));
+    }
+
+    // Records made at a start keep the index they were loaded from open: whatever happens to the
+    // index file afterwards, each reads its markup as the files hold it. Markup found damaged is
+    // read from its workflow file, and the index it came from is dropped and written anew.
+    void markupKeptApartSurvivesWhateverHappensToTheIndex_data()
+    {
+        QTest::addColumn<QString>("what");
+        for (const char* what :
+             {"a markup byte flipped in place", "truncated in place", "deleted", "replaced by a later scan"})
+            QTest::newRow(what) << QString::fromLatin1(what);
+    }
+    void markupKeptApartSurvivesWhateverHappensToTheIndex()
+    {
+        QFETCH(QString, what);
+        Generator generator(Seed() + 8);
+        MakeCatalogue(generator, 12);
+        const QString index = IndexFile();
+        QCOMPARE(CompareWithAndWithout("first scan"), qsizetype(24));
+        const Scan plain = ScanOnce(false);
+
+        // A start the index answers for, whose records are kept past the manager's end.
+        WorkflowManager::Uninitialize();
+        QVERIFY(WorkflowManager::Initialize());
+        Imp()->SetScanUsesIndex(true);
+        Imp()->SetCurrentLocale(QStringLiteral("en-US"));
+        Imp()->SetWorkflowSearchPaths(m_folder + QLatin1Char(';') + m_folder);
+        QCOMPARE(Imp()->LastScanFilesRead(), qsizetype(0));
+        QList<WorkflowFields> kept;
+        int waiting = 0;
+        for (Workflow* workflow : Imp()->Catalogue())
+        {
+            kept.append(ImpOf(workflow)->Fields());
+            waiting += kept.last().Settings.IsWaiting() ? 1 : 0;
+        }
+        QVERIFY(waiting > 0);
+        WorkflowManager::Uninitialize();
+        QVERIFY(WorkflowManager::Initialize());
+
+        QByteArray bytes = ReadFile(index);
+        const qsizetype markup = PayloadNear(bytes, 'M', bytes.size() / 2);
+        QVERIFY(markup > 0);
+        qsizetype expectedNext = 0;
+        if (what == QLatin1String("a markup byte flipped in place"))
+        {
+            QFile file(index);
+            QVERIFY(file.open(QIODevice::ReadWrite));
+            QVERIFY(file.seek(markup + 3));
+            const char flipped = static_cast<char>(bytes.at(markup + 3) ^ 0x10);
+            QCOMPARE(file.write(&flipped, 1), qint64(1));
+        }
+        else if (what == QLatin1String("truncated in place"))
+        {
+            QVERIFY(QFile::resize(index, markup + 3));
+            expectedNext = 24;
+        }
+        else if (what == QLatin1String("deleted"))
+        {
+            QVERIFY(QFile::remove(index));
+            expectedNext = 24;
+        }
+        else
+        {
+            const QString path = PathOf(m_names.at(5));
+            QVERIFY(WriteFile(path, ReadFile(path) + "\n"));
+            QVERIFY(SetModified(path, Old(500)));
+            QVERIFY(CompareWithAndWithout("one file changed") >= 0);
+            QVERIFY(QFileInfo::exists(index));
+            QVERIFY(ReadFile(index) != bytes);
+        }
+        QCOMPARE(kept.size(), plain.records.size());
+        for (qsizetype i = 0; i < kept.size(); ++i)
+            QCOMPARE(Described(kept.at(i)), plain.records.at(i));
+        kept.clear();
+
+        if (what == QLatin1String("a markup byte flipped in place"))
+        {
+            // The damaged block was only found by a record of the start before: the next start
+            // takes the entries, finds the block damaged as its records ask, and drops the index.
+            // The folder's second listing takes its files' blocks again, whole and checked: the
+            // one file whose markup is damaged is read.
+            QCOMPARE(CompareWithAndWithout("damaged markup found"), qsizetype(1));
+            QVERIFY(!QFileInfo::exists(index));
+            expectedNext = 24;
+        }
+        QCOMPARE(CompareWithAndWithout("next start"), expectedNext);
+        QCOMPARE(CompareWithAndWithout("settled"), qsizetype(0));
     }
 
     // The sample workflows shipped with the library, with their translations in every locale.
