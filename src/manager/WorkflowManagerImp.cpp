@@ -295,6 +295,9 @@ void WorkflowManagerImp::ScanCatalogue()
             index.Load(freshHeap, takeAsLoaded);
             loaded->set_value();
         });
+        // A catalogue of that size has thousands of templates, and the first of them would
+        // otherwise wait here for the user's choices of all of them to be read.
+        m_settings.ReadAhead(ScanPool());
     }
     // The names of every folder first: they tell how many files the scan is about.
     std::vector<ListedFolder> listed;

@@ -8,10 +8,12 @@
 
 #include <QHash>
 #include <QScopeGuard>
+#include <QThreadPool>
 #include <QVarLengthArray>
 #include <QXmlStreamReader>
 
 #include <cstring>
+#include <future>
 #include <memory>
 #include <optional>
 
@@ -619,6 +621,12 @@ struct WorkflowSettingsStore::PendingWrites
     }
 };
 
+struct WorkflowSettingsStore::Ahead
+{
+    QString file;
+    std::future<std::unique_ptr<ReadCache>> cache;
+};
+
 struct WorkflowSettingsStore::Session
 {
     int depth = 0;
@@ -634,25 +642,81 @@ WorkflowSettingsStore::WorkflowSettingsStore()
 
 WorkflowSettingsStore::~WorkflowSettingsStore() = default;
 
+void WorkflowSettingsStore::ReadAhead(QThreadPool& pool)
+{
+    const QString file = WorkflowSettingsFile();
+    if (file.isEmpty() || (m_cache->loaded && m_cache->file == file))
+        return;
+    auto promise = std::make_shared<std::promise<std::unique_ptr<ReadCache>>>();
+    m_ahead = std::make_unique<Ahead>(Ahead{file, promise->get_future()});
+    pool.start([promise, file] {
+        // Plain data only: the store takes it over on its own thread.
+        std::unique_ptr<ReadCache> cache;
+        try
+        {
+            cache = std::make_unique<ReadCache>();
+            // Taken before the file is read: a change in between makes the two differ, and the
+            // store then reads the file itself.
+            cache->identity = Platform::IdentifyFile(file);
+            cache->file = file;
+            if (cache->identity.exists)
+            {
+                cache->loaded = ReadElements(file, cache->elements, cache->plain);
+                if (cache->loaded)
+                    cache->Index();
+            }
+            else
+            {
+                cache->plain = true;
+                cache->loaded = true;
+            }
+        }
+        catch (...)
+        {
+            cache.reset();
+        }
+        promise->set_value(std::move(cache));
+    });
+}
+
+std::unique_ptr<WorkflowSettingsStore::ReadCache> WorkflowSettingsStore::TakeReadAhead(const QString& file)
+{
+    if (!m_ahead)
+        return nullptr;
+    const std::unique_ptr<Ahead> ahead = std::move(m_ahead);
+    std::unique_ptr<ReadCache> cache = ahead->cache.get();
+    if (!cache || !cache->loaded || ahead->file != file)
+        return nullptr;
+    return cache;
+}
+
 bool WorkflowSettingsStore::LoadCache(const QString& file)
 {
     const Platform::FileIdentity identity = Platform::IdentifyFile(file);
+    const std::unique_ptr<ReadCache> ahead = TakeReadAhead(file);
     if (m_cache->loaded && m_cache->file == file && m_cache->identity == identity)
         return true;
-    *m_cache = ReadCache();
-    if (identity.exists)
+    if (ahead && ahead->identity == identity)
     {
-        if (!ReadElements(file, m_cache->elements, m_cache->plain))
-            return false;
-        m_cache->Index();
+        *m_cache = std::move(*ahead);
     }
     else
     {
-        m_cache->plain = true;
+        *m_cache = ReadCache();
+        if (identity.exists)
+        {
+            if (!ReadElements(file, m_cache->elements, m_cache->plain))
+                return false;
+            m_cache->Index();
+        }
+        else
+        {
+            m_cache->plain = true;
+        }
+        m_cache->file = file;
+        m_cache->identity = identity;
+        m_cache->loaded = true;
     }
-    m_cache->file = file;
-    m_cache->identity = identity;
-    m_cache->loaded = true;
     // The writes of a running batch stay in view of reads, whatever the file became meanwhile.
     PendingWrites& pending = *m_pending;
     if (pending.started && pending.file == file)

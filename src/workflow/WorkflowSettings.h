@@ -8,6 +8,8 @@
 
 #include <memory>
 
+class QThreadPool;
+
 namespace Velmora::WorkflowCore {
 
 // The per-user settings of workflows, one element per workflow Id (exact case), one attribute
@@ -85,8 +87,18 @@ public:
         WorkflowSettingsStore& m_store;
     };
 
+    // Reads the settings file on a thread of pool, while the caller goes on: the next read of
+    // the store takes what was read there, once it has checked that the file still has the
+    // identity it had then (else it reads the file itself). A large scan starts this as it
+    // starts, so that its first template does not wait for thousands of entries to be read.
+    void ReadAhead(QThreadPool& pool);
+
 private:
     struct ReadCache;
+    struct Ahead;
+    // What a read ahead of the file gave, once it is done; null when none was started for file
+    // or it could not read the file.
+    std::unique_ptr<ReadCache> TakeReadAhead(const QString& file);
     struct PendingWrites;
     struct Session;
     bool LoadCache(const QString& file);
@@ -96,6 +108,7 @@ private:
     std::unique_ptr<ReadCache> m_cache;
     std::unique_ptr<PendingWrites> m_pending;
     std::unique_ptr<Session> m_session;
+    std::unique_ptr<Ahead> m_ahead;
 };
 
 } // namespace Velmora::WorkflowCore

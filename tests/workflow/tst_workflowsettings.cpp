@@ -16,6 +16,7 @@
 #include <QDomDocument>
 #include <QProcess>
 #include <QTemporaryDir>
+#include <QThreadPool>
 #include <QtTest>
 
 #include <memory>
@@ -138,6 +139,80 @@ private slots:
         auto workflow = UserWorkflow(QStringLiteral("Id_E"));
         workflow->SetUISetting(Wide(QString()), Wide(QStringLiteral("v")));
         QVERIFY(!QFileInfo::exists(WorkflowSettingsFile()));
+    }
+
+    // What a read ahead on another thread read is taken only while the file is as it was then:
+    // a file changed, removed, created or damaged after the read ahead, or a data folder moved
+    // meanwhile, is read as it is at the read.
+    void readAheadIsTakenOnlyWhileTheFileIsUnchanged_data()
+    {
+        QTest::addColumn<QString>("change");
+        QTest::addColumn<bool>("waitForTheReadAhead");
+        QTest::addColumn<QString>("expected");
+        for (const bool wait : {true, false})
+        {
+            const char* when = wait ? "after the read ahead" : "while it may still run";
+            QTest::addRow("nothing, %s", when)
+                << QStringLiteral("nothing") << wait << QStringLiteral("before");
+        }
+        QTest::newRow("changed") << QStringLiteral("changed") << true << QStringLiteral("after");
+        QTest::newRow("removed") << QStringLiteral("removed") << true << QString();
+        QTest::newRow("created") << QStringLiteral("created") << true << QStringLiteral("after");
+        QTest::newRow("damaged") << QStringLiteral("damaged") << true << QString();
+        QTest::newRow("data folder moved") << QStringLiteral("moved") << true << QStringLiteral("elsewhere");
+    }
+    void readAheadIsTakenOnlyWhileTheFileIsUnchanged()
+    {
+        QFETCH(QString, change);
+        QFETCH(bool, waitForTheReadAhead);
+        QFETCH(QString, expected);
+        const QString id = QStringLiteral("Id_A");
+        const QString key = QStringLiteral("K");
+        if (change != QLatin1String("created"))
+            WorkflowSettingsStore().Write(id, key, QStringLiteral("before"));
+        const QString elsewhere = m_env.Root() + QStringLiteral("/elsewhere");
+        if (change == QLatin1String("moved"))
+        {
+            QVERIFY(m_env.MoveHome(elsewhere));
+            WorkflowSettingsStore().Write(id, key, QStringLiteral("elsewhere"));
+            QVERIFY(m_env.MoveHome(m_env.StartHome()));
+        }
+
+        QThreadPool pool;
+        WorkflowSettingsStore store;
+        const WorkflowSettingsStore::ReadSession session(store);
+        store.ReadAhead(pool);
+        if (waitForTheReadAhead)
+            pool.waitForDone();
+        if (change == QLatin1String("changed") || change == QLatin1String("created"))
+            WorkflowSettingsStore().Write(id, key, QStringLiteral("after"));
+        else if (change == QLatin1String("removed"))
+            QVERIFY(QFile::remove(WorkflowSettingsFile()));
+        else if (change == QLatin1String("damaged"))
+            QVERIFY(WriteFile(WorkflowSettingsFile(),
+                              "<WorkflowSettings><Workflows><Workflow Id=\"Id_A\" K=\"x\">"));
+        else if (change == QLatin1String("moved"))
+            QVERIFY(m_env.MoveHome(elsewhere));
+        QCOMPARE(store.Read(id, key), expected);
+        QCOMPARE(store.Read(QStringLiteral("Id_Unknown"), key), QString());
+        pool.waitForDone();
+        QVERIFY(m_env.MoveHome(m_env.StartHome()));
+    }
+
+    // A store that ends with a read ahead still running leaves it to finish on its own.
+    void storeEndingBeforeItsReadAheadFinishes()
+    {
+        WorkflowSettingsStore().Write(QStringLiteral("Id_A"), QStringLiteral("K"), QStringLiteral("v"));
+        QThreadPool pool;
+        for (int i = 0; i < 20; ++i)
+        {
+            WorkflowSettingsStore store;
+            store.ReadAhead(pool);
+        }
+        pool.waitForDone();
+        WorkflowSettingsStore store;
+        store.ReadAhead(pool);
+        QCOMPARE(store.Read(QStringLiteral("Id_A"), QStringLiteral("K")), QStringLiteral("v"));
     }
 
     void damagedFileIsNeverOverwritten()
