@@ -1133,14 +1133,24 @@ private slots:
         QByteArray bytes = ReadFile(index);
         const qsizetype markup = PayloadNear(bytes, 'M', bytes.size() / 2);
         QVERIFY(markup > 0);
+        qsizetype damagedFiles = 0;
+        for (const auto& block : Blocks(bytes))
+            damagedFiles += block.second == 'M' ? 1 : 0;
         qsizetype expectedNext = 0;
         if (what == QLatin1String("a markup byte flipped in place"))
         {
+            // In every markup block: a block may belong to a workflow the catalogue dropped as an
+            // orphan, whose markup nobody asks for.
             QFile file(index);
             QVERIFY(file.open(QIODevice::ReadWrite));
-            QVERIFY(file.seek(markup + 3));
-            const char flipped = static_cast<char>(bytes.at(markup + 3) ^ 0x10);
-            QCOMPARE(file.write(&flipped, 1), qint64(1));
+            for (const auto& [at, kind] : Blocks(bytes))
+            {
+                if (kind != 'M')
+                    continue;
+                QVERIFY(file.seek(at + 12 + 3));
+                const char flipped = static_cast<char>(bytes.at(at + 12 + 3) ^ 0x10);
+                QCOMPARE(file.write(&flipped, 1), qint64(1));
+            }
         }
         else if (what == QLatin1String("truncated in place"))
         {
@@ -1168,11 +1178,11 @@ private slots:
 
         if (what == QLatin1String("a markup byte flipped in place"))
         {
-            // The damaged block was only found by a record of the start before: the next start
-            // takes the entries, finds the block damaged as its records ask, and drops the index.
-            // The folder's second listing takes its files' blocks again, whole and checked: the
-            // one file whose markup is damaged is read.
-            QCOMPARE(CompareWithAndWithout("damaged markup found"), qsizetype(1));
+            // The damaged blocks were only found by records of the start before: the next start
+            // takes the entries, finds the blocks damaged as its records ask, and drops the index.
+            // The folder's second listing takes its files' blocks again, whole and checked: each
+            // file whose markup is damaged is read.
+            QCOMPARE(CompareWithAndWithout("damaged markup found"), damagedFiles);
             QVERIFY(!QFileInfo::exists(index));
             expectedNext = 24;
         }
