@@ -647,6 +647,38 @@ void AppendBlock(QByteArray& out, const QByteArray& block)
     out.append(block);
 }
 
+// The payload of the block framed at bytes, when all of it lies within available and matches
+// its digest; null otherwise. size and digest are what the frame says.
+const char* CheckedPayload(const char* bytes, qsizetype available, qsizetype& size, quint64& digest)
+{
+    if (available < kBlockHeaderSize)
+        return nullptr;
+    quint32 length;
+    std::memcpy(&length, bytes, 4);
+    std::memcpy(&digest, bytes + 4, 8);
+    const char* payload = bytes + kBlockHeaderSize;
+    if (qsizetype(length) > available - kBlockHeaderSize || Digest(payload, length) != digest)
+        return nullptr;
+    size = length;
+    return payload;
+}
+
+// The length a markup block of these deferred markups has: its kind, then each markup.
+qsizetype MarkupBlockSize(const std::vector<std::pair<qsizetype, qsizetype>>& deferred)
+{
+    qsizetype size = 1;
+    for (const auto& [element, units] : deferred)
+        size += units;
+    return size;
+}
+
+// Whether a payload is the markup block that holds these deferred markups.
+bool IsMarkupBlockOf(const char* payload, qsizetype size,
+                     const std::vector<std::pair<qsizetype, qsizetype>>& deferred)
+{
+    return payload && size >= 1 && quint8(payload[0]) == kMarkupBlock && size == MarkupBlockSize(deferred);
+}
+
 // A file's markup block, where a load left it.
 class StoredMarkup
 {
@@ -663,17 +695,11 @@ public:
     QByteArray Payload() const
     {
         const QByteArray bytes = m_index->ReadAt(m_offset, kBlockHeaderSize + m_size);
-        if (!bytes.isNull())
-        {
-            quint32 length;
-            quint64 digest;
-            std::memcpy(&length, bytes.constData(), 4);
-            std::memcpy(&digest, bytes.constData() + 4, 8);
-            const char* payload = bytes.constData() + kBlockHeaderSize;
-            if (qsizetype(length) == m_size && digest == m_digest && Digest(payload, m_size) == m_digest &&
-                quint8(payload[0]) == kMarkupBlock)
-                return bytes.sliced(kBlockHeaderSize);
-        }
+        qsizetype size = 0;
+        quint64 digest = 0;
+        const char* payload = CheckedPayload(bytes.constData(), bytes.size(), size, digest);
+        if (payload && size == m_size && digest == m_digest && quint8(payload[0]) == kMarkupBlock)
+            return bytes.sliced(kBlockHeaderSize);
         m_index->Drop();
         return QByteArray();
     }
@@ -720,15 +746,6 @@ private:
     const qsizetype m_size;
     const qsizetype m_element;
 };
-
-// The length a markup block of these deferred markups has: its kind, then each markup.
-qsizetype MarkupBlockSize(const std::vector<std::pair<qsizetype, qsizetype>>& deferred)
-{
-    qsizetype size = 1;
-    for (const auto& [element, units] : deferred)
-        size += units;
-    return size;
-}
 
 } // namespace
 
@@ -911,7 +928,7 @@ bool CatalogueIndex::LoadEntries(bool reserveMemory, bool askStatus, qsizetype& 
             const qint64 markupOffset = kHeaderSize + blocks.Offset();
             quint64 digest = 0;
             const char* markup = blocks.Unchecked(size, digest);
-            if (!markup || quint8(markup[0]) != kMarkupBlock || size != MarkupBlockSize(reader.Deferred()))
+            if (!IsMarkupBlockOf(markup, size, reader.Deferred()))
                 return false;
             const auto stored =
                 std::make_shared<const StoredMarkup>(source, markupOffset, size, digest, entry.path);
@@ -1121,18 +1138,9 @@ ScannedFilePtr CatalogueIndex::Take(const QString& path, const Platform::FileIde
     // The entry's block and the markup block that may follow it, each checked again: the file
     // has been open since the load.
     const QByteArray blocks = LoadedBlock(entry);
-    const auto checked = [&blocks](qsizetype at, qsizetype& size) -> const char* {
-        if (blocks.size() - at < kBlockHeaderSize)
-            return nullptr;
-        quint32 length;
-        quint64 digest;
-        std::memcpy(&length, blocks.constData() + at, 4);
-        std::memcpy(&digest, blocks.constData() + at + 4, 8);
-        const char* payload = blocks.constData() + at + kBlockHeaderSize;
-        if (qsizetype(length) > blocks.size() - at - kBlockHeaderSize || Digest(payload, length) != digest)
-            return nullptr;
-        size = length;
-        return payload;
+    const auto checked = [&blocks](qsizetype at, qsizetype& size) {
+        quint64 digest = 0;
+        return CheckedPayload(blocks.constData() + at, blocks.size() - at, size, digest);
     };
     qsizetype size = 0;
     const char* block = checked(0, size);
@@ -1150,7 +1158,7 @@ ScannedFilePtr CatalogueIndex::Take(const QString& path, const Platform::FileIde
         // Read whole here: the markup is taken as it stands.
         qsizetype markupSize = 0;
         const char* markup = checked(kBlockHeaderSize + size, markupSize);
-        if (!markup || quint8(markup[0]) != kMarkupBlock || markupSize != MarkupBlockSize(reader.Deferred()))
+        if (!IsMarkupBlockOf(markup, markupSize, reader.Deferred()))
             return nullptr;
         qsizetype at = 1;
         for (const auto& [element, units] : reader.Deferred())
