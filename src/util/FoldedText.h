@@ -13,10 +13,14 @@ namespace Velmora::WorkflowCore {
 // and at every lookup. Plain ASCII, nearly every Id and name there is, folds one character at a
 // time on the fly; any other text is folded whole, so that two texts are equal exactly when
 // their folded forms are.
+//
+// The hash of the folded form is taken once, when the key is made. A lookup in a table of
+// thousands of keys compares the one it looks for with several others whose texts lie all over
+// the heap; keys whose hashes differ are told apart without reading those texts at all.
 class FoldedText
 {
 public:
-    FoldedText() = default;
+    FoldedText();
     explicit FoldedText(QString text);
 
     const QString& Text() const { return m_text; }
@@ -28,6 +32,8 @@ public:
 
 private:
     QString m_text;
+    // Beside the flag in what the text leaves free: a key takes no more room than before.
+    quint32 m_hash = 0;
     bool m_ascii = true;
 };
 
