@@ -660,7 +660,8 @@ void WorkflowManagerImp::AddWorkflowRecords(const QString& path, const WorkflowF
         auto* workflow = new Workflow;
         ImpOf(workflow)->SetCatalogue(this);
         ImpOf(workflow)->Fields().XlfFile = data.xlfFile;
-        ReadWorkflow(element, path, catalog, *ImpOf(workflow));
+        // The scan's paths are clean as it builds them: a clean folder, a separator and a name.
+        ReadWorkflow(element, path, path, catalog, *ImpOf(workflow));
         AddWorkflow(workflow);
     }
 }

@@ -121,7 +121,7 @@ public:
         Platform::FileIdentity identity;
     };
     // The workflow files of one folder in the order a scan reads them: regular files and links
-    // to them, not hidden, named "*.workflow" in any case, by name; with absolute paths.
+    // to them, not hidden, named "*.workflow" in any case, by name; with clean absolute paths.
     static QList<FoundFile> ListWorkflowFiles(const QString& folder);
     // The names of one folder that may be workflow files, in the order a scan reads them, before
     // anything else is asked of them.

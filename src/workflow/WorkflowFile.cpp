@@ -124,8 +124,8 @@ void ReadWorkflow(XmlFiler& filer, WorkflowImp& record)
     filer.PopPosition();
 }
 
-void ReadWorkflow(const WorkflowElementData& element, const QString& fileName, XlfCatalog* catalog,
-                  WorkflowImp& record)
+void ReadWorkflow(const WorkflowElementData& element, const QString& fileName, const QString& sourceFile,
+                  XlfCatalog* catalog, WorkflowImp& record)
 {
     // Attribute texts go through the translation step; flags and dates are read as written.
     const auto text = [&](WorkflowAttribute attribute) {
@@ -158,7 +158,7 @@ void ReadWorkflow(const WorkflowElementData& element, const QString& fileName, X
     };
 
     WorkflowFields& m = record.Fields();
-    m.SourceFile = CleanPath(fileName);
+    m.SourceFile = sourceFile;
     m.Plugin = text(AttrPlugin);
     m.IsTemplate = flag(AttrIsTemplate, true);
     m.IsReadOnly = flag(AttrIsReadOnly, false);
@@ -231,7 +231,7 @@ bool LoadWorkflow(WorkflowImp& record, const QString& file, const QString& id)
     {
         if (matches(data.xlfFile, element))
         {
-            ReadWorkflow(element, file, catalogFor(data.xlfFile), record);
+            ReadWorkflow(element, file, CleanPath(file), catalogFor(data.xlfFile), record);
             return true;
         }
     }

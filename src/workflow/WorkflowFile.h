@@ -36,9 +36,11 @@ void ReadWorkflow(XmlFiler& filer, WorkflowImp& record);
 
 // Reads the record from one element of a file read into plain data, exactly as ReadWorkflow
 // reads it from the same element in a document: texts are translated through catalog (which
-// may be null) as texts of the file fileName.
-void ReadWorkflow(const WorkflowElementData& element, const QString& fileName, XlfCatalog* catalog,
-                  WorkflowImp& record);
+// may be null) as texts of the file fileName. sourceFile is that file's path as the record names
+// it, CleanPath(fileName): a scan, whose paths are clean as it builds them, reads thousands of
+// records without cleaning each path again.
+void ReadWorkflow(const WorkflowElementData& element, const QString& fileName, const QString& sourceFile,
+                  XlfCatalog* catalog, WorkflowImp& record);
 
 // Reads the workflow of file whose Id equals id ignoring case (the first one for an empty id).
 bool LoadWorkflow(WorkflowImp& record, const QString& file, const QString& id);

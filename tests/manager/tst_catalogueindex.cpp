@@ -22,6 +22,7 @@
 
 #include <QDirIterator>
 #include <QRandomGenerator>
+#include <QScopeGuard>
 #include <QtTest>
 
 #include <cstdio>
@@ -502,6 +503,44 @@ private slots:
             relative.append(file.path);
         QVERIFY(QDir::setCurrent(current));
         QCOMPARE(relative, expected);
+        // However the folder is spelled, every path is clean: the records take it as it is.
+        for (const QString& spelling :
+             {folder + QStringLiteral("/"), folder + QStringLiteral("//"), folder + QStringLiteral("/./"),
+              m_dir.path() + QStringLiteral("//listing/../listing/.")})
+        {
+            QStringList spelled;
+            for (const auto& file : WorkflowManagerImp::ListWorkflowFiles(spelling))
+            {
+                QCOMPARE(file.path, QDir::cleanPath(file.path));
+                spelled.append(file.path);
+            }
+            QCOMPARE(spelled, expected);
+        }
+    }
+
+    // A search path written with doubled separators, "." and ".." names the same files: every
+    // record, read from its file or taken from the index, names its file by the clean path.
+    void searchPathsSpelledUncleanlyGiveCleanSourceFiles_data() { AddTakingColumn(); }
+    void searchPathsSpelledUncleanlyGiveCleanSourceFiles()
+    {
+        FetchTaking();
+        Generator generator(Seed());
+        MakeCatalogue(generator, 12);
+        const QString clean = m_folder;
+        m_folder = m_dir.path() + QStringLiteral("//workflows/../workflows/./");
+        const auto restore = qScopeGuard([this, clean] { m_folder = clean; });
+        QCOMPARE(CompareWithAndWithout("unclean, first"), qsizetype(24));
+        QCOMPARE(CompareWithAndWithout("unclean, again"), qsizetype(0));
+        const Scan scan = ScanOnce(true);
+        QVERIFY(!scan.records.isEmpty());
+        for (const QStringList& record : scan.records)
+        {
+            const QString source = record.filter(QStringLiteral("SourceFile ")).value(0);
+            QVERIFY2(source.startsWith(QStringLiteral("SourceFile [") + clean + QLatin1Char('/')) &&
+                         !source.contains(QStringLiteral("//")) && !source.contains(QStringLiteral("/./")) &&
+                         !source.contains(QStringLiteral("/../")),
+                     qPrintable(source));
+        }
     }
 
     // A later start with nothing changed reads no file at all; each change is read again, and
