@@ -1123,52 +1123,11 @@ ScannedFilePtr CatalogueIndex::Take(const QString& path, const Platform::FileIde
         return nullptr;
     if (identity.modifiedNs > m_loadedScanStartedNs - kRacyWindowNs)
         return nullptr;
-    if (entry->file)
-    {
-        ScannedFilePtr file = std::move(entry->file);
-        entry->taken = file;
-        return file;
-    }
-    // Taken before (a folder listed twice): the same data while it lives, else read again
-    // from its block once the load has let go of the file.
-    if (ScannedFilePtr file = entry->taken.lock())
-        return file;
-    if (!WaitForLoad())
-        return nullptr;
-    // The entry's block and the markup block that may follow it, each checked again: the file
-    // has been open since the load.
-    const QByteArray blocks = LoadedBlock(entry);
-    const auto checked = [&blocks](qsizetype at, qsizetype& size) {
-        quint64 digest = 0;
-        return CheckedPayload(blocks.constData() + at, blocks.size() - at, size, digest);
-    };
-    qsizetype size = 0;
-    const char* block = checked(0, size);
-    if (!block)
-        return nullptr;
-    Reader reader(block, size);
-    reader.Number<quint8>();
-    reader.Text();
-    reader.Identity();
-    const std::shared_ptr<ScannedFile> file = reader.File();
-    if (reader.Failed())
-        return nullptr;
-    if (!reader.Deferred().empty())
-    {
-        // Read whole here: the markup is taken as it stands.
-        qsizetype markupSize = 0;
-        const char* markup = checked(kBlockHeaderSize + size, markupSize);
-        if (!IsMarkupBlockOf(markup, markupSize, reader.Deferred()))
-            return nullptr;
-        qsizetype at = 1;
-        for (const auto& [element, units] : reader.Deferred())
-        {
-            file->data.elements[element].settings = CompactText::FromLatin1(QByteArray(markup + at, units));
-            at += units;
-        }
-    }
-    entry->taken = file;
-    return file;
+    // The entry keeps what it hands over, and a file listed twice gets the same data both times.
+    // The scan lets go of a large index all at once, off its own thread: freeing each file's data
+    // here, as the scan moves on, would free memory of the loading thread's heap while that
+    // thread is still filling it, and cost the two threads more than the work itself.
+    return entry->file;
 }
 
 namespace {

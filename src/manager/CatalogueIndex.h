@@ -89,8 +89,9 @@ public:
     // What path gave the last scan, when the file still has the identity it had then and was
     // last changed well before that scan began: a change made within the same tick of the
     // file system's clock as the read could not be told from the file read. Null otherwise, and
-    // null for every file once the load has found the index damaged. The index keeps no hold of
-    // what it hands out, so that the catalogue's records are the only holders of their texts.
+    // null for every file once the load has found the index damaged. The index holds what it
+    // hands out until it is let go of (ReleaseOn) or ends: a path asked for twice gets the same
+    // data.
     ScannedFilePtr Take(const QString& path, const Platform::FileIdentity& identity);
     // The path of the file name in folder (which ends in its separator), and the status the load
     // took of that file, when the file's entry is the next one and already handed over; false
@@ -131,9 +132,8 @@ private:
     {
         QString path;
         Platform::FileIdentity identity;
-        // What was loaded, until it is taken; then only the block it came from.
+        // What was loaded, kept after it is taken.
         ScannedFilePtr file;
-        std::weak_ptr<const ScannedFile> taken;
         qint64 offset = 0;
         qint64 length = 0;
         // The file as the load found it, when it asked.

@@ -1218,10 +1218,11 @@ private slots:
         if (what == QLatin1String("a markup byte flipped in place"))
         {
             // The damaged blocks were only found by records of the start before: the next start
-            // takes the entries, finds the blocks damaged as its records ask, and drops the index.
-            // The folder's second listing takes its files' blocks again, whole and checked: each
-            // file whose markup is damaged is read.
-            QCOMPARE(CompareWithAndWithout("damaged markup found"), damagedFiles);
+            // takes the entries (the folder's second listing gets the same data) and reads no
+            // file, finds the blocks damaged as its records ask for their markup, reads that
+            // markup from the workflow files, and drops the index.
+            QVERIFY(damagedFiles > 0);
+            QCOMPARE(CompareWithAndWithout("damaged markup found"), qsizetype(0));
             QVERIFY(!QFileInfo::exists(index));
             expectedNext = 24;
         }
