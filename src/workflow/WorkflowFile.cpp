@@ -127,10 +127,13 @@ void ReadWorkflow(XmlFiler& filer, WorkflowImp& record)
 void ReadWorkflow(const WorkflowElementData& element, const QString& fileName, const QString& sourceFile,
                   XlfCatalog* catalog, WorkflowImp& record)
 {
-    // Attribute texts go through the translation step; flags and dates are read as written.
+    // Attribute texts go through the translation step, when the file has a catalogue; flags and
+    // dates are read as written.
     const auto text = [&](WorkflowAttribute attribute) {
-        return element.Has(attribute) ? TranslatedFileText(catalog, fileName, element.Value(attribute))
-                                      : QString();
+        if (!element.Has(attribute))
+            return QString();
+        return catalog ? TranslatedFileText(catalog, fileName, element.Value(attribute))
+                       : element.Value(attribute);
     };
     const auto flag = [&](WorkflowAttribute attribute, bool defaultValue) {
         const QString& value = element.Value(attribute);
@@ -149,12 +152,17 @@ void ReadWorkflow(const WorkflowElementData& element, const QString& fileName, c
         const qulonglong number = value.toULongLong(&ok, 10);
         return ok ? number != 0 : defaultValue;
     };
-    const auto date = [&](WorkflowAttribute attribute, const QDateTime& defaultValue) {
+    // The default is made only when the date is missing or unreadable: nearly every file has
+    // its dates, and the epoch in local time costs more to make than a written date to read.
+    const auto date = [&](WorkflowAttribute attribute, const auto& defaultValue) {
         const QString& value = element.Value(attribute);
-        if (value.isEmpty())
-            return defaultValue;
-        const QDateTime read = DateFromUtcText(value);
-        return read.isValid() ? read : defaultValue;
+        if (!value.isEmpty())
+        {
+            const QDateTime read = DateFromUtcText(value);
+            if (read.isValid())
+                return read;
+        }
+        return QDateTime(defaultValue());
     };
 
     WorkflowFields& m = record.Fields();
@@ -176,8 +184,8 @@ void ReadWorkflow(const WorkflowElementData& element, const QString& fileName, c
     m.RequiredProducts = text(AttrRequiredProducts);
     m.RequiredProductsDisplayText = text(AttrRequiredProductsDisplayText);
     record.KeysChanged();
-    m.CreatedDate = date(AttrCreatedDate, EpochInLocalTime());
-    m.LastModifiedDate = date(AttrLastModifiedDate, m.CreatedDate);
+    m.CreatedDate = date(AttrCreatedDate, [] { return EpochInLocalTime(); });
+    m.LastModifiedDate = date(AttrLastModifiedDate, [&m] { return m.CreatedDate; });
     m.TemplateImage = text(AttrTemplateImage);
     m.ModifiedImage = text(AttrModifiedImage);
     m.TemplateImages.clear();
