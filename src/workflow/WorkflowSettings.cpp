@@ -187,7 +187,22 @@ bool ParsePlain(const QByteArray& bytes, QList<QString>& elements)
 // Appends the value of an attribute written between quotes, from at, to packed: false for
 // anything but printable ASCII and the escapes the writer writes, which the XML reader is left
 // to read. at ends after the closing quote.
-bool TakeWrittenValue(const char*& at, const char* end, QString& packed)
+// An element packed as it is read, before it is kept in a text of its exact size.
+using PackedElement = QVarLengthArray<char16_t, 256>;
+
+// Appends count bytes of Latin-1 (every byte one character) to out.
+void AppendLatin1(PackedElement& out, const char* from, qsizetype count)
+{
+    const qsizetype at = out.size();
+    out.resize(at + count);
+    char16_t* to = out.data() + at;
+    for (qsizetype i = 0; i < count; ++i)
+        to[i] = static_cast<unsigned char>(from[i]);
+}
+
+// Takes an attribute value as the writer writes it, up to and past its closing quote, appending
+// it unescaped to packed: printable ASCII, with the writer's escapes only.
+bool TakeWrittenValue(const char*& at, const char* end, PackedElement& packed)
 {
     const char* run = at;
     for (; at < end; ++at)
@@ -195,7 +210,7 @@ bool TakeWrittenValue(const char*& at, const char* end, QString& packed)
         const auto c = static_cast<unsigned char>(*at);
         if (c == '"')
         {
-            packed.append(QLatin1StringView(run, at - run));
+            AppendLatin1(packed, run, at - run);
             ++at;
             return true;
         }
@@ -203,7 +218,7 @@ bool TakeWrittenValue(const char*& at, const char* end, QString& packed)
             return false;
         if (c != '&')
             continue;
-        packed.append(QLatin1StringView(run, at - run));
+        AppendLatin1(packed, run, at - run);
         static constexpr struct
         {
             const char* escape;
@@ -216,7 +231,7 @@ bool TakeWrittenValue(const char*& at, const char* end, QString& packed)
             const size_t length = std::strlen(escape);
             if (size_t(end - at) >= length && std::memcmp(at, escape, length) == 0)
             {
-                packed.append(QChar(character));
+                packed.append(character);
                 at += length - 1;
                 known = true;
                 break;
@@ -246,14 +261,12 @@ bool ParseAsWritten(const QByteArray& bytes, QList<QString>& elements)
     {
         if (!take(QLatin1StringView("    <Workflows>\n")))
             return false;
-        // Where each attribute's name starts and ends in packed, to tell a name given twice.
-        QVarLengthArray<std::pair<qsizetype, qsizetype>, 8> names;
-        // Each element is packed here first, then kept in a text of its exact size.
-        QString packed;
-        packed.reserve(256);
+        // The names of the element's attributes so far, as written, to tell a name given twice.
+        QVarLengthArray<QLatin1StringView, 8> names;
+        PackedElement packed;
         while (take(QLatin1StringView("        <Workflow")))
         {
-            packed.resize(0);
+            packed.clear();
             names.clear();
             bool hasId = false;
             while (at < end && *at == ' ')
@@ -263,26 +276,28 @@ bool ParseAsWritten(const QByteArray& bytes, QList<QString>& elements)
                 while (at < end && ((*at >= 'a' && *at <= 'z') || (*at >= 'A' && *at <= 'Z') || *at == '_' ||
                                     (at > name && ((*at >= '0' && *at <= '9') || *at == '-' || *at == '.'))))
                     ++at;
+                // Its characters are a plain name's already; it must not be empty or begin with
+                // "xml" in any case.
                 const QLatin1StringView written(name, at - name);
-                const qsizetype nameStart = packed.size();
-                packed.append(written);
-                if (!IsPlainName(QStringView(packed).mid(nameStart)) || !take(QLatin1StringView("=\"")))
+                if (written.isEmpty() || written.startsWith(QLatin1StringView("xml"), Qt::CaseInsensitive) ||
+                    !take(QLatin1StringView("=\"")))
                     return false;
-                for (const auto& [start, length] : names)
+                for (const QLatin1StringView& earlier : names)
                 {
-                    if (QStringView(packed).mid(start, length) == written)
+                    if (earlier == written)
                         return false;
                 }
-                names.append({nameStart, written.size()});
+                names.append(written);
                 hasId = hasId || written == QLatin1StringView("Id");
-                packed.append(QChar(0));
+                AppendLatin1(packed, written.data(), written.size());
+                packed.append(u'\0');
                 if (!TakeWrittenValue(at, end, packed))
                     return false;
-                packed.append(QChar(0));
+                packed.append(u'\0');
             }
             if (!hasId || !take(QLatin1StringView("/>\n")))
                 return false;
-            read.append(QString(packed.constData(), packed.size()));
+            read.append(QString(reinterpret_cast<const QChar*>(packed.constData()), packed.size()));
         }
         // The writer writes an empty list as one empty element.
         if (read.isEmpty() || !take(QLatin1StringView("    </Workflows>\n")))

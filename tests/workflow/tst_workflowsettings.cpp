@@ -451,6 +451,9 @@ private slots:
             "<?xml version=\"1.0\"?>\n<WorkflowSettings>\n    <Workflows>\n        <Workflow xmlId=\"A\" "
             "Id=\"B\"/>\n"
             "    </Workflows>\n</WorkflowSettings>\n",
+            "<?xml version=\"1.0\"?>\n<WorkflowSettings>\n    <Workflows>\n        <Workflow Id=\"B\" "
+            "XmLId=\"A\"/>\n"
+            "    </Workflows>\n</WorkflowSettings>\n",
         };
         for (const QByteArray& bytes : otherwise)
             QVERIFY2(!ReadSettingsAsWritten(bytes, fast), bytes.constData());
