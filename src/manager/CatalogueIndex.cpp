@@ -703,6 +703,17 @@ public:
         m_index->Drop();
         return QByteArray();
     }
+    // The markup of one element: size bytes at at in the block's payload, or, when the index no
+    // longer holds the block so, the element's markup as the workflow file holds it now.
+    CompactText Markup(qsizetype at, qsizetype size, qsizetype element) const
+    {
+        const QByteArray payload = Payload();
+        if (payload.isNull())
+            return FromWorkflowFile(element);
+        return CompactText::FromLatin1(payload.sliced(at, size));
+    }
+
+private:
     // The markup of the element as the workflow file holds it now: what a damaged index can no
     // longer give. Unless the file changed since the scan, that is the markup the scan took.
     CompactText FromWorkflowFile(qsizetype element) const
@@ -714,7 +725,6 @@ public:
         return data.elements.at(element).settings;
     }
 
-private:
     const std::shared_ptr<CatalogueIndexFile> m_index;
     const qint64 m_offset;
     const qsizetype m_size;
@@ -722,7 +732,7 @@ private:
     const QString m_workflowFile;
 };
 
-// One element's markup in its file's markup block.
+// One element's markup in its file's markup block, which the file's other elements share.
 class DeferredMarkup final : public DeferredText
 {
 public:
@@ -732,17 +742,30 @@ public:
     }
 
 protected:
-    CompactText Read() const override
-    {
-        const QByteArray payload = m_block->Payload();
-        if (payload.isNull())
-            return m_block->FromWorkflowFile(m_element);
-        return CompactText::FromLatin1(payload.sliced(m_at, m_size));
-    }
+    CompactText Read() const override { return m_block->Markup(m_at, m_size, m_element); }
 
 private:
     const std::shared_ptr<const StoredMarkup> m_block;
     const qsizetype m_at;
+    const qsizetype m_size;
+    const qsizetype m_element;
+};
+
+// The markup of a file whose block holds one element's alone, as nearly every file's does: the
+// block and the element's place in it in one object, made with one allocation at a start.
+class SoleMarkup final : public DeferredText
+{
+public:
+    SoleMarkup(StoredMarkup block, qsizetype size, qsizetype element)
+        : m_block(std::move(block)), m_size(size), m_element(element)
+    {
+    }
+
+protected:
+    CompactText Read() const override { return m_block.Markup(1, m_size, m_element); }
+
+private:
+    const StoredMarkup m_block;
     const qsizetype m_size;
     const qsizetype m_element;
 };
@@ -930,14 +953,24 @@ bool CatalogueIndex::LoadEntries(bool reserveMemory, bool askStatus, qsizetype& 
             const char* markup = blocks.Unchecked(size, digest);
             if (!IsMarkupBlockOf(markup, size, reader.Deferred()))
                 return false;
-            const auto stored =
-                std::make_shared<const StoredMarkup>(source, markupOffset, size, digest, entry.path);
-            qsizetype at = 1;
-            for (const auto& [element, units] : reader.Deferred())
+            StoredMarkup stored(source, markupOffset, size, digest, entry.path);
+            const auto& deferred = reader.Deferred();
+            if (deferred.size() == 1)
             {
-                file->data.elements[element].settings =
-                    CompactText::Deferred(std::make_shared<const DeferredMarkup>(stored, at, units, element));
-                at += units;
+                const auto [element, units] = deferred.front();
+                file->data.elements[element].settings = CompactText::Deferred(
+                    std::make_shared<const SoleMarkup>(std::move(stored), units, element));
+            }
+            else
+            {
+                const auto shared = std::make_shared<const StoredMarkup>(std::move(stored));
+                qsizetype at = 1;
+                for (const auto& [element, units] : deferred)
+                {
+                    file->data.elements[element].settings = CompactText::Deferred(
+                        std::make_shared<const DeferredMarkup>(shared, at, units, element));
+                    at += units;
+                }
             }
         }
         entry.file = file;
