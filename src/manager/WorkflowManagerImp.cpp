@@ -662,7 +662,7 @@ void WorkflowManagerImp::AddWorkflowRecords(const QString& path, const WorkflowF
         ImpOf(workflow)->Fields().XlfFile = data.xlfFile;
         // The scan's paths are clean as it builds them: a clean folder, a separator and a name.
         ReadWorkflow(element, path, path, catalog, *ImpOf(workflow));
-        AddWorkflow(workflow);
+        AppendNewRecord(workflow);
     }
 }
 
@@ -683,7 +683,7 @@ void WorkflowManagerImp::ReadWorkflowDocument(const QString& path)
         filer.PushPosition();
         ReadWorkflow(filer, *ImpOf(workflow));
         filer.PopPosition();
-        AddWorkflow(workflow);
+        AppendNewRecord(workflow);
     } while (filer.GoToNextSibling());
 }
 
@@ -729,6 +729,12 @@ bool WorkflowManagerImp::AddWorkflow(Workflow* workflow)
 {
     if (!workflow || m_indexedKeys.contains(workflow))
         return false;
+    AppendNewRecord(workflow);
+    return true;
+}
+
+void WorkflowManagerImp::AppendNewRecord(Workflow* workflow)
+{
     ImpOf(workflow)->SetCatalogue(this);
     const int index = static_cast<int>(m_catalogue.size());
     emit WorkflowAboutToBeInserted(index);
@@ -736,7 +742,6 @@ bool WorkflowManagerImp::AddWorkflow(Workflow* workflow)
     IndexAppend(workflow);
     // The inserted signal carries the new count, not the index: the list models pair them so.
     emit WorkflowInserted(static_cast<int>(m_catalogue.size()));
-    return true;
 }
 
 void WorkflowManagerImp::IndexAppend(Workflow* workflow)

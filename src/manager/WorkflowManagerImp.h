@@ -168,6 +168,8 @@ private:
     void InheritTemplateProducts();
     void RemoveAt(int index);
     void IndexAppend(Workflow* workflow);
+    // Appends a record the scan has just made, which no list holds yet, with its two signals.
+    void AppendNewRecord(Workflow* workflow);
     void IndexRemove(Workflow* workflow);
     void EnsureIndexFresh();
     Workflow* LookUpLoaded(const QString& id, const QString& sourceFile);
