@@ -16,6 +16,7 @@
 
 #include <QCoreApplication>
 #include <QProcess>
+#include <QStringDecoder>
 #include <QTemporaryDir>
 #include <QtTest>
 
@@ -205,6 +206,32 @@ private slots:
         QCOMPARE(catalogue.Lookup(QStringLiteral("x.workflow"), id), QStringLiteral("before"));
         QVERIFY(WriteFile(path, Xliff({{"x.workflow", {{"tr(A)", "after"}}}})));
         QCOMPARE(catalogue.Lookup(QStringLiteral("x.workflow"), id), QStringLiteral("before"));
+    }
+
+    // A file may declare an encoding such as UTF-7, which can decode an id into half a surrogate
+    // pair: "+3c89" decodes to U+DDCF, and its two bits left over to a replacement character. The
+    // catalogue reads the file as every XML file is read, without the characters no XML file may
+    // hold, and finds the unit by the id so read.
+    void unitIdsAreReadWithoutCharactersNoXmlFileHolds()
+    {
+        if (!QStringDecoder("UTF-7").isValid())
+            QSKIP("This Qt cannot decode UTF-7.");
+        const QString path = Path(QStringLiteral("utf7.xlf"));
+        QVERIFY(WriteFile(
+            path, "<?xml version=\"1.0\" encoding=\"utf-7\"?>\n"
+                  "<xliff version=\"1.2\"><file original=\"x.workflow\"><body>\n"
+                  "<trans-unit id=\"abc+3c89\"><source>s</source><target>halved</target></trans-unit>\n"
+                  "<trans-unit id=\"plain\"><source>s</source><target>whole</target></trans-unit>\n"
+                  "</body></file></xliff>\n"));
+        XlfCatalog catalogue(path);
+        const QString read = QStringLiteral("abc") + QChar(0xFFFD);
+        QCOMPARE(catalogue.Lookup(QStringLiteral("x.workflow"), read), QStringLiteral("halved"));
+        // Not by the id as decoded, half the pair included.
+        const QString decoded = QStringLiteral("abc") + QChar(0xDDCF) + QChar(0xFFFD);
+        QVERIFY(catalogue.Lookup(QStringLiteral("x.workflow"), decoded).isNull());
+        QVERIFY(catalogue.Lookup(QStringLiteral("x.workflow"), QStringLiteral("abc+3c89")).isNull());
+        QCOMPARE(catalogue.Lookup(QStringLiteral("x.workflow"), QStringLiteral("plain")),
+                 QStringLiteral("whole"));
     }
 
     void brokenCatalogueTranslatesNothing_data()
