@@ -531,7 +531,8 @@ void WorkflowManagerImp::ReadWorkflowFiles(const QList<FoundFile>& files, Catalo
     const Platform::HeapReservation reservation(
         size_t(double(count - toRead) * freshShare * double(kRecordBytesPerIndexedFile)),
         Platform::HeapReservation::Populating::Aside);
-    // Each file's plain data is let go once its records are made: they hold its texts.
+    // A parsed file's plain data is let go once its records are made: they hold its texts. What
+    // the index handed over stays with the index until it is let go of.
     const auto addRecords = [&](qsizetype i, ScannedFilePtr file, bool fromIndex) {
         if (file->result == StreamReadResult::Read)
             AddWorkflowRecords(files.at(i).path, file->data);
