@@ -10,16 +10,6 @@ namespace Velmora::WorkflowCore {
 
 namespace {
 
-bool IsAscii(const QString& text)
-{
-    for (const QChar c : text)
-    {
-        if (c.unicode() >= 0x80)
-            return false;
-    }
-    return true;
-}
-
 // What case folding makes of an ASCII character: only the capitals change.
 char16_t FoldedAscii(char16_t c)
 {
@@ -31,14 +21,21 @@ char16_t FoldedAscii(char16_t c)
 // seed is any fixed number but zero, which takes the library's slowest way of hashing bytes.
 constexpr size_t kFoldedSeed = 0x9E3779B9u;
 
-quint32 FoldedHash(const QString& text, bool ascii)
+// One pass over the text both tells whether it is plain ASCII (ascii) and folds it.
+quint32 FoldedHash(const QString& text, bool& ascii)
 {
-    if (!ascii)
-        return quint32(qHash(text.toCaseFolded(), kFoldedSeed));
     QVarLengthArray<char16_t, 256> folded(text.size());
     const char16_t* from = reinterpret_cast<const char16_t*>(text.constData());
     for (qsizetype i = 0; i < folded.size(); ++i)
+    {
+        if (from[i] >= 0x80)
+        {
+            ascii = false;
+            return quint32(qHash(text.toCaseFolded(), kFoldedSeed));
+        }
         folded[i] = FoldedAscii(from[i]);
+    }
+    ascii = true;
     return quint32(qHash(QStringView(folded.constData(), folded.size()), kFoldedSeed));
 }
 
@@ -49,7 +46,7 @@ static_assert(sizeof(FoldedText) <= sizeof(QString) + sizeof(void*),
 
 FoldedText::FoldedText() : FoldedText(QString()) {}
 
-FoldedText::FoldedText(QString text) : m_text(std::move(text)), m_ascii(IsAscii(m_text))
+FoldedText::FoldedText(QString text) : m_text(std::move(text))
 {
     m_hash = FoldedHash(m_text, m_ascii);
 }
