@@ -84,18 +84,31 @@ QString IdOf(const QString& packed)
     return Unpack(packed, kId);
 }
 
+// The characters of a plain name: plain letters and the underscore anywhere, digits, '-' and '.'
+// after the first.
+bool IsPlainNameCharacter(char16_t c, bool first)
+{
+    const bool letter = (c >= u'a' && c <= u'z') || (c >= u'A' && c <= u'Z') || c == u'_';
+    const bool other = (c >= u'0' && c <= u'9') || c == u'-' || c == u'.';
+    return letter || (!first && other);
+}
+
+// Whether a name of plain characters is free for use: not empty, and not beginning with "xml" in
+// any case, which XML keeps for itself.
+template <typename Name> bool IsFreeName(Name name)
+{
+    return !name.isEmpty() && !name.startsWith(QLatin1String("xml"), Qt::CaseInsensitive);
+}
+
 // A name the settings writer writes as it stands and every reader reads back the same: plain
 // letters, digits and a few marks, no prefix, nothing XML keeps for itself.
 bool IsPlainName(QStringView name)
 {
-    if (name.isEmpty() || name.startsWith(QLatin1String("xml"), Qt::CaseInsensitive))
+    if (!IsFreeName(name))
         return false;
     for (qsizetype i = 0; i < name.size(); ++i)
     {
-        const char16_t c = name[i].unicode();
-        const bool letter = (c >= u'a' && c <= u'z') || (c >= u'A' && c <= u'Z') || c == u'_';
-        const bool other = (c >= u'0' && c <= u'9') || c == u'-' || c == u'.';
-        if (!(letter || (i > 0 && other)))
+        if (!IsPlainNameCharacter(name[i].unicode(), i == 0))
             return false;
     }
     return true;
@@ -184,9 +197,6 @@ bool ParsePlain(const QByteArray& bytes, QList<QString>& elements)
     return !reader.hasError();
 }
 
-// Appends the value of an attribute written between quotes, from at, to packed: false for
-// anything but printable ASCII and the escapes the writer writes, which the XML reader is left
-// to read. at ends after the closing quote.
 // An element packed as it is read, before it is kept in a text of its exact size.
 using PackedElement = QVarLengthArray<char16_t, 256>;
 
@@ -200,8 +210,9 @@ void AppendLatin1(PackedElement& out, const char* from, qsizetype count)
         to[i] = static_cast<unsigned char>(from[i]);
 }
 
-// Takes an attribute value as the writer writes it, up to and past its closing quote, appending
-// it unescaped to packed: printable ASCII, with the writer's escapes only.
+// Appends the value of an attribute written between quotes, from at, unescaped to packed: false
+// for anything but printable ASCII and the escapes the writer writes, which the XML reader is
+// left to read. at ends after the closing quote.
 bool TakeWrittenValue(const char*& at, const char* end, PackedElement& packed)
 {
     const char* run = at;
@@ -273,14 +284,11 @@ bool ParseAsWritten(const QByteArray& bytes, QList<QString>& elements)
             {
                 ++at;
                 const char* name = at;
-                while (at < end && ((*at >= 'a' && *at <= 'z') || (*at >= 'A' && *at <= 'Z') || *at == '_' ||
-                                    (at > name && ((*at >= '0' && *at <= '9') || *at == '-' || *at == '.'))))
+                while (at < end && IsPlainNameCharacter(static_cast<unsigned char>(*at), at == name))
                     ++at;
-                // Its characters are a plain name's already; it must not be empty or begin with
-                // "xml" in any case.
+                // Its characters are a plain name's already: that is a plain name when it is free.
                 const QLatin1StringView written(name, at - name);
-                if (written.isEmpty() || written.startsWith(QLatin1StringView("xml"), Qt::CaseInsensitive) ||
-                    !take(QLatin1StringView("=\"")))
+                if (!IsFreeName(written) || !take(QLatin1StringView("=\"")))
                     return false;
                 for (const QLatin1StringView& earlier : names)
                 {
